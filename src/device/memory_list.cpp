@@ -1,1 +1,110 @@
-// (being written)
+// The memory list and the platform heaps behind it.
+#include "src/device/memory_list.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+
+#if defined(_WIN32)
+#include <windows.h>
+#endif
+
+namespace inkweave {
+namespace {
+
+struct HeapSeam {
+  std::atomic<std::uint32_t> failIn{0};  // allocations until the one that fails; 0 = never
+  std::atomic<std::uint64_t> count{0};
+};
+HeapSeam globalSeam;
+HeapSeam localSeam;
+
+// Counts the allocation against the seam; answers false when this one is to fail.
+bool PassesSeam(HeapSeam& seam) {
+  std::uint32_t left = seam.failIn.load();
+  if (left != 0) {
+    seam.failIn.store(left - 1);
+    if (left == 1) return false;
+  }
+  seam.count.fetch_add(1);
+  return true;
+}
+
+}  // namespace
+
+void* LocalHeapAlloc(std::size_t size) {
+  if (!PassesSeam(localSeam)) return nullptr;
+#if defined(_WIN32)
+  return LocalAlloc(LMEM_FIXED | LMEM_ZEROINIT, size);
+#else
+  return std::calloc(1, size);
+#endif
+}
+
+void LocalHeapFree(void* block) {
+#if defined(_WIN32)
+  LocalFree(block);
+#else
+  std::free(block);
+#endif
+}
+
+void* GlobalHeapAlloc(std::size_t size) {
+  if (!PassesSeam(globalSeam)) return nullptr;
+#if defined(_WIN32)
+  return GlobalAlloc(GMEM_FIXED, size);
+#else
+  return std::malloc(size);
+#endif
+}
+
+void GlobalHeapFree(void* block) {
+#if defined(_WIN32)
+  GlobalFree(block);
+#else
+  std::free(block);
+#endif
+}
+
+void* AllocFromList(MemoryBlock** listHead, std::uint32_t size) {
+  auto* block = static_cast<MemoryBlock*>(GlobalHeapAlloc(std::size_t{size} + sizeof(MemoryBlock)));
+  if (!block) return nullptr;
+  block->Previous = *listHead;
+  *listHead = block;
+  return block + 1;
+}
+
+void FreeMemoryList(DeviceState& state) {
+  if (state.MemoryList) {
+    MemoryBlock* block = *state.MemoryList;
+    while (block) {
+      MemoryBlock* previous = block->Previous;
+      GlobalHeapFree(block);
+      block = previous;
+    }
+    GlobalHeapFree(state.MemoryList);
+  }
+  state.MemoryList = nullptr;
+}
+
+int PassBufferCount(std::int16_t printMode) {
+  // The four ranges list every combination of the monochrome and flag bits with levels 1..6.
+  int level;
+  if (printMode >= 1 && printMode <= 6) level = printMode;
+  else if (printMode >= 17 && printMode <= 22) level = printMode - 16;
+  else if (printMode >= 33 && printMode <= 38) level = printMode - 32;
+  else if (printMode >= 49 && printMode <= 54) level = printMode - 48;
+  else return 0;  // no caller asks for another mode
+  if (level <= 2) return 2;
+  if (level <= 4) return 4;
+  return 8;
+}
+
+namespace detail {
+void FailGlobalAllocation(std::uint32_t nth) { globalSeam.failIn.store(nth); }
+void FailLocalAllocation(std::uint32_t nth) { localSeam.failIn.store(nth); }
+std::uint64_t GlobalAllocationCount() { return globalSeam.count.load(); }
+std::uint64_t LocalAllocationCount() { return localSeam.count.load(); }
+}  // namespace detail
+
+}  // namespace inkweave

@@ -1,0 +1,246 @@
+#include "host/host.h"
+
+#include <algorithm>
+#include <cstring>
+
+#if defined(_WIN32)
+#include <windows.h>
+#else
+#include <dlfcn.h>
+#endif
+
+namespace inkweave::host {
+
+// ---------------------------------------------------------------------------------------------------
+// The plug-in library
+// ---------------------------------------------------------------------------------------------------
+std::unique_ptr<PluginLibrary> PluginLibrary::Open(const std::string& path, std::string* error) {
+  std::unique_ptr<PluginLibrary> library(new PluginLibrary());
+#if defined(_WIN32)
+  HMODULE module = LoadLibraryA(path.c_str());
+  if (!module) {
+    if (error) *error = "cannot load " + path;
+    return nullptr;
+  }
+  library->handle_ = module;
+  library->entry_.GetClassObject =
+      reinterpret_cast<DllGetClassObjectFn>(reinterpret_cast<void*>(GetProcAddress(module, "DllGetClassObject")));
+  library->entry_.CanUnloadNow =
+      reinterpret_cast<DllCanUnloadNowFn>(reinterpret_cast<void*>(GetProcAddress(module, "DllCanUnloadNow")));
+#else
+  void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (!handle) {
+    if (error) *error = dlerror();
+    return nullptr;
+  }
+  library->handle_ = handle;
+  library->entry_.GetClassObject = reinterpret_cast<DllGetClassObjectFn>(dlsym(handle, "DllGetClassObject"));
+  library->entry_.CanUnloadNow = reinterpret_cast<DllCanUnloadNowFn>(dlsym(handle, "DllCanUnloadNow"));
+#endif
+  if (!library->entry_.GetClassObject || !library->entry_.CanUnloadNow) {
+    if (error) *error = path + " does not export DllGetClassObject and DllCanUnloadNow";
+    return nullptr;
+  }
+  return library;
+}
+
+PluginLibrary::~PluginLibrary() {
+  if (!handle_) return;
+#if defined(_WIN32)
+  FreeLibrary(static_cast<HMODULE>(handle_));
+#else
+  dlclose(handle_);
+#endif
+}
+
+// ---------------------------------------------------------------------------------------------------
+// The session
+// ---------------------------------------------------------------------------------------------------
+HostSession::HostSession(PluginEntry entry) : entry_(entry) {}
+
+HostSession::~HostSession() {
+  if (enabled_ || devobj_.pdevOEM) Disable();
+  if (plugin_) Unload();
+}
+
+HRESULT HostSession::Load() {
+  if (!entry_.GetClassObject) return E_FAIL;
+  IClassFactory* factory = nullptr;
+  HRESULT hr = entry_.GetClassObject(&CLSID_RenderPlugin, &IID_IClassFactory, reinterpret_cast<void**>(&factory));
+  if (Failed(hr)) return hr;
+  hr = factory->lpVtbl->CreateInstance(factory, nullptr, &IID_IPrintOemUni, reinterpret_cast<void**>(&plugin_));
+  factory->lpVtbl->Release(factory);
+  if (Failed(hr)) {
+    plugin_ = nullptr;
+    return hr;
+  }
+
+  // What the platform's driver asks first.
+  DWORD needed = 0;
+  plugin_->lpVtbl->GetInfo(plugin_, OEMGI_GETSIGNATURE, &info_.Signature, sizeof(DWORD), &needed);
+  plugin_->lpVtbl->GetInfo(plugin_, OEMGI_GETINTERFACEVERSION, &info_.InterfaceVersion, sizeof(DWORD), &needed);
+  plugin_->lpVtbl->GetInfo(plugin_, OEMGI_GETVERSION, &info_.Version, sizeof(DWORD), &needed);
+  auto implements = [this](const char* name) {
+    std::string copy(name);
+    return plugin_->lpVtbl->GetImplementedMethod(plugin_, copy.data()) == S_OK;
+  };
+  info_.ImplementsImageProcessing = implements("ImageProcessing");
+  info_.ImplementsCommandCallback = implements("CommandCallback");
+  info_.ImplementsFilterGraphics = implements("FilterGraphics");
+
+  DRVENABLEDATA ded{};
+  hr = plugin_->lpVtbl->EnableDriver(plugin_, OEM_INTERFACE_VERSION, sizeof ded, &ded);
+  if (Failed(hr)) return hr;
+  return plugin_->lpVtbl->PublishDriverInterface(plugin_, spool_.Unknown());
+}
+
+HRESULT HostSession::Enable(const DeviceSetup& setup) {
+  if (!plugin_) return E_FAIL;
+  setup_ = setup;
+
+  devmode_ = DEVMODEW{};
+  const char16_t name[] = u"inkweave";
+  std::copy(std::begin(name), std::end(name), devmode_.dmDeviceName);
+  devmode_.dmSpecVersion = 0x0401;
+  devmode_.dmSize = sizeof(DEVMODEW);
+  devmode_.dmFields = 0x00000001 | 0x00000002 | 0x00000400 | 0x00000800 | 0x00002000;  // the fields set below
+  devmode_.dmOrientation = setup.Landscape ? DMORIENT_LANDSCAPE : DMORIENT_PORTRAIT;
+  devmode_.dmPaperSize = setup.PaperSize;
+  devmode_.dmScale = 100;
+  devmode_.dmCopies = 1;
+  devmode_.dmPrintQuality = setup.Quality;
+  devmode_.dmYResolution = setup.Quality;
+  devmode_.dmColor = setup.Color ? DMCOLOR_COLOR : DMCOLOR_MONOCHROME;
+
+  // The surface the host renders: the landscape page in landscape.
+  gdiInfo_ = GDIINFO{};
+  gdiInfo_.ulVersion = 0x5000;
+  gdiInfo_.ulTechnology = 2;  // raster printer
+  gdiInfo_.ulHorzRes = setup.Landscape ? setup.PageHeight : setup.PageWidth;
+  gdiInfo_.ulVertRes = setup.Landscape ? setup.PageWidth : setup.PageHeight;
+  gdiInfo_.ulLogPixelsX = gdiInfo_.ulLogPixelsY = static_cast<ULONG>(setup.Quality > 0 ? setup.Quality : 300);
+  gdiInfo_.cBitsPixel = setup.Color ? 24 : 8;
+  gdiInfo_.cPlanes = 1;
+
+  devobj_ = DEVOBJ{};
+  devobj_.dwSize = sizeof(DEVOBJ);
+  devobj_.pPublicDM = &devmode_;
+  devobj_.pDrvProcs = spool_.Interface();
+
+  DRVENABLEDATA ded{};
+  void* state = nullptr;
+  const HRESULT hr = plugin_->lpVtbl->EnablePDEV(plugin_, &devobj_, devmode_.dmDeviceName, 0, nullptr,
+                                                 sizeof gdiInfo_, &gdiInfo_, 0, nullptr, &ded, &state);
+  devobj_.pdevOEM = state;  // held also when set-up failed: DisablePDEV frees it
+  enabled_ = hr == S_OK;
+  return hr;
+}
+
+HRESULT HostSession::Command(DWORD callbackId) {
+  if (!plugin_) return E_FAIL;
+  INT result = 0;
+  return plugin_->lpVtbl->CommandCallback(plugin_, &devobj_, callbackId, 0, nullptr, &result);
+}
+
+HRESULT HostSession::ImageProcessing(const Band& band) {
+  if (!plugin_) return E_FAIL;
+  BITMAPINFOHEADER header{};
+  header.biSize = sizeof header;
+  header.biWidth = band.Width;
+  header.biHeight = band.Height;
+  header.biPlanes = 1;
+  header.biBitCount = band.BitCount;
+  header.biSizeImage = static_cast<DWORD>(BandRowStride(band.Width) * band.Height);
+  IPPARAMS params{};
+  params.dwSize = sizeof params;
+  params.ptOffset = {band.OffsetX, band.OffsetY};
+  params.bBanding = 1;
+  params.bBlankBand = band.Blank ? 1 : 0;
+  BYTE* result = nullptr;
+  return plugin_->lpVtbl->ImageProcessing(plugin_, &devobj_, const_cast<BYTE*>(band.Bits), &header, nullptr, 0,
+                                          &params, &result);
+}
+
+HRESULT HostSession::Disable() {
+  if (!plugin_ || (!enabled_ && !devobj_.pdevOEM)) return S_OK;
+  const HRESULT hr = plugin_->lpVtbl->DisablePDEV(plugin_, &devobj_);
+  devobj_.pdevOEM = nullptr;
+  enabled_ = false;
+  return hr;
+}
+
+ULONG HostSession::Unload() {
+  if (!plugin_) return 0;
+  const ULONG count = plugin_->lpVtbl->Release(plugin_);
+  plugin_ = nullptr;
+  return count;
+}
+
+// ---------------------------------------------------------------------------------------------------
+// Pages
+// ---------------------------------------------------------------------------------------------------
+namespace {
+
+bool IsBlank(const std::uint8_t* bits, std::int32_t width, std::int32_t height, std::size_t stride,
+             std::uint16_t bitsPerPixel) {
+  const std::size_t rowBytes = static_cast<std::size_t>(width) * (bitsPerPixel / 8);
+  for (std::int32_t y = 0; y < height; ++y) {
+    const std::uint8_t* row = bits + stride * static_cast<std::size_t>(y);
+    for (std::size_t i = 0; i < rowBytes; ++i)
+      if (row[i] != 0xFF) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+PageResult PrintPage(HostSession& session, const PageSource& source, std::int32_t bandHeight,
+                     const std::function<void(int band, int bands)>& onBand) {
+  PageResult result;
+  if (bandHeight < 1 || source.Width < 1 || source.Height < 1 || !source.Render) {
+    result.Status = E_FAIL;
+    return result;
+  }
+  const bool landscape = session.Setup().Landscape;
+  // Portrait: full-width slices down the page. Landscape: full-height slices across the page.
+  const std::int32_t extent = landscape ? source.Width : source.Height;
+  const std::int32_t bandWidth = landscape ? bandHeight : source.Width;
+  const std::int32_t rowsMax = landscape ? source.Height : bandHeight;
+  const std::size_t stride = static_cast<std::size_t>(BandRowStride(bandWidth));
+  std::vector<std::uint8_t> buffer(stride * static_cast<std::size_t>(rowsMax) + 16);
+  const int bands = (extent + bandHeight - 1) / bandHeight;
+
+  session.Command(kCallbackPageStart);
+  for (int index = 0; index < bands; ++index) {
+    const std::int32_t start = index * bandHeight;
+    const std::int32_t size = std::min(bandHeight, extent - start);
+    Band band;
+    band.BitCount = source.BitsPerPixel;
+    if (landscape) {
+      band.Width = size;
+      band.Height = source.Height;
+      band.OffsetX = start;
+    } else {
+      band.Width = source.Width;
+      band.Height = size;
+      band.OffsetY = start;
+    }
+    std::fill(buffer.begin(), buffer.end(), 0xFF);
+    const bool more = landscape ? source.Render(start, 0, size, source.Height, buffer.data(), stride)
+                                : source.Render(0, start, source.Width, size, buffer.data(), stride);
+    if (!more) {
+      result.Stopped = true;
+      break;
+    }
+    band.Bits = buffer.data();
+    band.Blank = IsBlank(buffer.data(), band.Width, band.Height, stride, source.BitsPerPixel);
+    const HRESULT hr = session.ImageProcessing(band);
+    if (Failed(hr) && result.Status == S_OK) result.Status = hr;
+    ++result.Bands;
+    if (onBand) onBand(index + 1, bands);
+  }
+  session.Command(kCallbackPageEnd);
+  return result;
+}
+
+}  // namespace inkweave::host
