@@ -15,6 +15,7 @@ namespace {
 struct HeapSeam {
   std::atomic<std::uint32_t> failIn{0};  // allocations until the one that fails; 0 = never
   std::atomic<std::uint64_t> count{0};
+  std::atomic<std::uint64_t> freed{0};
 };
 HeapSeam globalSeam;
 HeapSeam localSeam;
@@ -42,6 +43,7 @@ void* LocalHeapAlloc(std::size_t size) {
 }
 
 void LocalHeapFree(void* block) {
+  if (block) localSeam.freed.fetch_add(1);
 #if defined(_WIN32)
   LocalFree(block);
 #else
@@ -59,6 +61,7 @@ void* GlobalHeapAlloc(std::size_t size) {
 }
 
 void GlobalHeapFree(void* block) {
+  if (block) globalSeam.freed.fetch_add(1);
 #if defined(_WIN32)
   GlobalFree(block);
 #else
@@ -105,6 +108,8 @@ void FailGlobalAllocation(std::uint32_t nth) { globalSeam.failIn.store(nth); }
 void FailLocalAllocation(std::uint32_t nth) { localSeam.failIn.store(nth); }
 std::uint64_t GlobalAllocationCount() { return globalSeam.count.load(); }
 std::uint64_t LocalAllocationCount() { return localSeam.count.load(); }
+std::uint64_t GlobalBlocksOutstanding() { return globalSeam.count.load() - globalSeam.freed.load(); }
+std::uint64_t LocalBlocksOutstanding() { return localSeam.count.load() - localSeam.freed.load(); }
 }  // namespace detail
 
 }  // namespace inkweave

@@ -39,6 +39,9 @@ void FailLocalAllocation(std::uint32_t nth);
 // Allocations made so far (successful ones), for tests that check nothing is allocated per band.
 std::uint64_t GlobalAllocationCount();
 std::uint64_t LocalAllocationCount();
+// Blocks allocated and not yet freed.
+std::uint64_t GlobalBlocksOutstanding();
+std::uint64_t LocalBlocksOutstanding();
 
 }  // namespace detail
 }  // namespace inkweave

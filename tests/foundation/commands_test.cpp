@@ -1,0 +1,276 @@
+// The command writer and the command dispatcher: the single write path, the command groups, and the
+// print-mode arithmetic of the selections, with the expected bytes written out here.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "host/spool.h"
+#include "src/commands/command_dispatcher.h"
+#include "src/commands/command_writer.h"
+#include "src/device/device_state.h"
+#include "tests/support/bytes.h"
+
+namespace inkweave {
+namespace {
+
+using testing::Bytes;
+using testing::Hex;
+using testing::operator+;
+
+struct Fixture {
+  DeviceState state{};
+  DEVOBJ devobj{};
+  host::SpoolService spool;
+  Fixture() {
+    state.ColorMode = 2;
+    state.PrintMode = 2;
+    state.HalftoneMethod = 1;
+    state.CompressionMethod = 2;
+    state.PaperSize = DMPAPER_A4;
+    devobj.pdevOEM = &state;
+  }
+  IPrintOemDriverUni* driver() { return spool.Interface(); }
+  int Command(std::uint32_t id) { return HandleCommand(&devobj, id, 0, driver()); }
+  Bytes ModeSettings() {
+    spool.Clear();
+    WriteModeSettings(&devobj, driver());
+    return spool.Stream();
+  }
+  Bytes PageStart() {
+    spool.Clear();
+    WritePageStart(&devobj, driver());
+    return spool.Stream();
+  }
+};
+
+// ---------------------------------------------------------------------------------------------------
+// Selections
+// ---------------------------------------------------------------------------------------------------
+TEST(Selections, ErrorDiffusionFlagTogglesOnWholeValue) {
+  Fixture f;
+  f.Command(12);
+  EXPECT_EQ(f.state.HalftoneMethod, 2);
+  EXPECT_EQ(f.state.PrintMode, 34);
+  f.Command(12);  // 34 is not below 6: the flag is cleared again
+  EXPECT_EQ(f.state.PrintMode, 2);
+}
+
+TEST(Selections, MonochromeBitIsOnlyEverAdded) {
+  Fixture f;
+  f.state.ColorMode = 1;
+  f.Command(12);
+  EXPECT_EQ(f.state.PrintMode, 18) << "monochrome is never below 6, so never flagged";
+  f.Command(11);
+  EXPECT_EQ(f.state.PrintMode, 18);
+  f.state.ColorMode = 2;  // the bit stays even if the device turned colour
+  f.Command(11);
+  EXPECT_EQ(f.state.PrintMode, 18);
+}
+
+TEST(Selections, DitherClearsTheFlag) {
+  Fixture f;
+  f.state.PrintMode = 36;
+  f.state.HalftoneMethod = 2;
+  f.Command(11);
+  EXPECT_EQ(f.state.HalftoneMethod, 1);
+  EXPECT_EQ(f.state.PrintMode, 4);
+}
+
+TEST(Selections, HighResolutionMapsOnlyFourValues) {
+  struct Case {
+    std::uint8_t before;
+    std::uint8_t halftone;
+    std::uint16_t color;
+    std::uint8_t after;
+  };
+  const Case cases[] = {
+      {36, 2, 2, 6},   // flagged 600 under diffusion: level 6, never flagged
+      {4, 1, 2, 6},    {4, 2, 2, 6},  {21, 1, 2, 22}, {53, 2, 2, 22}, {20, 1, 2, 20},
+      {2, 2, 2, 34},   // 300 keeps its level and takes the flag under diffusion
+      {34, 1, 2, 2},   // and loses it under dither
+      {1, 2, 2, 33},   {4, 1, 1, 22}, // monochrome: 4 becomes 6, then the monochrome bit
+      {6, 2, 2, 6},    {5, 2, 2, 37},
+  };
+  for (const Case& c : cases) {
+    Fixture f;
+    f.state.PrintMode = c.before;
+    f.state.HalftoneMethod = c.halftone;
+    f.state.ColorMode = c.color;
+    f.Command(14);
+    EXPECT_EQ(f.state.PrintMode, c.after) << "from " << int{c.before} << " halftone " << int{c.halftone};
+  }
+}
+
+TEST(Selections, MediaAndTheDefaultBranch) {
+  Fixture f;
+  for (std::uint32_t id = 15; id <= 18; ++id) {
+    f.Command(id);
+    EXPECT_EQ(f.state.MediaType, static_cast<std::int16_t>(id - 15));
+  }
+  const DeviceState before = f.state;
+  f.Command(13);
+  EXPECT_EQ(std::memcmp(&before, &f.state, sizeof before), 0) << "id 13 changes nothing";
+
+  f.Command(19);
+  EXPECT_EQ(f.state.LastCommandId, 19u);
+  EXPECT_EQ(f.state.CommandValue, 0u);
+  f.Command(7);
+  EXPECT_EQ(f.state.LastCommandId, 7u);
+  EXPECT_EQ(f.state.CommandValue, 882u);
+  f.Command(0x1FF);
+  EXPECT_EQ(f.state.LastCommandId, 0xFFu);
+  EXPECT_EQ(f.state.CommandValue, 0u);
+  EXPECT_TRUE(f.spool.Writes().empty()) << "selections write nothing";
+}
+
+// ---------------------------------------------------------------------------------------------------
+// The write path
+// ---------------------------------------------------------------------------------------------------
+TEST(WriteBytes, OnlyEFailMarksTheJob) {
+  Fixture f;
+  const std::uint8_t byte = 0x42;
+  f.spool.SetFaults({1, false, E_OUTOFMEMORY});
+  EXPECT_EQ(WriteBytes(&f.devobj, &byte, 1, f.driver()), 0);
+  EXPECT_EQ(f.state.WriteFailed, 0u);
+  f.spool.SetFaults({2, false, S_FALSE});
+  EXPECT_EQ(WriteBytes(&f.devobj, &byte, 1, f.driver()), 0) << "only S_OK is success";
+  EXPECT_EQ(f.state.WriteFailed, 0u);
+  f.spool.SetFaults({3, false, E_FAIL});
+  EXPECT_EQ(WriteBytes(&f.devobj, &byte, 1, f.driver()), 0);
+  EXPECT_EQ(f.state.WriteFailed, 1u);
+  EXPECT_EQ(WriteBytes(&f.devobj, &byte, 1, f.driver()), 1);
+  EXPECT_EQ(f.state.WriteFailed, 1u) << "a later success does not clear the mark";
+}
+
+// ---------------------------------------------------------------------------------------------------
+// Command groups
+// ---------------------------------------------------------------------------------------------------
+TEST(ModeSettings, ResolutionAndInkModeFromThePrintMode) {
+  struct Case {
+    std::uint8_t mode;
+    const char* resolution;  // empty: none written
+    const char* ink;
+  };
+  const Case cases[] = {
+      {1, "52 01 00", "49 10"},  {2, "52 01 01", "49 10"},  {3, "52 01 01", "49 10"}, {4, "52 02 02", "49 10"},
+      {5, "52 02 02", "49 10"},  {6, "52 03 03", "49 10"},  {34, "52 01 01", "49 31"}, {22, "52 03 03", "49 00"},
+      {50, "52 01 01", "49 30"}, {17, "52 01 00", "49 00"}, {0, "", "49 10"},          {7, "", "49 10"},
+      {55, "", "49 30"},         {54, "52 03 03", "49 30"}, {48, "", "49 30"},
+  };
+  for (const Case& c : cases) {
+    Fixture f;
+    f.state.PrintMode = c.mode;
+    const Bytes expected = Hex("1B 7C 01 00 03") + Hex(c.resolution) + Hex(c.ink) + Hex("4D 05 44 02 4E 05 00");
+    EXPECT_EQ(f.ModeSettings(), expected) << "print mode " << int{c.mode};
+    EXPECT_EQ(f.state.InkModeCode, Hex(c.ink)[1]);
+  }
+}
+
+TEST(ModeSettings, CompressionDAndMedia) {
+  Fixture f;
+  f.state.CompressionMethod = 1;
+  EXPECT_EQ(f.ModeSettings(), Hex("1B 7C 01 00 03 52 01 01 49 10 4D 02 44 02 4E 05 00"));
+  f.state.CompressionMethod = 0;
+  EXPECT_EQ(f.ModeSettings(), Hex("1B 7C 01 00 03 52 01 01 49 10 4D 00 44 02 4E 05 00"));
+  f.state.CompressionMethod = 3;
+  EXPECT_EQ(f.ModeSettings(), Hex("1B 7C 01 00 03 52 01 01 49 10 44 02 4E 05 00"));
+
+  f.state.CompressionMethod = 2;
+  const char* media[] = {"4E 05 00", "4E 05 01", "4E 05 02", "4E 05 03", "4E 05 04", "4E 05 04", "4E 05 00"};
+  for (int m = 0; m <= 6; ++m) {
+    f.state.MediaType = static_cast<std::int16_t>(m);
+    EXPECT_EQ(f.ModeSettings(), Hex("1B 7C 01 00 03 52 01 01 49 10 4D 05 44 02") + Hex(media[m])) << m;
+  }
+
+  // "D" 00 only when enabled, on a sheet paper, and on plain or inkjet media.
+  f.state.DCommandEnable = 1;
+  f.state.MediaType = 1;
+  EXPECT_EQ(f.ModeSettings(), Hex("1B 7C 01 00 03 52 01 01 49 10 4D 05 44 00 4E 05 01"));
+  f.state.MediaType = 2;
+  EXPECT_EQ(f.ModeSettings(), Hex("1B 7C 01 00 03 52 01 01 49 10 4D 05 44 02 4E 05 02"));
+  f.state.MediaType = 0;
+  f.state.PaperSize = DMPAPER_ENV_MONARCH;
+  EXPECT_EQ(f.ModeSettings(), Hex("1B 7C 01 00 03 52 01 01 49 10 4D 05 44 02 4E 05 00"));
+}
+
+TEST(PageStart, PaperCommandsPerSize) {
+  struct Case {
+    std::int16_t paper;
+    const char* bytes;
+  };
+  const Case cases[] = {
+      {9, "73 01"},          {1, "73 FF E8 02"}, {5, "73 FF E8 02"},    {7, "73 03"},       {11, "73 07"},
+      {34, "73 05 46 6E 00"}, {28, "73 06 46 6E 00"}, {30, "73 01 46 6E 00"}, {20, "73 0C 46 6E 00"},
+      {27, "73 0A 46 6E 00"}, {37, "73 0D 46 6E 00"}, {8, "73 FF"},  {0, "73 FF"},  {256, "73 FF"},
+  };
+  for (const Case& c : cases) {
+    Fixture f;
+    f.state.PaperSize = static_cast<std::uint16_t>(c.paper);
+    const Bytes expected = Hex("1B 7C 01 00 03 52 01 01 49 10 4D 05 44 02 4E 05 00 00 00 00") + testing::Zeros(500) +
+                           Hex("59 00 00 58 00 00") + Hex(c.bytes);
+    EXPECT_EQ(f.PageStart(), expected) << "paper " << c.paper;
+  }
+}
+
+TEST(PageStart, SharedPaperBufferAfterLetter) {
+  // Letter leaves its four bytes in the shared buffer; a later A4 sends just its two.
+  Fixture f;
+  f.state.PaperSize = DMPAPER_LETTER;
+  f.PageStart();
+  f.state.PaperSize = DMPAPER_A4;
+  const Bytes page = f.PageStart();
+  EXPECT_EQ(Bytes(page.end() - 8, page.end()), Hex("59 00 00 58 00 00 73 01"));
+}
+
+TEST(PageStart, DisabledHeaderWritesNothing) {
+  Fixture f;
+  f.state.PageHeaderDisabled = 1;
+  EXPECT_TRUE(f.PageStart().empty());
+}
+
+// ---------------------------------------------------------------------------------------------------
+// Job and page ends
+// ---------------------------------------------------------------------------------------------------
+TEST(JobEnd, AbortWriteAfterAFailedWrite) {
+  Fixture f;
+  f.state.WriteFailed = 1;
+  f.state.JobEnded = 0;
+  f.Command(23);
+  ASSERT_EQ(f.spool.Writes().size(), 1u);
+  EXPECT_TRUE(f.spool.Writes()[0].Abort);
+  EXPECT_EQ(f.spool.Writes()[0].WaitMs, 1000u);
+  EXPECT_EQ(f.spool.Writes()[0].Bytes, Hex("00 00 0C 1B 40"));
+  EXPECT_EQ(f.state.WriteFailed, 0u);
+  EXPECT_EQ(f.state.JobEnded, 1u);
+
+  f.spool.Clear();
+  f.Command(23);
+  ASSERT_EQ(f.spool.Writes().size(), 1u);
+  EXPECT_FALSE(f.spool.Writes()[0].Abort);
+  EXPECT_EQ(f.spool.Writes()[0].Bytes, Hex("1B 40"));
+}
+
+TEST(PageEnd, FormFeedBypassesTheFailureMark) {
+  Fixture f;
+  f.spool.SetFaults({1, false, E_FAIL});  // the form feed
+  f.Command(21);
+  EXPECT_EQ(f.state.WriteFailed, 0u) << "the direct form feed is never recorded";
+  ASSERT_EQ(f.spool.Writes().size(), 6u);
+  EXPECT_EQ(f.spool.Writes()[0].Bytes, Hex("0C"));
+  for (int i = 1; i < 6; ++i) EXPECT_EQ(f.spool.Writes()[i].Bytes, testing::Zeros(100));
+
+  Fixture g;
+  g.spool.SetFaults({2, false, E_FAIL});  // the first padding goes through WriteBytes
+  g.Command(21);
+  EXPECT_EQ(g.state.WriteFailed, 1u);
+}
+
+TEST(JobStart, ClearsTheFailureMark) {
+  Fixture f;
+  f.state.WriteFailed = 1;
+  f.Command(22);
+  EXPECT_EQ(f.state.WriteFailed, 0u);
+}
+
+}  // namespace
+}  // namespace inkweave

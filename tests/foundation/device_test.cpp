@@ -1,0 +1,198 @@
+// Device state creation and release: print mode and pass buffers per quality, the portrait page,
+// buffer sizes, the memory list, and the clean-up after a refused allocation.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "src/device/device_setup.h"
+#include "src/device/memory_list.h"
+
+namespace inkweave {
+namespace {
+
+struct Device {
+  DEVMODEW devmode{};
+  GDIINFO gdi{};
+  DEVOBJ devobj{};
+  Device(std::int16_t quality, std::int16_t orientation = DMORIENT_PORTRAIT, std::uint32_t horz = 2400,
+         std::uint32_t vert = 3300) {
+    devmode.dmPrintQuality = quality;
+    devmode.dmOrientation = orientation;
+    devmode.dmPaperSize = DMPAPER_A4;
+    devmode.dmColor = DMCOLOR_COLOR;
+    gdi.ulHorzRes = horz;
+    gdi.ulVertRes = vert;
+    devobj.pPublicDM = &devmode;
+  }
+  DeviceState* Enable(HRESULT* hr = nullptr) {
+    void* out = reinterpret_cast<void*>(std::uintptr_t{1});
+    const HRESULT result = EnableDevice(&devobj, &gdi, &out);
+    if (hr) *hr = result;
+    devobj.pdevOEM = out;
+    return static_cast<DeviceState*>(out);
+  }
+  void Disable() { EXPECT_EQ(DisableDevice(&devobj), S_OK); }
+};
+
+int PassBuffersAllocated(const DeviceState& state) {
+  int n = 0;
+  for (const PassBuffer& pass : state.StripeBuffers) n += pass.BufferStart != nullptr;
+  return n;
+}
+
+struct QualityCase {
+  std::int16_t quality;
+  std::uint8_t printMode;
+  int passBuffers;
+};
+
+class QualityTest : public ::testing::TestWithParam<QualityCase> {};
+
+TEST_P(QualityTest, PrintModeAndPassBuffers) {
+  const QualityCase c = GetParam();
+  Device device(c.quality);
+  DeviceState* state = device.Enable();
+  ASSERT_NE(state, nullptr);
+  EXPECT_EQ(state->PrintMode, c.printMode);
+  EXPECT_EQ(PassBuffersAllocated(*state), c.passBuffers);
+  for (int i = 0; i < c.passBuffers; ++i)
+    EXPECT_EQ(state->StripeBuffers[i].WritePos, state->StripeBuffers[i].BufferStart);
+  device.Disable();
+}
+
+INSTANTIATE_TEST_SUITE_P(Qualities, QualityTest,
+                         ::testing::Values(QualityCase{150, 1, 2}, QualityCase{300, 2, 2}, QualityCase{600, 4, 8},
+                                           QualityCase{1200, 2, 2}, QualityCase{-4, 2, 2}, QualityCase{0, 2, 2}));
+
+TEST(DeviceState, CreationValues) {
+  Device device(300);
+  HRESULT hr = E_FAIL;
+  DeviceState* state = device.Enable(&hr);
+  ASSERT_EQ(hr, S_OK);
+  EXPECT_EQ(state->JobEnded, 1u);
+  EXPECT_EQ(state->LastCommandId, 0xFFFFFFFFu);
+  EXPECT_EQ(state->HalftoneMethod, 1);
+  EXPECT_EQ(state->CompressionMethod, 2);
+  EXPECT_EQ(state->CreatedFlag, 1);
+  EXPECT_EQ(state->ColorMode, 2);
+  EXPECT_EQ(state->PrintQuality, 300);
+  EXPECT_EQ(state->PaperSize, DMPAPER_A4);
+  EXPECT_EQ(state->MediaType, 0);
+  EXPECT_EQ(state->InitFailed, 0u);
+  EXPECT_EQ(state->Landscape, 0);
+  EXPECT_EQ(state->PageWidth, 2400u);
+  EXPECT_EQ(state->PageHeight, 3300u);
+  ASSERT_NE(state->PlaneBuffer[0], nullptr);
+  ASSERT_NE(state->PlaneBuffer[1], nullptr);
+  ASSERT_NE(state->ToneCurves, nullptr);
+  ASSERT_NE(state->RecordBuffer, nullptr);
+  ASSERT_NE(state->ScratchBuffer, nullptr);
+  // Planes and curves start zeroed.
+  for (const std::uint8_t* planes : state->PlaneBuffer)
+    for (std::uint32_t i = 0; i < kPlaneBufferBytes; i += 97) ASSERT_EQ(planes[i], 0) << i;
+  for (std::uint32_t i = 0; i < kToneCurveBytes; ++i) ASSERT_EQ(state->ToneCurves[i], 0) << i;
+  device.Disable();
+}
+
+TEST(DeviceState, LandscapeHoldsThePortraitPage) {
+  Device device(300, DMORIENT_LANDSCAPE, 3300, 2400);
+  DeviceState* state = device.Enable();
+  EXPECT_EQ(state->Landscape, 1);
+  EXPECT_EQ(state->PageWidth, 2400u);
+  EXPECT_EQ(state->PageHeight, 3300u);
+  device.Disable();
+}
+
+TEST(DeviceState, LineBuffersSpanFourTimesTheDoubledWidthAt600) {
+  // Writing every byte of each line buffer is caught by the address sanitizer if a buffer is short.
+  for (std::int16_t quality : {300, 600}) {
+    Device device(quality, DMORIENT_PORTRAIT, 1000, 100);
+    DeviceState* state = device.Enable();
+    const std::size_t bytes = 4 * (quality == 600 ? 2000 : 1000) + 16;
+    for (std::int16_t* line : state->LineBuffers) std::memset(line, 0x5A, bytes);
+    device.Disable();
+  }
+}
+
+TEST(MemoryList, PassBufferCountByLevelWithFlagsIgnored) {
+  for (int flags : {0, 16, 32, 48}) {
+    EXPECT_EQ(PassBufferCount(static_cast<std::int16_t>(flags + 1)), 2);
+    EXPECT_EQ(PassBufferCount(static_cast<std::int16_t>(flags + 2)), 2);
+    EXPECT_EQ(PassBufferCount(static_cast<std::int16_t>(flags + 3)), 4);
+    EXPECT_EQ(PassBufferCount(static_cast<std::int16_t>(flags + 4)), 4);
+    EXPECT_EQ(PassBufferCount(static_cast<std::int16_t>(flags + 5)), 8);
+    EXPECT_EQ(PassBufferCount(static_cast<std::int16_t>(flags + 6)), 8);
+  }
+  for (int outside : {0, 7, 16, 23, 55, -1}) EXPECT_EQ(PassBufferCount(static_cast<std::int16_t>(outside)), 0);
+}
+
+TEST(MemoryList, BlocksLinkInFrontAndFreeAllAtOnce) {
+  DeviceState state{};
+  const std::uint64_t before = detail::GlobalBlocksOutstanding();
+  state.MemoryList = static_cast<MemoryBlock**>(GlobalHeapAlloc(sizeof(MemoryBlock*)));
+  *state.MemoryList = nullptr;
+  void* a = AllocFromList(state.MemoryList, 10);
+  void* b = AllocFromList(state.MemoryList, 0);
+  ASSERT_NE(a, nullptr);
+  ASSERT_NE(b, nullptr);
+  // The payload lies just behind the 8-byte link; the newest block heads the list.
+  EXPECT_EQ(static_cast<void*>(*state.MemoryList + 1), b);
+  EXPECT_EQ(static_cast<void*>((*state.MemoryList)->Previous + 1), a);
+
+  detail::FailGlobalAllocation(1);
+  MemoryBlock* head = *state.MemoryList;
+  EXPECT_EQ(AllocFromList(state.MemoryList, 16), nullptr);
+  EXPECT_EQ(*state.MemoryList, head) << "a refused allocation leaves the list unchanged";
+
+  FreeMemoryList(state);
+  EXPECT_EQ(state.MemoryList, nullptr);
+  EXPECT_EQ(detail::GlobalBlocksOutstanding(), before);
+  FreeMemoryList(state);  // a second release finds nothing to free
+  EXPECT_EQ(state.MemoryList, nullptr);
+}
+
+// Every global allocation of the set-up may be refused; each time all earlier blocks are freed,
+// InitFailed is set and the host still holds the record.
+TEST(DeviceState, RefusedAllocationFreesEverything) {
+  for (std::int16_t quality : {150, 300, 600}) {
+    const int allocations = quality == 600 ? 18 : 12;  // head, 4 lines, 2 planes, curves, passes, record, scratch
+    for (int nth = 1; nth <= allocations; ++nth) {
+      SCOPED_TRACE(::testing::Message() << "quality " << quality << ", allocation " << nth);
+      const std::uint64_t globalBefore = detail::GlobalBlocksOutstanding();
+      const std::uint64_t localBefore = detail::LocalBlocksOutstanding();
+      Device device(quality);
+      detail::FailGlobalAllocation(static_cast<std::uint32_t>(nth));
+      HRESULT hr = S_OK;
+      DeviceState* state = device.Enable(&hr);
+      detail::FailGlobalAllocation(0);
+      EXPECT_EQ(hr, E_FAIL);
+      ASSERT_NE(state, nullptr);
+      EXPECT_EQ(state->InitFailed, 1u);
+      EXPECT_EQ(state->MemoryList, nullptr);
+      EXPECT_EQ(detail::GlobalBlocksOutstanding(), globalBefore);
+      device.Disable();
+      EXPECT_EQ(detail::LocalBlocksOutstanding(), localBefore);
+    }
+    // One allocation more than the set-up makes: nothing is refused.
+    Device device(quality);
+    detail::FailGlobalAllocation(static_cast<std::uint32_t>(allocations + 1));
+    HRESULT hr = E_FAIL;
+    device.Enable(&hr);
+    detail::FailGlobalAllocation(0);
+    EXPECT_EQ(hr, S_OK) << "quality " << quality;
+    device.Disable();
+  }
+}
+
+TEST(DeviceState, RefusedRecordLeavesTheHostNothing) {
+  Device device(300);
+  detail::FailLocalAllocation(1);
+  HRESULT hr = S_OK;
+  DeviceState* state = device.Enable(&hr);
+  detail::FailLocalAllocation(0);
+  EXPECT_EQ(hr, E_FAIL);
+  EXPECT_EQ(state, nullptr);
+}
+
+}  // namespace
+}  // namespace inkweave

@@ -1,0 +1,230 @@
+// The plug-in library's COM frame, exercised through its two exports and its interface tables only:
+// class objects, reference counts, server locks, the host's queries and the refusals.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <set>
+#include <string>
+
+#include "tests/support/plugin_library.h"
+
+namespace inkweave {
+namespace {
+
+using testing::SharedPlugin;
+
+IClassFactory* GetFactory() {
+  IClassFactory* factory = nullptr;
+  EXPECT_EQ(SharedPlugin().GetClassObject(&CLSID_RenderPlugin, &IID_IClassFactory, reinterpret_cast<void**>(&factory)),
+            S_OK);
+  return factory;
+}
+
+IPrintOemUni* CreatePlugin() {
+  IClassFactory* factory = GetFactory();
+  IPrintOemUni* plugin = nullptr;
+  EXPECT_EQ(factory->lpVtbl->CreateInstance(factory, nullptr, &IID_IPrintOemUni, reinterpret_cast<void**>(&plugin)),
+            S_OK);
+  EXPECT_EQ(factory->lpVtbl->Release(factory), 0u);
+  return plugin;
+}
+
+TEST(Exports, OnlyTheTwoEntryPointsAreVisible) {
+  const std::string command = std::string("nm -D --defined-only '") + INKWEAVE_PLUGIN_PATH + "'";
+  FILE* pipe = popen(command.c_str(), "r");
+  ASSERT_NE(pipe, nullptr);
+  std::set<std::string> symbols;
+  char line[512];
+  while (std::fgets(line, sizeof line, pipe)) {
+    std::string text(line);
+    const auto space = text.find_last_of(' ');
+    std::string name = text.substr(space + 1);
+    while (!name.empty() && (name.back() == '\n' || name.back() == '\r')) name.pop_back();
+    const char kind = space >= 1 ? text[space - 1] : '?';
+    if (kind == 'T' || kind == 'D' || kind == 'B' || kind == 'R' || kind == 'W' || kind == 'V' || kind == 'u' ||
+        kind == 'i')
+      symbols.insert(name);
+  }
+  ASSERT_EQ(pclose(pipe), 0) << "nm failed";
+  EXPECT_EQ(symbols, (std::set<std::string>{"DllCanUnloadNow", "DllGetClassObject"}));
+}
+
+TEST(ClassObject, OtherClassLeavesTheOutputUntouched) {
+  void* sentinel = reinterpret_cast<void*>(std::uintptr_t{0x1234});
+  void* out = sentinel;
+  EXPECT_EQ(SharedPlugin().GetClassObject(&IID_IPrintOemUni, &IID_IClassFactory, &out), CLASS_E_CLASSNOTAVAILABLE);
+  EXPECT_EQ(out, sentinel);
+}
+
+TEST(ClassObject, FactoryAnswersOnlyItsInterfaces) {
+  void* out = reinterpret_cast<void*>(std::uintptr_t{1});
+  EXPECT_EQ(SharedPlugin().GetClassObject(&CLSID_RenderPlugin, &IID_IPrintOemUni, &out), E_NOINTERFACE);
+  EXPECT_EQ(out, nullptr);
+
+  IUnknown* unknown = nullptr;
+  ASSERT_EQ(SharedPlugin().GetClassObject(&CLSID_RenderPlugin, &IID_IUnknown, reinterpret_cast<void**>(&unknown)),
+            S_OK);
+  EXPECT_EQ(unknown->lpVtbl->AddRef(unknown), 2u);
+  EXPECT_EQ(unknown->lpVtbl->Release(unknown), 1u);
+  EXPECT_EQ(unknown->lpVtbl->Release(unknown), 0u);
+
+  IClassFactory* factory = GetFactory();
+  IUnknown* outer = reinterpret_cast<IUnknown*>(factory);
+  void* plugin = reinterpret_cast<void*>(std::uintptr_t{1});
+  EXPECT_EQ(factory->lpVtbl->CreateInstance(factory, outer, &IID_IPrintOemUni, &plugin), CLASS_E_NOAGGREGATION);
+  EXPECT_EQ(factory->lpVtbl->CreateInstance(factory, nullptr, &IID_IClassFactory, &plugin), E_NOINTERFACE);
+  EXPECT_EQ(plugin, nullptr);
+  EXPECT_EQ(factory->lpVtbl->Release(factory), 0u);
+}
+
+TEST(ClassObject, OnlyServerLocksKeepTheLibrary) {
+  IPrintOemUni* plugin = CreatePlugin();
+  EXPECT_EQ(SharedPlugin().CanUnloadNow(), S_OK) << "objects are deliberately not counted";
+  IClassFactory* factory = GetFactory();
+  EXPECT_EQ(factory->lpVtbl->LockServer(factory, 1), S_OK);
+  EXPECT_EQ(factory->lpVtbl->LockServer(factory, 1), S_OK);
+  EXPECT_EQ(SharedPlugin().CanUnloadNow(), S_FALSE);
+  EXPECT_EQ(factory->lpVtbl->LockServer(factory, 0), S_OK);
+  EXPECT_EQ(SharedPlugin().CanUnloadNow(), S_FALSE);
+  EXPECT_EQ(factory->lpVtbl->LockServer(factory, 0), S_OK);
+  EXPECT_EQ(SharedPlugin().CanUnloadNow(), S_OK);
+  factory->lpVtbl->Release(factory);
+  EXPECT_EQ(plugin->lpVtbl->Release(plugin), 0u);
+}
+
+TEST(Plugin, ReferenceCountsAndInterfaces) {
+  IPrintOemUni* plugin = CreatePlugin();
+  EXPECT_EQ(plugin->lpVtbl->AddRef(plugin), 2u);
+  void* out = nullptr;
+  EXPECT_EQ(plugin->lpVtbl->QueryInterface(plugin, &IID_IUnknown, &out), S_OK);
+  EXPECT_EQ(out, plugin);
+  EXPECT_EQ(plugin->lpVtbl->QueryInterface(plugin, &IID_IPrintOemUni, &out), S_OK);
+  EXPECT_EQ(plugin->lpVtbl->QueryInterface(plugin, &IID_IClassFactory, &out), E_NOINTERFACE);
+  EXPECT_EQ(out, nullptr);
+  EXPECT_EQ(plugin->lpVtbl->Release(plugin), 3u);
+  EXPECT_EQ(plugin->lpVtbl->Release(plugin), 2u);
+  EXPECT_EQ(plugin->lpVtbl->Release(plugin), 1u);
+  EXPECT_EQ(plugin->lpVtbl->Release(plugin), 0u);
+}
+
+TEST(Plugin, GetInfo) {
+  IPrintOemUni* plugin = CreatePlugin();
+  std::uint8_t buffer[8] = {};
+  DWORD needed = 99;
+  EXPECT_EQ(plugin->lpVtbl->GetInfo(plugin, 1, buffer, 4, &needed), S_OK);
+  EXPECT_EQ(needed, 4u);
+  EXPECT_EQ(std::string(reinterpret_cast<char*>(buffer), 4), "318K");
+  DWORD value = 0;
+  EXPECT_EQ(plugin->lpVtbl->GetInfo(plugin, 2, &value, 4, &needed), S_OK);
+  EXPECT_EQ(value, 0x10000u);
+  value = 0;
+  EXPECT_EQ(plugin->lpVtbl->GetInfo(plugin, 3, &value, 8, &needed), S_OK);
+  EXPECT_EQ(value, 0x10000u);
+
+  needed = 99;
+  EXPECT_EQ(plugin->lpVtbl->GetInfo(plugin, 4, &value, 4, &needed), E_FAIL);
+  EXPECT_EQ(needed, 0u);
+  EXPECT_EQ(plugin->lpVtbl->GetInfo(plugin, 0, &value, 4, nullptr), E_FAIL);
+  EXPECT_EQ(plugin->lpVtbl->GetInfo(plugin, 1, &value, 4, nullptr), E_FAIL);
+  needed = 0;
+  value = 0xAAAAAAAA;
+  EXPECT_EQ(plugin->lpVtbl->GetInfo(plugin, 1, &value, 3, &needed), E_FAIL);
+  EXPECT_EQ(needed, 4u) << "the size needed is told before the buffer is refused";
+  EXPECT_EQ(value, 0xAAAAAAAAu);
+  EXPECT_EQ(plugin->lpVtbl->GetInfo(plugin, 1, nullptr, 4, &needed), E_FAIL);
+  plugin->lpVtbl->Release(plugin);
+}
+
+TEST(Plugin, GetImplementedMethod) {
+  IPrintOemUni* plugin = CreatePlugin();
+  auto ask = [plugin](const char* name) {
+    std::string copy(name);
+    return plugin->lpVtbl->GetImplementedMethod(plugin, copy.data());
+  };
+  for (const char* name : {"CommandCallback", "EnableDriver", "EnablePDEV", "DisablePDEV", "GetInfo", "FilterGraphics",
+                           "ImageProcessing"})
+    EXPECT_EQ(ask(name), S_OK) << name;
+  for (const char* name : {"PublishDriverInterface", "DevMode", "commandCallback", "commandcallback", "", "Enable",
+                           "EnablePDEVx", "GetInfo ", "Compression", "DisableDriver", "ResetPDEV"})
+    EXPECT_EQ(ask(name), E_FAIL) << name;
+  EXPECT_EQ(plugin->lpVtbl->GetImplementedMethod(plugin, nullptr), E_FAIL);
+  plugin->lpVtbl->Release(plugin);
+}
+
+TEST(Plugin, EnableDriverChecksItsArguments) {
+  IPrintOemUni* plugin = CreatePlugin();
+  DRVENABLEDATA ded{7, 7, nullptr};
+  EXPECT_EQ(plugin->lpVtbl->EnableDriver(plugin, 0x20000, sizeof ded, &ded), E_FAIL);
+  EXPECT_EQ(plugin->lpVtbl->EnableDriver(plugin, 0x10000, 15, &ded), E_FAIL);
+  EXPECT_EQ(plugin->lpVtbl->EnableDriver(plugin, 0x10000, 16, nullptr), E_FAIL);
+  EXPECT_EQ(ded.iDriverVersion, 7u);
+  EXPECT_EQ(plugin->lpVtbl->EnableDriver(plugin, 0x10000, 16, &ded), S_OK);
+  EXPECT_EQ(ded.iDriverVersion, 0x10000u);
+  EXPECT_EQ(ded.c, 0u);
+  plugin->lpVtbl->Release(plugin);
+}
+
+TEST(Plugin, UnimplementedSlotsAndFilterGraphics) {
+  IPrintOemUni* plugin = CreatePlugin();
+  const IPrintOemUniVtbl& v = *plugin->lpVtbl;
+  EXPECT_EQ(v.DevMode(plugin, 0, nullptr), E_NOTIMPL);
+  EXPECT_EQ(v.DisableDriver(plugin), E_NOTIMPL);
+  EXPECT_EQ(v.ResetPDEV(plugin, nullptr, nullptr), E_NOTIMPL);
+  EXPECT_EQ(v.DriverDMS(plugin, nullptr, nullptr, 0, nullptr), E_NOTIMPL);
+  EXPECT_EQ(v.Compression(plugin, nullptr, nullptr, nullptr, 0, 0, nullptr), E_NOTIMPL);
+  EXPECT_EQ(v.HalftonePattern(plugin, nullptr, nullptr, 0, 0, 0, 0, nullptr, 0), E_NOTIMPL);
+  EXPECT_EQ(v.MemoryUsage(plugin, nullptr, nullptr), E_NOTIMPL);
+  EXPECT_EQ(v.DownloadFontHeader(plugin, nullptr, nullptr, nullptr), E_NOTIMPL);
+  EXPECT_EQ(v.DownloadCharGlyph(plugin, nullptr, nullptr, 0, nullptr, nullptr), E_NOTIMPL);
+  EXPECT_EQ(v.TTDownloadMethod(plugin, nullptr, nullptr, nullptr), E_NOTIMPL);
+  EXPECT_EQ(v.OutputCharStr(plugin, nullptr, nullptr, 0, 0, nullptr), E_NOTIMPL);
+  EXPECT_EQ(v.SendFontCmd(plugin, nullptr, nullptr, nullptr), E_NOTIMPL);
+  EXPECT_EQ(v.TextOutAsBitmap(plugin, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                              0),
+            E_NOTIMPL);
+  EXPECT_EQ(v.TTYGetInfo(plugin, nullptr, 0, nullptr, 0, nullptr), E_NOTIMPL);
+  std::uint8_t graphics[4] = {1, 2, 3, 4};
+  EXPECT_EQ(v.FilterGraphics(plugin, nullptr, graphics, sizeof graphics), S_OK);
+  plugin->lpVtbl->Release(plugin);
+}
+
+TEST(Plugin, PublishKeepsTheFirstInterface) {
+  host::SpoolService first;
+  host::SpoolService second;
+  IPrintOemUni* plugin = CreatePlugin();
+  EXPECT_EQ(plugin->lpVtbl->PublishDriverInterface(plugin, first.Unknown()), S_OK);
+  EXPECT_EQ(first.References(), 2u) << "held through one QueryInterface";
+  EXPECT_EQ(plugin->lpVtbl->PublishDriverInterface(plugin, second.Unknown()), S_OK);
+  EXPECT_EQ(second.References(), 1u) << "no new query";
+  EXPECT_EQ(first.References(), 2u);
+  EXPECT_EQ(plugin->lpVtbl->Release(plugin), 0u);
+  EXPECT_EQ(first.References(), 1u) << "released with the object";
+}
+
+TEST(Plugin, PublishFailsWhenTheHostHasNoService) {
+  IPrintOemUni* plugin = CreatePlugin();
+  IClassFactory* factory = GetFactory();  // an object that answers no IPrintOemDriverUni
+  EXPECT_EQ(plugin->lpVtbl->PublishDriverInterface(plugin, reinterpret_cast<IUnknown*>(factory)), E_FAIL);
+  host::SpoolService spool;
+  EXPECT_EQ(plugin->lpVtbl->PublishDriverInterface(plugin, spool.Unknown()), S_OK) << "a failed publish holds nothing";
+  factory->lpVtbl->Release(factory);
+  plugin->lpVtbl->Release(plugin);
+}
+
+TEST(Plugin, ImageProcessingRefusesWithoutADevice) {
+  IPrintOemUni* plugin = CreatePlugin();
+  BYTE* untouched = reinterpret_cast<BYTE*>(std::uintptr_t{0x77});
+  BYTE* result = untouched;
+  std::uint8_t bits[64] = {};
+  BITMAPINFOHEADER header{40, 4, 4, 1, 24, 0, 0, 0, 0, 0, 0};
+  IPPARAMS params{sizeof(IPPARAMS), {0, 0}, nullptr, 1, 0};
+  EXPECT_EQ(plugin->lpVtbl->ImageProcessing(plugin, nullptr, bits, &header, nullptr, 0, &params, &result), E_FAIL);
+  EXPECT_EQ(result, untouched);
+  DEVOBJ devobj{};
+  EXPECT_EQ(plugin->lpVtbl->ImageProcessing(plugin, &devobj, bits, &header, nullptr, 0, &params, &result), E_FAIL);
+  EXPECT_EQ(result, untouched);
+  plugin->lpVtbl->Release(plugin);
+}
+
+}  // namespace
+}  // namespace inkweave

@@ -1,0 +1,66 @@
+// Byte sequences written out in tests: Hex("1B 7C 01 00 03"), Zeros(100), and readable diffs.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace inkweave::testing {
+
+using Bytes = std::vector<std::uint8_t>;
+
+// Parses hexadecimal bytes separated by spaces.
+inline Bytes Hex(std::string_view text) {
+  Bytes out;
+  int value = -1;
+  for (char c : text) {
+    int digit = c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
+    if (digit < 0) {
+      if (value >= 0) out.push_back(static_cast<std::uint8_t>(value));
+      value = -1;
+    } else {
+      value = value < 0 ? digit : value * 16 + digit;
+    }
+  }
+  if (value >= 0) out.push_back(static_cast<std::uint8_t>(value));
+  return out;
+}
+
+inline Bytes Zeros(std::size_t n) { return Bytes(n, 0); }
+
+inline Bytes Concat(std::initializer_list<Bytes> parts) {
+  Bytes out;
+  for (const Bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
+  return out;
+}
+
+inline Bytes operator+(Bytes a, const Bytes& b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
+}
+
+// Hex text of bytes [from, from + count).
+inline std::string HexText(const Bytes& bytes, std::size_t from = 0, std::size_t count = 64) {
+  std::string out;
+  char buf[4];
+  for (std::size_t i = from; i < bytes.size() && i < from + count; ++i) {
+    std::snprintf(buf, sizeof buf, "%02X ", bytes[i]);
+    out += buf;
+  }
+  return out;
+}
+
+// Empty when equal; otherwise where and how two streams first differ.
+inline std::string FirstDifference(const Bytes& actual, const Bytes& expected) {
+  std::size_t i = 0;
+  while (i < actual.size() && i < expected.size() && actual[i] == expected[i]) ++i;
+  if (i == actual.size() && i == expected.size()) return {};
+  const std::size_t from = i >= 8 ? i - 8 : 0;
+  return "first difference at byte " + std::to_string(i) + " (sizes " + std::to_string(actual.size()) + " and " +
+         std::to_string(expected.size()) + ")\n  actual:   " + HexText(actual, from, 24) +
+         "\n  expected: " + HexText(expected, from, 24);
+}
+
+}  // namespace inkweave::testing
