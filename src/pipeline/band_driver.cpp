@@ -1,11 +1,132 @@
-// Transitional: the band driver lands with the band pipeline; until then bands are accepted and
-// produce nothing.
+// The band driver. For every band: the page set-up on the band at the page's origin (colour table,
+// tone curves, weave counters, pass buffers), the band record, the renderer, then the band in stripes
+// of 16 rows (4 at level 6), each rendered and handed to the raster emitter; and the page's final
+// emitter call on the band that ends exactly at the page height.
 #include "src/pipeline/band_driver.h"
 
-namespace inkweave {
+#include <cstring>
 
-int ProcessBand(DEVOBJ*, const BYTE*, const BITMAPINFOHEADER*, const BYTE*, DWORD, const IPPARAMS*,
-                IPrintOemDriverUni*) {
+#include "src/color/color.h"
+#include "src/device/memory_list.h"
+#include "src/pipeline/band_info.h"
+#include "src/pipeline/renderer_selection.h"
+#include "src/raster/raster.h"
+
+namespace inkweave {
+namespace {
+
+// The widest row a dot plane takes: 640 bytes of dots (1,280 bytes of doubled dots at level 6).
+constexpr std::int64_t kMaxRowPixels = 5120;
+
+// Curve 6 of an 8-bit page is curve 5 through this map, which holds the identity.
+constexpr std::uint8_t GrayMap(int i) { return static_cast<std::uint8_t>(i); }
+
+void StartPage(DeviceState& state, int bitCount) {
+  if (bitCount == 24) {
+    std::int16_t purpose;
+    if (state.HalftoneMethod == 0 || state.HalftoneMethod == 2) purpose = kLutPurposeDiffusion;
+    else if (state.HalftoneMethod == 1) purpose = kLutPurposeDither;
+    else purpose = state.LutVariant ? kLutPurposeDiffusion : kLutPurposeDither;
+    state.ColorLut = SelectColorLut(state, purpose);
+    BuildToneCurves(state);
+  } else if (bitCount == 8) {
+    BuildToneCurves(state);
+    std::uint8_t* gray = state.ToneCurves + 5 * 256;
+    std::uint8_t* band = state.ToneCurves + 6 * 256;
+    for (int i = 0; i < 256; ++i) band[i] = gray[GrayMap(i)];
+  }
+
+  state.PageInProgress = 0;
+  state.PaperPosition = 0;
+  state.PhaseRow = 0;
+  state.WeavePhase = 0;
+  state.StripeFlag = 1;
+  state.PageStartMark = 1;
+  state.FinalFlush = 0;
+  const int passes = PassBufferCount(state.PrintMode);
+  for (int i = 0; i < passes; ++i) {
+    PassBuffer& pass = state.StripeBuffers[i];
+    pass.RowsFilled = 0;
+    pass.PassMark = 720;
+    pass.WritePos = pass.BufferStart;
+  }
+  state.PageInkSeen = 0;
+}
+
+}  // namespace
+
+bool BandFitsDevice(const DEVOBJ* devobj, const BITMAPINFOHEADER& header, const IPPARAMS& params) {
+  const DeviceState* state = StateOf(devobj);
+  if (!state) return false;
+  if (header.biBitCount != 24 && header.biBitCount != 8 && header.biBitCount != 1) return false;
+  if (header.biWidth <= 0 || header.biHeight <= 0 || params.ptOffset.x < 0 || params.ptOffset.y < 0) return false;
+  const std::int64_t rowPixels = state->Landscape ? header.biHeight : header.biWidth;
+  return rowPixels <= static_cast<std::int64_t>(state->PageWidth) && rowPixels <= kMaxRowPixels;
+}
+
+int ProcessBand(DEVOBJ* devobj, const BYTE* bits, const BITMAPINFOHEADER* header, const BYTE*, DWORD,
+                const IPPARAMS* params, IPrintOemDriverUni* driver) {
+  DeviceState& state = *StateOf(devobj);
+  BandInfo band;
+  band.Header = *header;
+  band.Bits = bits;
+  band.Stride = BandStride(header->biWidth);
+
+  const int offsetX = params->ptOffset.x;
+  const int offsetY = params->ptOffset.y;
+  if (offsetX == 0 && offsetY == 0) StartPage(state, header->biBitCount);
+
+  // Output lines run down the portrait page: across the band in landscape.
+  const bool landscape = state.Landscape != 0;
+  const int lines = landscape ? header->biWidth : header->biHeight;
+  const int rowPixels = landscape ? header->biHeight : header->biWidth;
+  int rowUnits = rowPixels;
+  if (landscape) rowUnits = static_cast<std::uint16_t>(header->biHeight);
+  else if (header->biBitCount == 1) rowUnits = (rowPixels + 7) / 8;
+  state.BandLeft = 0;
+  state.BandPixels = static_cast<std::uint16_t>(rowPixels);
+  state.BandOffset = static_cast<std::uint32_t>(landscape ? offsetX : offsetY);
+
+  SelectBandRenderer(devobj, band, driver);
+  const BandRendererFn renderer = state.BandRenderer;
+
+  const int stripe = (state.PrintMode & kPrintModeLevelMask) < 6 ? 16 : 4;
+  int limit = lines;
+  if (landscape && state.PageHeight <= static_cast<std::uint32_t>(offsetX + lines))
+    limit = static_cast<int>(state.PageHeight) - offsetX;  // the band runs past the page: cut it
+
+  // A last stripe of a single line is dropped, and a band of one line emits nothing: kept as it is.
+  for (int y = 0; y < limit - 1; y += stripe) {
+    const int rows = limit < y + stripe ? limit - y : stripe;
+    std::uint32_t result = 0;
+    if (!params->bBlankBand && renderer)
+      result = renderer(state, y, rowUnits, band, rows, 0, static_cast<std::int16_t>(rowPixels), params);
+    const auto inkFlag = static_cast<std::int16_t>(result & 0xFFFF);
+    EmitStripe(devobj, stripe, band, inkFlag, driver);
+    state.StripeFlag = 0;
+    state.PageInProgress = 1;
+    if (inkFlag != 0) {
+      state.PageInkSeen |= static_cast<std::uint16_t>(inkFlag);
+      if (!landscape) {
+        if (header->biBitCount == 24 && state.ActiveHalftone == 1 && (state.PrintMode & kPrintModeLevelMask) < 6) {
+          std::memset(state.PlaneBuffer[0], 0, kPlaneBufferBytes);
+          std::memset(state.PlaneBuffer[1], 0, kPlaneBufferBytes);
+        }
+      } else {
+        std::memset(state.PlaneBuffer[0], 0, kPlaneBufferBytes);
+      }
+    }
+  }
+
+  const int end = limit + (landscape ? offsetX : offsetY);
+  if (end >= 0 && static_cast<std::uint32_t>(end) == state.PageHeight) {
+    state.StripeFlag = 2;
+    state.FinalFlush = 1;
+    EmitStripe(devobj, 0, band, 1, driver);
+    state.StripeFlag = 1;
+    state.PageInProgress = 0;
+    state.FinalFlush = 0;
+  }
   return 1;
 }
 

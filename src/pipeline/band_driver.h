@@ -1,9 +1,15 @@
 // The band driver: per-page set-up, stripes, rendering and output of one band.
 #pragma once
 
+#include <cstdint>
+
 #include "platform/platform.h"
 
 namespace inkweave {
+
+// Whether the device can take the band at all: a 24-, 8- or 1-bit band of positive size at a
+// non-negative offset whose rows are no wider than the page and than a dot plane holds.
+bool BandFitsDevice(const DEVOBJ* devobj, const BITMAPINFOHEADER& header, const IPPARAMS& params);
 
 // Always answers 1.
 int ProcessBand(DEVOBJ* devobj, const BYTE* bits, const BITMAPINFOHEADER* header, const BYTE* colorTable,

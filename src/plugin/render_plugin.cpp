@@ -167,7 +167,7 @@ HRESULT RenderPlugin::ImageProcessing(IPrintOemUni* self, DEVOBJ* devobj, BYTE* 
   if (!state || state->InitFailed) return E_FAIL;
   RenderPlugin* plugin = From(self);
   // A band the plug-in cannot read is refused rather than guessed at.
-  if (!bits || !header || !params || !plugin->driver_) return E_FAIL;
+  if (!bits || !header || !params || !plugin->driver_ || !BandFitsDevice(devobj, *header, *params)) return E_FAIL;
   (void)ProcessBand(devobj, bits, header, colorTable, callbackId, params, plugin->driver_);
   if (result) *result = reinterpret_cast<BYTE*>(std::uintptr_t{1});  // consumed; no bitmap comes back
   return S_OK;
