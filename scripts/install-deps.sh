@@ -1,0 +1,30 @@
+#!/usr/bin/env bash
+# Installs, with apt, whatever the project needs and the machine lacks (Debian 12). Safe to re-run.
+set -euo pipefail
+
+packages=(
+  build-essential cmake ninja-build pkg-config git
+  libgtest-dev libgmock-dev libbenchmark-dev
+)
+# Extra groups, asked for by name: ./scripts/install-deps.sh [image] [cups] [windows]
+for group in "$@"; do
+  case "$group" in
+    image) packages+=(libvips-dev libcli11-dev poppler-utils) ;;
+    cups) packages+=(libcups2-dev cups cups-filters cups-bsd ghostscript) ;;
+    windows) packages+=(g++-mingw-w64-x86-64 wine64) ;;
+    *) echo "install-deps: unknown group '$group' (known: image, cups, windows)" >&2; exit 2 ;;
+  esac
+done
+
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+echo "Installing: ${missing[*]}"
+sudo=""
+[ "$(id -u)" -ne 0 ] && sudo="sudo"
+export DEBIAN_FRONTEND=noninteractive
+$sudo apt-get update -qq
+$sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"

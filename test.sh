@@ -1,0 +1,20 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds, and runs every test; then builds and runs the tests again under
+# AddressSanitizer and UndefinedBehaviorSanitizer.
+set -euo pipefail
+cd "$(dirname "$0")"
+
+./scripts/install-deps.sh image cups windows
+
+jobs=$(nproc 2>/dev/null || echo 2)
+
+echo "== build and test (build/)"
+cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DINKWEAVE_BENCH=ON >/dev/null
+cmake --build build -j "$jobs"
+ctest --test-dir build --output-on-failure -j "$jobs"
+
+echo "== build and test with the address and undefined-behaviour sanitizers (build-san/)"
+cmake -S . -B build-san -G Ninja -DCMAKE_BUILD_TYPE=Debug -DINKWEAVE_SANITIZE=ON >/dev/null
+cmake --build build-san -j "$jobs"
+ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+  ctest --test-dir build-san --output-on-failure -j "$jobs"

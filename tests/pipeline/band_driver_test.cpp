@@ -1,0 +1,224 @@
+// The band driver's sequencing, seen through recording stand-ins: page set-up at the origin, stripes
+// of 16 (4 at level 6) with the deliberate y < L - 1 bound, the nominal stripe height, blank bands,
+// plane clearing, the landscape cut and the single final call.
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "host/spool.h"
+#include "src/device/device_setup.h"
+#include "src/pipeline/band_driver.h"
+#include "tests/pipeline/fake_stages.h"
+
+namespace inkweave {
+namespace {
+
+using fakes::Calls;
+
+struct Page {
+  DEVMODEW devmode{};
+  GDIINFO gdi{};
+  DEVOBJ devobj{};
+  host::SpoolService spool;
+  std::vector<std::uint8_t> bits;
+
+  Page(std::uint32_t width, std::uint32_t height, bool landscape = false, std::int16_t quality = 300) {
+    fakes::Reset();
+    devmode.dmPrintQuality = quality;
+    devmode.dmOrientation = landscape ? DMORIENT_LANDSCAPE : DMORIENT_PORTRAIT;
+    devmode.dmColor = DMCOLOR_COLOR;
+    devmode.dmPaperSize = DMPAPER_A4;
+    gdi.ulHorzRes = landscape ? height : width;
+    gdi.ulVertRes = landscape ? width : height;
+    devobj.pPublicDM = &devmode;
+    void* out = nullptr;
+    EXPECT_EQ(EnableDevice(&devobj, &gdi, &out), S_OK);
+    devobj.pdevOEM = out;
+    bits.assign(1 << 20, 0x80);
+  }
+  ~Page() { DisableDevice(&devobj); }
+  DeviceState& state() { return *StateOf(&devobj); }
+
+  // Hands a band of w x h pixels at (x, y).
+  void Band(int w, int h, int x, int y, bool blank = false, std::uint16_t bitCount = 24) {
+    BITMAPINFOHEADER header{};
+    header.biSize = 40;
+    header.biWidth = w;
+    header.biHeight = h;
+    header.biBitCount = bitCount;
+    IPPARAMS params{};
+    params.ptOffset = {x, y};
+    params.bBlankBand = blank ? 1 : 0;
+    EXPECT_EQ(ProcessBand(&devobj, bits.data(), &header, nullptr, 0, &params, spool.Interface()), 1);
+  }
+};
+
+std::vector<int> RenderedLines(const fakes::Log& log) {
+  std::vector<int> v;
+  for (const auto& r : log.Renderers) v.push_back(r.LineCount);
+  return v;
+}
+
+TEST(BandDriver, SeventeenLineBandRunsOneStripe) {
+  Page page(100, 1000);
+  page.Band(100, 17, 0, 0);
+  EXPECT_EQ(RenderedLines(Calls()), (std::vector<int>{16})) << "line 17 is not rendered";
+  ASSERT_EQ(Calls().Emits.size(), 1u);
+  EXPECT_EQ(Calls().Emits[0].StripeHeight, 16);
+}
+
+TEST(BandDriver, TwentyLineBandTellsTheEmitterSixteenTwice) {
+  Page page(100, 1000);
+  page.Band(100, 20, 0, 0);
+  EXPECT_EQ(RenderedLines(Calls()), (std::vector<int>{16, 4}));
+  ASSERT_EQ(Calls().Emits.size(), 2u);
+  EXPECT_EQ(Calls().Emits[0].StripeHeight, 16);
+  EXPECT_EQ(Calls().Emits[1].StripeHeight, 16);
+  EXPECT_EQ(Calls().Renderers[1].FirstLine, 16);
+}
+
+TEST(BandDriver, OneLineBandAndOneLineLastStripe) {
+  Page page(100, 1000);
+  page.Band(100, 1, 0, 0);
+  EXPECT_TRUE(Calls().Renderers.empty());
+  EXPECT_TRUE(Calls().Emits.empty());
+  page.Band(100, 33, 0, 1);  // stripes of 16, 16 and a dropped last line
+  EXPECT_EQ(RenderedLines(Calls()), (std::vector<int>{16, 16}));
+}
+
+TEST(BandDriver, LevelSixStripesOfFour) {
+  Page page(100, 1000, false, 600);
+  page.state().PrintMode = 6;
+  page.Band(100, 10, 0, 0);
+  EXPECT_EQ(RenderedLines(Calls()), (std::vector<int>{4, 4, 2}));
+  for (const auto& e : Calls().Emits) EXPECT_EQ(e.StripeHeight, 4);
+  EXPECT_EQ(Calls().Renderers[0].Name, "DiffuseTopPortrait");
+}
+
+TEST(BandDriver, BlankBandStillEmitsEveryStripe) {
+  Page page(100, 1000);
+  page.Band(100, 48, 0, 0, /*blank=*/true);
+  EXPECT_TRUE(Calls().Renderers.empty());
+  ASSERT_EQ(Calls().Emits.size(), 3u);
+  for (const auto& e : Calls().Emits) EXPECT_EQ(e.InkFlag, 0);
+}
+
+TEST(BandDriver, PageSetUpOnlyAtTheOrigin) {
+  Page page(100, 64);
+  page.state().StripeBuffers[0].RowsFilled = 9;
+  page.state().PageInkSeen = 1;
+  page.Band(100, 32, 0, 0);
+  EXPECT_EQ(Calls().ColorLutSelections, 1);
+  EXPECT_EQ(Calls().LastPurpose, 2) << "dither asks for the dither table";
+  EXPECT_EQ(Calls().ToneCurveBuilds, 1);
+  EXPECT_EQ(page.state().StripeBuffers[0].RowsFilled, 0);
+  EXPECT_EQ(page.state().StripeBuffers[0].PassMark, 720);
+  EXPECT_EQ(Calls().Emits[0].StripeFlag, 1) << "the first stripe of the page";
+  EXPECT_EQ(Calls().Emits[1].StripeFlag, 0);
+  page.Band(100, 32, 0, 32);
+  EXPECT_EQ(Calls().ColorLutSelections, 1);
+  EXPECT_EQ(Calls().ToneCurveBuilds, 1);
+
+  page.state().HalftoneMethod = 2;
+  page.Band(100, 32, 0, 0);
+  EXPECT_EQ(Calls().LastPurpose, 1) << "error diffusion asks for its own table";
+}
+
+TEST(BandDriver, GrayBandCopiesTheGrayCurve) {
+  Page page(100, 64);
+  page.Band(100, 16, 0, 0, false, 8);
+  EXPECT_EQ(Calls().ColorLutSelections, 0);
+  EXPECT_EQ(Calls().ToneCurveBuilds, 1);
+  for (int i = 0; i < 256; ++i) ASSERT_EQ(page.state().ToneCurves[6 * 256 + i], page.state().ToneCurves[5 * 256 + i]);
+  EXPECT_EQ(Calls().Renderers[0].Name, "DitherGrayPortrait");
+}
+
+TEST(BandDriver, ExactlyOneFinalCallWhereTheBandMeetsThePageEnd) {
+  Page page(100, 40);
+  page.Band(100, 32, 0, 0);
+  EXPECT_EQ(Calls().Emits.size(), 2u);
+  page.Band(100, 8, 0, 32);
+  ASSERT_EQ(Calls().Emits.size(), 4u);
+  const auto& final = Calls().Emits.back();
+  EXPECT_EQ(final.StripeHeight, 0);
+  EXPECT_EQ(final.InkFlag, 1);
+  EXPECT_EQ(final.StripeFlag, 2);
+  EXPECT_EQ(final.FinalFlush, 1u);
+  EXPECT_EQ(page.state().StripeFlag, 1);
+  EXPECT_EQ(page.state().PageInProgress, 0);
+  EXPECT_EQ(page.state().FinalFlush, 0u);
+
+  // A page whose bands never end exactly at its height gets no final call.
+  Page other(100, 40);
+  other.Band(100, 48, 0, 0);
+  for (const auto& e : Calls().Emits) EXPECT_NE(e.StripeHeight, 0);
+}
+
+TEST(BandDriver, PlanesClearedOnlyAfterInkedDitherStripesInPortrait) {
+  Page page(100, 1000);
+  Calls().Answers = {1, 0};
+  page.Band(100, 32, 0, 0);
+  // The stand-in marks the plane when it answers 1; the driver clears it after that stripe.
+  EXPECT_EQ(Calls().Emits[0].FirstPlaneByte, 0xFF);
+  EXPECT_EQ(page.state().PlaneBuffer[0][0], 0);
+  EXPECT_EQ(page.state().PageInkSeen, 1);
+
+  // Error diffusion in portrait: nothing cleared.
+  page.state().HalftoneMethod = 2;
+  Calls().Answers = {1};
+  Calls().NextAnswer = 0;
+  page.Band(100, 16, 0, 32);
+  EXPECT_EQ(page.state().PlaneBuffer[0][0], 0xFF);
+}
+
+TEST(BandDriver, LandscapeClearsTheFirstPlaneAndCutsTheBandToThePage) {
+  // Portrait page 100 wide, 40 high; landscape bands are vertical slices 100 pixels high.
+  Page page(100, 40, /*landscape=*/true);
+  Calls().Answers = {1, 1, 1};
+  page.state().PlaneBuffer[1][0] = 0x55;
+  page.Band(48, 100, 0, 0);  // 48 columns, but the page ends at 40
+  EXPECT_EQ(RenderedLines(Calls()), (std::vector<int>{16, 16, 8}));
+  EXPECT_EQ(Calls().Renderers[0].Name, "DitherColorLandscape");
+  EXPECT_EQ(Calls().Renderers[0].Width, 100) << "landscape rows are the band's height";
+  EXPECT_EQ(page.state().PlaneBuffer[0][0], 0);
+  EXPECT_EQ(page.state().PlaneBuffer[1][0], 0x55) << "only the first plane buffer is cleared";
+  ASSERT_EQ(Calls().Emits.back().StripeHeight, 0) << "the cut band ends the page";
+  EXPECT_EQ(page.state().BandOffset, 0u);
+  page.Band(16, 100, 24, 0);
+  EXPECT_EQ(page.state().BandOffset, 24u);
+}
+
+TEST(BandDriver, RowUnitsOfOneBitBands) {
+  Page page(100, 1000);
+  page.Band(100, 16, 0, 0, false, 1);
+  EXPECT_EQ(Calls().Renderers[0].Width, 13) << "bytes per row of a 1-bit band";
+  EXPECT_EQ(Calls().Renderers[0].RowPixels, 100);
+}
+
+TEST(BandDriver, BandsTheDeviceCannotTake) {
+  Page page(100, 1000);
+  BITMAPINFOHEADER header{40, 100, 16, 1, 24, 0, 0, 0, 0, 0, 0};
+  IPPARAMS params{};
+  EXPECT_TRUE(BandFitsDevice(&page.devobj, header, params));
+  header.biWidth = 101;  // wider than the page
+  EXPECT_FALSE(BandFitsDevice(&page.devobj, header, params));
+  header.biWidth = 100;
+  header.biBitCount = 16;
+  EXPECT_FALSE(BandFitsDevice(&page.devobj, header, params));
+  header.biBitCount = 8;
+  header.biHeight = 0;
+  EXPECT_FALSE(BandFitsDevice(&page.devobj, header, params));
+  header.biHeight = 16;
+  params.ptOffset.y = -16;
+  EXPECT_FALSE(BandFitsDevice(&page.devobj, header, params));
+
+  Page wide(6000, 100);
+  header = {40, 5121, 16, 1, 24, 0, 0, 0, 0, 0, 0};
+  params = {};
+  EXPECT_FALSE(BandFitsDevice(&wide.devobj, header, params)) << "wider than a dot plane";
+  header.biWidth = 5120;
+  EXPECT_TRUE(BandFitsDevice(&wide.devobj, header, params));
+}
+
+}  // namespace
+}  // namespace inkweave
