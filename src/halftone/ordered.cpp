@@ -1,1 +1,284 @@
-// (being written)
+// Ordered dither: the four simple band renderers.
+//
+// Each renderer turns one stripe of the host's band into dot planes by comparing ink lightness values
+// (255 no ink, 0 full ink) against DitherMatrix: a dot is set where value < threshold.
+//
+//   DitherColorPortrait / DitherColorLandscape: 24-bit pixels through ConvertPixel, with a one-pixel
+//     memory primed with white so that runs of equal pixels (and leading white) are not converted.
+//     Only cyan, magenta and yellow are dithered (ORed into the planes); afterwards a black pass turns
+//     every dot that all three share into one black dot.
+//   DitherGrayPortrait / DitherGrayLandscape: one byte per pixel through curve 6 of ToneCurves, whole
+//     bytes stored into the black plane. The last byte of a line carries the dots of up to seven
+//     pixels past the width, dithered from whatever follows in the band; they are kept, not masked.
+//
+// Landscape renderers walk the band turned: output line l is source column (first line + l) and dot x
+// is source row (width - 1 - x), so the band's bottom row lands at the left of the output line.
+//
+// Memory safety at the edges: a source pixel that lies outside the host's band memory (rows 0 to
+// height - 1 at the band's stride) is never read and counts as white (no dot); every write and the
+// black pass stop at the end of PlaneBuffer.
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "src/color/color.h"
+#include "src/data/tables.h"
+#include "src/halftone/halftone.h"
+
+namespace inkweave {
+namespace {
+
+// Layout of PlaneBuffer: one output line of four planes.
+constexpr std::ptrdiff_t kLineBytes = 2560;  // bytes per output line
+constexpr std::ptrdiff_t kCyanPlane = 0;     // byte offsets of the planes within a line
+constexpr std::ptrdiff_t kMagentaPlane = 640;
+constexpr std::ptrdiff_t kYellowPlane = 1280;
+constexpr std::ptrdiff_t kBlackPlane = 1920;
+constexpr std::ptrdiff_t kBufferBytes = kPlaneBufferBytes;
+
+constexpr std::uint32_t kWhiteKey = 0xFFFFFF;
+constexpr int kGrayCurve = 6;
+
+// The host's band as a byte range relative to BandInfo::Bits: [lo, hi).
+struct BandWindow {
+  std::ptrdiff_t lo;
+  std::ptrdiff_t hi;
+};
+
+BandWindow WindowOf(const BandInfo& band) {
+  const std::ptrdiff_t rows = band.Header.biHeight > 0 ? band.Header.biHeight : 0;
+  const std::ptrdiff_t stride = band.Stride;
+  if (band.Bits == nullptr || rows == 0) return {0, 0};
+  const std::ptrdiff_t lo = stride < 0 ? (rows - 1) * stride : 0;
+  return {lo, lo + rows * (stride < 0 ? -stride : stride)};
+}
+
+std::ptrdiff_t FloorDiv(std::ptrdiff_t a, std::ptrdiff_t b) {  // b > 0
+  return a >= 0 ? a / b : -((-a + b - 1) / b);
+}
+
+// The dots i in [first, last) of 0..count-1 whose pixel (size bytes at base + step * i) lies wholly
+// inside the window. The offsets are monotone in i, so the inside dots form one run.
+struct DotRun {
+  int first;
+  int last;
+};
+
+DotRun InsideRun(const BandWindow& w, std::ptrdiff_t base, std::ptrdiff_t step, std::ptrdiff_t size, int count) {
+  const std::ptrdiff_t lo = w.lo;
+  const std::ptrdiff_t hi = w.hi - size;  // last allowed offset
+  if (count <= 0 || hi < lo) return {0, 0};
+  std::ptrdiff_t first = 0;
+  std::ptrdiff_t last = count;
+  if (step == 0) {
+    if (base < lo || base > hi) return {0, 0};
+  } else if (step > 0) {
+    first = std::max(first, -FloorDiv(base - lo, step));  // ceil((lo - base) / step)
+    last = std::min(last, FloorDiv(hi - base, step) + 1);
+  } else {
+    first = std::max(first, -FloorDiv(hi - base, -step));  // ceil((base - hi) / -step)
+    last = std::min(last, FloorDiv(base - lo, -step) + 1);
+  }
+  if (last <= first) return {0, 0};
+  return {static_cast<int>(first), static_cast<int>(last)};
+}
+
+// The band's offset on the page along the output lines (y in portrait, x in landscape).
+std::int32_t PageOffset(const IPPARAMS* params, bool landscape) {
+  if (params == nullptr) return 0;
+  return landscape ? params->ptOffset.x : params->ptOffset.y;
+}
+
+const std::uint8_t* ThresholdRow(std::int64_t row) { return DitherMatrix[row]; }
+
+// ORs a byte of dots into plane byte `index` of the buffer; bytes past its end are dropped.
+inline void OrDots(std::uint8_t* planes, std::ptrdiff_t index, std::uint32_t bits) {
+  if (bits != 0 && index < kBufferBytes) planes[index] |= static_cast<std::uint8_t>(bits);
+}
+
+// The black pass of one colour line: over bytes i = 0..width-1 from the line's start, the bits common
+// to cyan, magenta and yellow byte i move to black byte i. Answers the OR of the colour bytes before
+// the removal. The pass stops where black byte i would lie past the buffer.
+//
+// Past i = 640 the byte addressing runs on into the following planes and lines. Every byte read
+// there has already been read by the first 640 steps (as magenta or yellow) or overwritten as a black
+// byte before it is read, so those steps find no common bits and no new flag bits: all they do is
+// store 0 as black byte i, i.e. clear bytes 2560..1920+width-1 from the line's start. That is what is
+// done for them here; the byte-by-byte reference in the tests pins the equivalence, dirty planes
+// included.
+std::uint64_t ExtractBlack(std::uint8_t* planes, std::ptrdiff_t lineStart, int width) {
+  const std::ptrdiff_t room = kBufferBytes - (lineStart + kBlackPlane);
+  const std::ptrdiff_t n = std::min<std::ptrdiff_t>(width, room);
+  const std::ptrdiff_t own = std::min<std::ptrdiff_t>(n, kMagentaPlane);
+  std::uint8_t* line = planes + lineStart;
+  std::uint64_t flag = 0;
+  std::ptrdiff_t i = 0;
+  for (; i + 8 <= own; i += 8) {
+    std::uint64_t c, m, y;
+    std::memcpy(&c, line + kCyanPlane + i, 8);
+    std::memcpy(&m, line + kMagentaPlane + i, 8);
+    std::memcpy(&y, line + kYellowPlane + i, 8);
+    flag |= c | m | y;
+    const std::uint64_t common = c & m & y;
+    std::memcpy(line + kBlackPlane + i, &common, 8);
+    if (common != 0) {
+      c &= ~common;
+      m &= ~common;
+      y &= ~common;
+      std::memcpy(line + kCyanPlane + i, &c, 8);
+      std::memcpy(line + kMagentaPlane + i, &m, 8);
+      std::memcpy(line + kYellowPlane + i, &y, 8);
+    }
+  }
+  for (; i < own; ++i) {
+    const std::uint8_t c = line[kCyanPlane + i];
+    const std::uint8_t m = line[kMagentaPlane + i];
+    const std::uint8_t y = line[kYellowPlane + i];
+    flag |= static_cast<std::uint64_t>(c | m | y);
+    const auto common = static_cast<std::uint8_t>(c & m & y);
+    line[kBlackPlane + i] = common;
+    line[kCyanPlane + i] = static_cast<std::uint8_t>(c & ~common);
+    line[kMagentaPlane + i] = static_cast<std::uint8_t>(m & ~common);
+    line[kYellowPlane + i] = static_cast<std::uint8_t>(y & ~common);
+  }
+  if (n > own) std::memset(line + kBlackPlane + own, 0, static_cast<std::size_t>(n - own));
+  return flag;
+}
+
+// The one-pixel conversion memory of a colour stripe.
+struct PixelMemory {
+  std::uint32_t key = kWhiteKey;
+  std::uint8_t ink[4] = {255, 255, 255, 255};
+};
+
+std::uint32_t DitherColor(DeviceState& state, int firstLine, int width, const BandInfo& band, int lineCount,
+                          const IPPARAMS* params, bool landscape) {
+  if (lineCount < 1) return 0;
+  std::uint8_t* planes = state.PlaneBuffer[0];
+  const BandWindow window = WindowOf(band);
+  const std::ptrdiff_t stride = band.Stride;
+  const std::int64_t offset = PageOffset(params, landscape);
+  PixelMemory memory;
+  std::uint64_t flag = 0;
+
+  for (int l = 0; l < lineCount; ++l) {
+    const std::ptrdiff_t lineStart = kLineBytes * l;
+    if (lineStart >= kBufferBytes) break;
+    const std::uint8_t* threshold = ThresholdRow((firstLine + l + offset) & 127);
+
+    // Where dot x's pixel lies in the band.
+    const std::ptrdiff_t line = firstLine + l;
+    const std::ptrdiff_t base = landscape ? (static_cast<std::ptrdiff_t>(width) - 1) * stride + 3 * line : line * stride;
+    const std::ptrdiff_t step = landscape ? -stride : 3;
+    const DotRun run = InsideRun(window, base, step, 3, width);
+
+    // Cyan, magenta and yellow dots, collected a byte at a time.
+    std::uint32_t cyan = 0, magenta = 0, yellow = 0;
+    std::ptrdiff_t at = base + step * run.first;
+    for (int x = run.first; x < run.last; ++x, at += step) {
+      const std::uint8_t* pixel = band.Bits + at;
+      const std::uint32_t key = pixel[0] | (static_cast<std::uint32_t>(pixel[1]) << 8) |
+                                (static_cast<std::uint32_t>(pixel[2]) << 16);
+      if (key != memory.key) {
+        // A copy, so that the conversion's four-byte read stays inside the band.
+        const std::uint8_t rgb[4] = {pixel[0], pixel[1], pixel[2], 0};
+        ConvertPixel(rgb, memory.ink, state);
+        memory.key = key;
+      }
+      const std::uint32_t t = threshold[x & 127];
+      const int shift = 7 - (x & 7);
+      cyan |= static_cast<std::uint32_t>(memory.ink[0] < t) << shift;
+      magenta |= static_cast<std::uint32_t>(memory.ink[1] < t) << shift;
+      yellow |= static_cast<std::uint32_t>(memory.ink[2] < t) << shift;
+      if (shift == 0 || x + 1 == run.last) {
+        const std::ptrdiff_t byte = lineStart + (x >> 3);
+        OrDots(planes, byte + kCyanPlane, cyan);
+        OrDots(planes, byte + kMagentaPlane, magenta);
+        OrDots(planes, byte + kYellowPlane, yellow);
+        cyan = magenta = yellow = 0;
+      }
+    }
+
+    flag |= ExtractBlack(planes, lineStart, width);
+  }
+  return flag != 0 ? 1 : 0;
+}
+
+std::uint32_t DitherGray(DeviceState& state, int firstLine, int width, const BandInfo& band, int lineCount,
+                         const IPPARAMS* params, bool landscape) {
+  if (lineCount < 1) return 0;
+  std::uint8_t* planes = state.PlaneBuffer[0];
+  const std::uint8_t* curve = state.ToneCurves + 256 * kGrayCurve;
+  const BandWindow window = WindowOf(band);
+  const std::ptrdiff_t stride = band.Stride;
+  const int groups = (width - 1) / 8 + 1;  // the last group may reach seven dots past the width
+  const std::int64_t firstRow = (firstLine + PageOffset(params, landscape)) & 127;
+  std::uint32_t flag = 0;
+
+  for (int l = 0; l < lineCount; ++l) {
+    const std::ptrdiff_t lineStart = kLineBytes * l;
+    if (lineStart >= kBufferBytes) break;
+    // Not reduced after the stripe's first line: rows 128..142 are stored behind the matrix. A
+    // stripe longer than sixteen lines wraps back into the tile.
+    std::int64_t row = firstRow + l;
+    if (row >= kDitherRowsStored) row &= 127;
+    const std::uint8_t* threshold = ThresholdRow(row);
+
+    const std::ptrdiff_t line = firstLine + l;
+    const std::ptrdiff_t base = landscape ? (static_cast<std::ptrdiff_t>(width) - 1) * stride + line : line * stride;
+    const std::ptrdiff_t step = landscape ? -stride : 1;
+    const DotRun run = InsideRun(window, base, step, 1, groups > 0 ? groups * 8 : 0);
+
+    std::uint8_t* black = planes + lineStart + kBlackPlane;
+    const std::ptrdiff_t room = kBufferBytes - (lineStart + kBlackPlane);
+    const int storedGroups = static_cast<int>(std::min<std::ptrdiff_t>(groups, room));
+    for (int g = 0; g < storedGroups; ++g) {
+      const int x0 = 8 * g;
+      std::uint32_t bits = 0;
+      if (x0 >= run.first && x0 + 8 <= run.last) {
+        const std::ptrdiff_t at = base + step * x0;
+        for (int k = 0; k < 8; ++k) {
+          const std::uint32_t value = curve[band.Bits[at + step * k]];
+          bits = (bits << 1) | static_cast<std::uint32_t>(value < threshold[(x0 + k) & 127]);
+        }
+      } else {
+        for (int k = 0; k < 8; ++k) {
+          const int x = x0 + k;
+          std::uint32_t dot = 0;
+          if (x >= run.first && x < run.last) {
+            dot = static_cast<std::uint32_t>(curve[band.Bits[base + step * x]] < threshold[x & 127]);
+          }
+          bits = (bits << 1) | dot;
+        }
+      }
+      black[g] = static_cast<std::uint8_t>(bits);
+      flag |= bits;
+    }
+  }
+  return flag != 0 ? 1 : 0;
+}
+
+}  // namespace
+
+std::uint32_t DitherColorPortrait(DeviceState& state, int firstLine, int width, const BandInfo& band, int lineCount,
+                                  int /*firstPixel*/, int /*rowPixels*/, const IPPARAMS* params) {
+  return DitherColor(state, firstLine, width, band, lineCount, params, false);
+}
+
+std::uint32_t DitherColorLandscape(DeviceState& state, int firstLine, int width, const BandInfo& band, int lineCount,
+                                   int /*firstPixel*/, int /*rowPixels*/, const IPPARAMS* params) {
+  return DitherColor(state, firstLine, width, band, lineCount, params, true);
+}
+
+std::uint32_t DitherGrayPortrait(DeviceState& state, int firstLine, int width, const BandInfo& band, int lineCount,
+                                 int /*firstPixel*/, int /*rowPixels*/, const IPPARAMS* params) {
+  return DitherGray(state, firstLine, width, band, lineCount, params, false);
+}
+
+std::uint32_t DitherGrayLandscape(DeviceState& state, int firstLine, int width, const BandInfo& band, int lineCount,
+                                  int /*firstPixel*/, int /*rowPixels*/, const IPPARAMS* params) {
+  return DitherGray(state, firstLine, width, band, lineCount, params, true);
+}
+
+}  // namespace inkweave

@@ -1,0 +1,107 @@
+// Deliberately plain ordered-dither renderers for the tests: one dot at a time, bit by bit, written
+// from the rules rather than from the fast code. They work on a separate plane image of the same size
+// as PlaneBuffer and read the band only where a pixel lies inside it (rows 0..height-1 at the band's
+// stride; positive strides only); a pixel outside counts as white, i.e. no dot.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "src/color/color.h"
+#include "src/data/tables.h"
+#include "src/device/device_state.h"
+#include "src/pipeline/band_info.h"
+
+namespace inkweave::reference {
+
+inline constexpr long kLineBytes = 2560;
+inline constexpr long kPlaneOffset[4] = {0, 640, 1280, 1920};  // cyan, magenta, yellow, black
+
+inline bool PixelInside(const BandInfo& band, long row, long byte, long size) {
+  const long start = row * band.Stride + byte;
+  return band.Bits != nullptr && band.Header.biHeight > 0 && start >= 0 &&
+         start + size <= static_cast<long>(band.Header.biHeight) * band.Stride;
+}
+
+inline void SetDot(std::vector<std::uint8_t>& planes, long line, int plane, long x) {
+  const long index = kLineBytes * line + kPlaneOffset[plane] + x / 8;
+  if (index < static_cast<long>(planes.size())) planes[static_cast<std::size_t>(index)] |= 0x80 >> (x % 8);
+}
+
+// Colour renderer: per dot, the pixel (portrait: row first+l, column x; landscape: row width-1-x,
+// column first+l), its inks (converted unless equal to the last pixel, which starts as white), three
+// threshold compares; then the black pass, byte by byte, over width bytes of the line.
+inline std::uint32_t DitherColor(const DeviceState& state, int firstLine, int width, const BandInfo& band,
+                                 int lineCount, const IPPARAMS& params, bool landscape,
+                                 std::vector<std::uint8_t>& planes) {
+  const long offset = landscape ? params.ptOffset.x : params.ptOffset.y;
+  std::uint8_t remembered[3] = {255, 255, 255};
+  std::uint8_t ink[4] = {255, 255, 255, 255};
+  bool any = false;
+  for (long l = 0; l < lineCount && kLineBytes * l < static_cast<long>(planes.size()); ++l) {
+    const long row = ((firstLine + l + offset) % 128 + 128) % 128;
+    for (long x = 0; x < width; ++x) {
+      const long sourceRow = landscape ? width - 1 - x : firstLine + l;
+      const long sourceByte = landscape ? 3 * (firstLine + l) : 3 * x;
+      if (!PixelInside(band, sourceRow, sourceByte, 3)) continue;
+      const std::uint8_t* pixel = band.Bits + sourceRow * band.Stride + sourceByte;
+      if (pixel[0] != remembered[0] || pixel[1] != remembered[1] || pixel[2] != remembered[2]) {
+        const std::uint8_t rgb[4] = {pixel[0], pixel[1], pixel[2], 0};
+        ConvertPixel(rgb, ink, state);
+        remembered[0] = pixel[0];
+        remembered[1] = pixel[1];
+        remembered[2] = pixel[2];
+      }
+      const std::uint8_t threshold = DitherMatrix[row][x % 128];
+      for (int plane = 0; plane < 3; ++plane) {
+        if (ink[plane] < threshold) SetDot(planes, l, plane, x);
+      }
+    }
+    for (long i = 0; i < width; ++i) {
+      const long at = kLineBytes * l + i;
+      if (at + kPlaneOffset[3] >= static_cast<long>(planes.size())) break;
+      std::uint8_t& c = planes[static_cast<std::size_t>(at + kPlaneOffset[0])];
+      std::uint8_t& m = planes[static_cast<std::size_t>(at + kPlaneOffset[1])];
+      std::uint8_t& y = planes[static_cast<std::size_t>(at + kPlaneOffset[2])];
+      std::uint8_t& k = planes[static_cast<std::size_t>(at + kPlaneOffset[3])];
+      if ((c | m | y) != 0) any = true;
+      const std::uint8_t common = c & m & y;
+      k = common;
+      c &= static_cast<std::uint8_t>(~common);
+      m &= static_cast<std::uint8_t>(~common);
+      y &= static_cast<std::uint8_t>(~common);
+    }
+  }
+  return any ? 1 : 0;
+}
+
+// Gray renderer: per dot of (width - 1) / 8 + 1 whole bytes, curve 6 at the source byte against the
+// threshold of row (first dither row + l), the rows after 127 taken from the rows stored behind.
+inline std::uint32_t DitherGray(const DeviceState& state, int firstLine, int width, const BandInfo& band,
+                                int lineCount, const IPPARAMS& params, bool landscape,
+                                std::vector<std::uint8_t>& planes) {
+  const long offset = landscape ? params.ptOffset.x : params.ptOffset.y;
+  const std::uint8_t* curve = state.ToneCurves + 6 * 256;
+  const long dots = 8 * ((width - 1) / 8 + 1);
+  const long firstRow = ((firstLine + offset) % 128 + 128) % 128;
+  bool any = false;
+  for (long l = 0; l < lineCount && kLineBytes * l < static_cast<long>(planes.size()); ++l) {
+    const long row = firstRow + l;
+    for (long x = 0; x < dots; ++x) {
+      const long index = kLineBytes * l + kPlaneOffset[3] + x / 8;
+      if (index >= static_cast<long>(planes.size())) break;
+      std::uint8_t& byte = planes[static_cast<std::size_t>(index)];
+      if (x % 8 == 0) byte = 0;
+      const long sourceRow = landscape ? width - 1 - x : firstLine + l;
+      const long sourceByte = landscape ? firstLine + l : x;
+      if (!PixelInside(band, sourceRow, sourceByte, 1)) continue;
+      if (curve[band.Bits[sourceRow * band.Stride + sourceByte]] < DitherMatrix[row][x % 128]) {
+        byte |= 0x80 >> (x % 8);
+        any = true;
+      }
+    }
+  }
+  return any ? 1 : 0;
+}
+
+}  // namespace inkweave::reference
