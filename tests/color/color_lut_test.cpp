@@ -1,0 +1,222 @@
+// The choice of the page's colour table (by media and the whole PrintMode byte, with its memory of the
+// last choice) and the tone curves with their unsigned and signed clamps.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdint>
+
+#include "src/color/color.h"
+#include "src/data/tables.h"
+
+namespace inkweave {
+namespace {
+
+// The table number behind a pointer, 0 for none.
+int TableNumber(const std::uint8_t* lut) {
+  for (int n = 1; n <= kColorTableCount; ++n)
+    if (ColorTable(n) == lut) return n;
+  return 0;
+}
+
+// Both tables of the pair for a fresh state (no memory).
+std::array<int, 2> PairFor(std::int16_t media, std::uint8_t mode) {
+  std::array<int, 2> pair{};
+  for (int which = 0; which < 2; ++which) {
+    DeviceState state{};
+    state.MediaType = media;
+    state.PrintMode = mode;
+    pair[static_cast<std::size_t>(which)] =
+        TableNumber(SelectColorLut(state, which == 0 ? kLutPurposeDither : kLutPurposeDiffusion));
+  }
+  return pair;
+}
+
+TEST(SelectColorLut, EveryRowOfTheSelection) {
+  struct Case {
+    std::int16_t media;
+    std::uint8_t mode;
+    int dither, diffusion;
+  };
+  static const Case kCases[] = {
+      {0, 4, 3, 4},    {0, 5, 3, 4},    {0, 36, 3, 4},   {0, 37, 3, 4},   {0, 1, 1, 2},    {0, 2, 1, 2},
+      {0, 6, 1, 2},    {0, 38, 1, 2},   {0, 20, 1, 2},   {0, 52, 1, 2},   {1, 6, 7, 8},    {1, 38, 7, 8},
+      {1, 4, 5, 6},    {1, 22, 5, 6},   {1, 2, 5, 6},    {1, 37, 5, 6},   {2, 4, 11, 12},  {2, 37, 11, 12},
+      {2, 6, 9, 10},   {2, 20, 9, 10},  {3, 5, 11, 12},  {3, 36, 11, 12}, {3, 6, 13, 14},  {3, 1, 13, 14},
+      {4, 4, 5, 6},    {4, 36, 5, 6},   {4, 6, 15, 16},  {5, 5, 5, 6},    {5, 37, 5, 6},   {5, 2, 15, 16},
+      {5, 21, 15, 16}, {6, 4, 0, 0},    {-1, 2, 0, 0},   {100, 6, 0, 0},
+  };
+  for (const Case& c : kCases)
+    EXPECT_EQ(PairFor(c.media, c.mode), (std::array<int, 2>{c.dither, c.diffusion}))
+        << "media " << c.media << " mode " << int{c.mode};
+}
+
+// Over all 256 mode bytes the alternative pairs answer to exactly their listed bytes.
+TEST(SelectColorLut, AlternativePairsOnlyForTheirExactBytes) {
+  for (std::int16_t media = 0; media <= 5; ++media) {
+    const int alternative = media == 1 ? 7 : media == 0 ? 3 : media <= 3 ? 11 : 5;
+    int count = 0;
+    for (int mode = 0; mode < 256; ++mode) count += PairFor(media, static_cast<std::uint8_t>(mode))[0] == alternative;
+    EXPECT_EQ(count, media == 1 ? 2 : 4) << "media " << media;
+  }
+}
+
+TEST(SelectColorLut, PurposeTwoIsDitherAnyOtherDiffusion) {
+  for (std::int16_t purpose : {0, 1, 3, -1, 2}) {
+    DeviceState state{};
+    state.MediaType = 3;
+    state.PrintMode = 2;
+    EXPECT_EQ(TableNumber(SelectColorLut(state, purpose)), purpose == 2 ? 13 : 14) << purpose;
+  }
+}
+
+TEST(SelectColorLut, MemoryKeepsTheStoredTableWhateverThePurpose) {
+  DeviceState state{};
+  state.MediaType = 1;
+  state.PrintMode = 6;
+  state.PrintQuality = 600;
+  state.HalftoneMethod = 1;
+  state.ColorLut = SelectColorLut(state, kLutPurposeDither);  // first page
+  EXPECT_EQ(TableNumber(state.ColorLut), 7);
+  EXPECT_EQ(state.CachedMediaType, 1);
+  EXPECT_EQ(state.CachedPrintMode, 6);
+  EXPECT_EQ(state.CachedPrintQuality, 600);
+  EXPECT_EQ(state.CachedHalftoneMethod, 1);
+
+  // Second page, same key: the stored table comes back even for the diffusion purpose.
+  EXPECT_EQ(TableNumber(SelectColorLut(state, kLutPurposeDiffusion)), 7);
+
+  // Whatever ColorLut holds is returned as it stands, and the memory is not rewritten.
+  const std::uint8_t other[4] = {};
+  state.ColorLut = other;
+  EXPECT_EQ(SelectColorLut(state, kLutPurposeDither), other);
+
+  // Any part of the key changed, or no table held: a new choice, not the held pointer.
+  for (int part = 0; part < 6; ++part) {
+    DeviceState s = state;
+    switch (part) {
+      case 0: s.PrintQuality = 300; break;
+      case 1: s.HalftoneMethod = 2; break;
+      case 2: s.LutVariant = 1; break;
+      case 3: s.PrintMode = 38; break;
+      case 4: s.MediaType = 2; break;
+      case 5: s.ColorLut = nullptr; break;
+    }
+    const int expected = part == 4 ? 9 : 7;  // media 2, mode 6: the glossy pair
+    EXPECT_EQ(TableNumber(SelectColorLut(s, kLutPurposeDither)), expected) << "part " << part;
+    EXPECT_EQ(s.CachedPrintQuality, s.PrintQuality);
+    EXPECT_EQ(s.CachedLutVariant, s.LutVariant);
+  }
+}
+
+TEST(SelectColorLut, NoTableAboveMediaFiveButTheMemoryIsStored) {
+  DeviceState state{};
+  state.MediaType = 6;
+  state.PrintMode = 2;
+  EXPECT_EQ(SelectColorLut(state, kLutPurposeDither), nullptr);
+  EXPECT_EQ(state.CachedMediaType, 6);
+  // With nothing held the memory never answers, so the choice is made (and fails) again.
+  EXPECT_EQ(SelectColorLut(state, kLutPurposeDiffusion), nullptr);
+}
+
+// Tone curves -------------------------------------------------------------------------------------
+
+struct Curves {
+  std::array<std::uint8_t, kToneCurveBytes> bytes{};
+  DeviceState state{};
+  Curves() {
+    bytes.fill(0xA5);
+    state.ToneCurves = bytes.data();
+  }
+  int at(int curve, int i) const { return bytes[static_cast<std::size_t>(curve * 256 + i)]; }
+  void Build() { BuildToneCurves(state); }
+};
+
+TEST(BuildToneCurves, ZeroAdjustmentsGiveIdentitiesAndLeaveCurveSix) {
+  Curves c;
+  c.Build();
+  for (int curve = 0; curve <= 5; ++curve)
+    for (int i = 0; i < 256; ++i) ASSERT_EQ(c.at(curve, i), i) << "curve " << curve;
+  for (int i = 0; i < 256; ++i) ASSERT_EQ(c.at(6, i), 0xA5);
+}
+
+// A negative sum is a large unsigned number and saturates to 255, not to 0; kept on purpose.
+TEST(BuildToneCurves, BrightnessMinusOneSaturatesZeroToWhite) {
+  Curves c;
+  c.state.BrightnessAdjust = -1;
+  c.Build();
+  EXPECT_EQ(c.at(0, 0), 255);
+  for (int i = 1; i < 256; ++i) ASSERT_EQ(c.at(0, i), i - 1);
+  // Gray and channel curves pass through it (contrast and gains zero).
+  for (int curve : {2, 3, 4, 5}) {
+    EXPECT_EQ(c.at(curve, 0), 255) << curve;
+    EXPECT_EQ(c.at(curve, 200), 199) << curve;
+  }
+}
+
+TEST(BuildToneCurves, BrightnessOffsetsTruncateAndClamp) {
+  Curves c;
+  c.state.BrightnessAdjust = 64;  // trunc(64 * 255 / 128) = 127
+  c.Build();
+  EXPECT_EQ(c.at(0, 0), 127);
+  EXPECT_EQ(c.at(0, 128), 255);
+  c.state.BrightnessAdjust = -128;  // -255
+  c.Build();
+  EXPECT_EQ(c.at(0, 255), 0);
+  EXPECT_EQ(c.at(0, 254), 255);
+}
+
+TEST(BuildToneCurves, ContrastHundredDoublesAroundMidScale) {
+  Curves c;
+  c.state.ContrastAdjust = 100;
+  c.Build();
+  for (int i = 0; i < 256; ++i) {
+    const int expected = (i >= 64 && i <= 191) ? 2 * i - 128 : 255;  // negatives wrap to 255
+    ASSERT_EQ(c.at(1, i), expected) << i;
+    ASSERT_EQ(c.at(5, i), expected) << i;
+  }
+  c.state.ContrastAdjust = -100;  // everything to mid-scale
+  c.Build();
+  for (int i = 0; i < 256; ++i) ASSERT_EQ(c.at(1, i), 128) << i;
+}
+
+TEST(BuildToneCurves, GainsClampSignedToZeroAndFull) {
+  Curves c;
+  c.state.RedGain = -256;    // v - 2v <= 0 gives 0
+  c.state.GreenGain = 128;   // 2v, above 255 gives 255
+  c.state.BlueGain = 32767;  // v = 255 gives 65533, as signed 16 bits -3, so 0
+  c.Build();
+  for (int i = 0; i < 256; ++i) {
+    ASSERT_EQ(c.at(2, i), 0) << i;
+    ASSERT_EQ(c.at(3, i), i <= 127 ? 2 * i : 255) << i;
+  }
+  EXPECT_EQ(c.at(4, 0), 0);
+  EXPECT_EQ(c.at(4, 1), 255);  // 1 + 255 = 256
+  EXPECT_EQ(c.at(4, 255), 0);
+  // Curves 0, 1 and 5 do not see the gains.
+  for (int i = 0; i < 256; ++i) ASSERT_EQ(c.at(5, i), i);
+}
+
+TEST(BuildToneCurves, ChannelCurvesAreBrightnessGainThenContrast) {
+  Curves c;
+  c.state.BrightnessAdjust = 16;  // +31
+  c.state.ContrastAdjust = 50;
+  c.state.RedGain = -64;          // v - v / 2
+  c.Build();
+  for (int i = 0; i < 256; ++i) {
+    const int v = c.at(0, i);
+    const int s = v + (-64 * v) / 128;
+    ASSERT_EQ(c.at(2, i), c.at(1, s)) << i;
+    ASSERT_EQ(c.at(3, i), c.at(1, v)) << i;
+    ASSERT_EQ(c.at(5, i), c.at(1, v)) << i;
+  }
+}
+
+TEST(BuildToneCurves, NoCurvesNoWork) {
+  DeviceState state{};
+  state.BrightnessAdjust = 5;
+  BuildToneCurves(state);  // must not touch memory
+  SUCCEED();
+}
+
+}  // namespace
+}  // namespace inkweave

@@ -1,0 +1,167 @@
+// ConvertPixel: the fixed order of its cases (monochrome, grid point or white, the six corners, the
+// neutral axis with its stretched top cell, trilinear interpolation), and agreement with the plain
+// reference over a dense sample of the RGB cube for several tables and tone curves.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdint>
+#include <random>
+#include <vector>
+
+#include "src/color/color.h"
+#include "src/data/tables.h"
+#include "tests/reference/color_reference.h"
+
+namespace inkweave {
+namespace {
+
+struct Converter {
+  std::array<std::uint8_t, kToneCurveBytes> curves{};
+  DeviceState state{};
+  explicit Converter(const std::uint8_t* lut, std::uint16_t colorMode = 2) {
+    state.ColorMode = colorMode;
+    state.ColorLut = lut;
+    state.ToneCurves = curves.data();
+    BuildToneCurves(state);
+  }
+  // Converts a pixel held in an array of exactly three bytes: reading a fourth would be an overread
+  // (the sanitizer build catches it).
+  std::array<int, 4> operator()(int r, int g, int b) const {
+    const std::uint8_t pixel[3] = {static_cast<std::uint8_t>(r), static_cast<std::uint8_t>(g),
+                                   static_cast<std::uint8_t>(b)};
+    std::uint8_t out[4] = {1, 2, 3, 4};
+    const std::uint32_t packed = ConvertPixel(pixel, out, state);
+    EXPECT_EQ(packed, out[0] | out[1] << 8 | out[2] << 16 | static_cast<std::uint32_t>(out[3]) << 24);
+    return {out[0], out[1], out[2], out[3]};
+  }
+};
+
+std::array<int, 4> Complement(int table, int i, int j, int k) {
+  const std::uint8_t* p = ColorTable(table) + ((i * 17 + j) * 17 + k) * 4;
+  return {255 - p[0], 255 - p[1], 255 - p[2], 255 - p[3]};
+}
+
+std::array<int, 4> All(int v) { return {v, v, v, v}; }
+
+TEST(ConvertPixel, WhiteBlackAndTheGridPoints) {
+  for (int t = 1; t <= kColorTableCount; ++t) {
+    const Converter convert(ColorTable(t));
+    EXPECT_EQ(convert(255, 255, 255), All(255)) << t;
+    EXPECT_EQ(convert(0, 0, 0), Complement(t, 0, 0, 0)) << t;
+    EXPECT_EQ(convert(128, 128, 128), Complement(t, 8, 8, 8)) << t;
+    EXPECT_EQ(convert(16, 64, 240), Complement(t, 1, 4, 15)) << t;
+  }
+  EXPECT_EQ(Converter(ColorTable(1))(128, 128, 128), All(0xff - 0x4c));
+  EXPECT_EQ(Converter(ColorTable(7))(0, 0, 0), All(0xff - 0xb2));
+}
+
+TEST(ConvertPixel, FullIntensityCornersUseTheirGridPoints) {
+  struct Corner {
+    int r, g, b, i, j, k;
+  };
+  static const Corner kCorners[] = {{0, 0, 255, 0, 0, 16},   {0, 255, 0, 0, 16, 0},   {0, 255, 255, 0, 16, 16},
+                                    {255, 0, 0, 16, 0, 0},   {255, 0, 255, 16, 0, 16}, {255, 255, 0, 16, 16, 0}};
+  for (int t : {1, 7, 13}) {
+    const Converter convert(ColorTable(t));
+    for (const Corner& c : kCorners) EXPECT_EQ(convert(c.r, c.g, c.b), Complement(t, c.i, c.j, c.k)) << t;
+  }
+  EXPECT_EQ(Converter(ColorTable(1))(255, 0, 0), (std::array<int, 4>{0xff, 0xff - 0xe1, 0xff - 0xeb, 0xff}));
+  // One step short of the yellow corner interpolates in cell (15, 15, 0) at fractions (15, 14, 0).
+  const Converter convert(ColorTable(1));
+  const auto expected = reference::ConvertPixelByRule(255, 254, 0, 2, ColorTable(1), convert.curves.data());
+  EXPECT_EQ(convert(255, 254, 0), (std::array<int, 4>{expected[0], expected[1], expected[2], expected[3]}));
+  EXPECT_NE(convert(255, 254, 0), convert(255, 255, 0));
+}
+
+// A synthetic table whose diagonal says which grid points the neutral case reads.
+std::vector<std::uint8_t> DiagonalTable() {
+  std::vector<std::uint8_t> lut(kColorTableBytes, 0);
+  for (int i = 0; i < 17; ++i) {
+    std::uint8_t* p = &lut[static_cast<std::size_t>(((i * 17 + i) * 17 + i) * 4)];
+    p[0] = static_cast<std::uint8_t>(10 * i + 40);  // cyan: the only byte the neutral case reads
+    p[1] = p[2] = p[3] = 7;
+  }
+  return lut;
+}
+
+TEST(ConvertPixel, NeutralCaseReadsTheCyanOfTheDiagonal) {
+  const std::vector<std::uint8_t> lut = DiagonalTable();
+  const Converter convert(lut.data());
+  // Gray 136: between (8,8,8) and (9,9,9) at fr = 8, the same value in all four inks.
+  EXPECT_EQ(convert(136, 136, 136), All(255 - (130 * 8 + 120 * 8) / 16));
+  EXPECT_EQ(convert(250, 250, 250), All(255 - (200 * 10 + 190 * 5) / 15));
+
+  // Gray 255 reached through the curves only (input not white): d = 15, fr = 15 lands on point 16.
+  Converter brighter(lut.data());
+  brighter.state.BrightnessAdjust = 1;  // +1
+  BuildToneCurves(brighter.state);
+  EXPECT_EQ(brighter(254, 254, 254), All(255 - 200));
+  // White input is the white grid point whatever the curves make of it.
+  EXPECT_EQ(brighter(255, 255, 255), (std::array<int, 4>{55, 248, 248, 248}));
+  Converter darker(lut.data());
+  darker.state.BrightnessAdjust = -128;  // white input becomes 0 through the curves
+  BuildToneCurves(darker.state);
+  EXPECT_EQ(darker(255, 255, 255), (std::array<int, 4>{55, 248, 248, 248}));
+}
+
+TEST(ConvertPixel, MonochromeUsesTheGrayCurveUncomplemented) {
+  Converter gray(ColorTable(1), 1);
+  EXPECT_EQ(gray(255, 0, 0), All(76));
+  EXPECT_EQ(gray(0, 255, 0), All(150));
+  EXPECT_EQ(gray(0, 0, 255), All(28));
+  EXPECT_EQ(gray(255, 255, 255), All(255));
+  EXPECT_EQ(gray(0, 0, 0), All(0));
+  gray.state.BrightnessAdjust = -1;
+  BuildToneCurves(gray.state);
+  EXPECT_EQ(gray(255, 0, 0), All(75));
+  EXPECT_EQ(gray(0, 0, 0), All(255));  // the unsigned clamp of curve 0
+  // No colour table is needed in monochrome.
+  gray.state.ColorLut = nullptr;
+  EXPECT_EQ(gray(255, 0, 0), All(75));
+}
+
+TEST(ConvertPixel, NoTableInColourModeMeansNoInk) {
+  const Converter convert(nullptr);
+  EXPECT_EQ(convert(0, 0, 0), All(255));
+  EXPECT_EQ(convert(12, 200, 77), All(255));
+}
+
+// The reference comparison: every third value of each channel (255 included) and a seeded random
+// sample, for three tables, colour and monochrome, with identity and with bent curves.
+TEST(ConvertPixel, AgreesWithThePlainReference) {
+  struct Variant {
+    std::int16_t brightness, contrast, red, green, blue;
+  };
+  static const Variant kVariants[] = {{0, 0, 0, 0, 0}, {3, 20, -20, 10, 40}, {-2, -15, 30, -40, 0}};
+  std::mt19937 rng(0x5EED0C01u);
+  for (int t : {1, 8, 13}) {
+    for (std::uint16_t mode : {2, 1}) {
+      for (const Variant& v : kVariants) {
+        Converter convert(ColorTable(t), mode);
+        convert.state.BrightnessAdjust = v.brightness;
+        convert.state.ContrastAdjust = v.contrast;
+        convert.state.RedGain = v.red;
+        convert.state.GreenGain = v.green;
+        convert.state.BlueGain = v.blue;
+        BuildToneCurves(convert.state);
+        int mismatches = 0;
+        auto check = [&](int r, int g, int b) {
+          const auto want = reference::ConvertPixelByRule(r, g, b, mode, ColorTable(t), convert.curves.data());
+          const auto got = convert(r, g, b);
+          for (int n = 0; n < 4; ++n)
+            if (got[n] != want[n] && ++mismatches <= 5)
+              ADD_FAILURE() << "table " << t << " mode " << mode << " pixel (" << r << "," << g << "," << b
+                            << ") ink " << n << ": " << got[n] << " != " << int{want[n]};
+        };
+        for (int r = 0; r < 256; r += 3)
+          for (int g = 0; g < 256; g += 3)
+            for (int b = 0; b < 256; b += 3) check(r, g, b);
+        for (int s = 0; s < 20000; ++s) check(rng() & 255, rng() & 255, rng() & 255);
+        ASSERT_EQ(mismatches, 0);
+      }
+    }
+  }
+}
+
+}  // namespace
+}  // namespace inkweave
