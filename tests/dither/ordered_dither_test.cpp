@@ -433,15 +433,6 @@ TEST(DitherGray, RowsRunOnPastTheMatrixWithinAStripe) {
   }
 }
 
-TEST(DitherGray, MapsThroughCurveSix) {
-  Rig rig;
-  for (int i = 0; i < 256; ++i) rig.curves[6 * 256 + static_cast<std::size_t>(i)] = 0;  // everything full ink
-  Band band(8, 1, 8);
-  std::fill(band.bytes.begin(), band.bytes.end(), 0xFF);
-  EXPECT_EQ(Render(DitherGrayPortrait, rig, band, 0, 8, 1, Offsets(0, 0)), 1u);
-  EXPECT_EQ(rig.planes[kBlack], 0xFF);
-}
-
 // ---------------------------------------------------------------------------------------------------
 
 TEST(DitherRenderers, NoLinesTouchNothing) {
