@@ -188,12 +188,6 @@ void ModeOneRows(Stripe& s, int rows) {
   }
 }
 
-// Rows of top padding for a pass of the final call: k ((base - n) / k).
-int ShortenRows(const WeaveMode& weave, int phase, int rowsFilled) {
-  const int base = weave.ShortBase ? weave.ShortBase : weave.FeedRows[phase];
-  return weave.ShortStep * ((base - rowsFilled) / weave.ShortStep);
-}
-
 void EndPageModeOne(Stripe& s) {
   DeviceState& state = s.State;
   PassBuffer& pass = state.StripeBuffers[state.CurrentPass];
@@ -205,9 +199,13 @@ void EndPageModeOne(Stripe& s) {
     return;
   }
   int padding = 0;
-  if (state.FinalFlush == 1) padding = std::min(kWeaveModeTable[1].ShortCap, ShortenRows(kWeaveModeTable[1], 0, pass.RowsFilled));
-  const auto feed = static_cast<std::uint16_t>(kModeOneFeed - 8 * padding / 3);
-  WriteFeed(s, feed);
+  int feed = kModeOneFeed;
+  if (state.FinalFlush == 1) {
+    const ShortPass last = ShortenLastPass(kWeaveModeTable[1], 0, pass.RowsFilled, 0);
+    padding = last.Padding;
+    feed = last.Feed;
+  }
+  WriteFeed(s, static_cast<std::uint16_t>(feed));
   state.PaperPosition = static_cast<std::uint16_t>(state.PaperPosition + feed);
   WriteBlankRows(s, padding);
   WritePass(s, pass);
@@ -219,29 +217,17 @@ void EndPageModeOne(Stripe& s) {
 
 void EndPageWoven(Stripe& s, const WeaveMode& weave, int mode) {
   DeviceState& state = s.State;
-  int previousQ = 0;
+  int shift = 0;  // Q of the pass flushed before
   for (int flushed = 0; flushed < weave.PassBuffers; ++flushed) {
     const int phase = state.WeavePhase;
     PassBuffer& pass = state.StripeBuffers[weave.PassOfPhase[phase]];
-    const int normal = weave.Feed[phase];  // E
-    int feed = normal;
+    int feed = weave.Feed[phase];
     int padding = 0;
     if (state.FinalFlush == 1) {
-      const int rows = ShortenRows(weave, phase, pass.RowsFilled);  // c
-      if (flushed == 0 || previousQ == 0) {
-        padding = std::min(weave.ShortCap, rows);
-        feed = normal - 8 * padding / 3;
-        previousQ = padding;
-      } else {
-        // Take up the previous pass's shortening D as far as this pass's rows allow.
-        const int shortening = 8 * previousQ / 3;  // D
-        if (shortening + normal <= 8 * rows / 3)
-          padding = weave.ShortStep * (std::min(3 * (shortening + normal) / 8, rows) / weave.ShortStep);
-        else
-          padding = rows;
-        feed = normal + shortening - 8 * padding / 3;
-        previousQ = 3 * (normal + shortening - feed) / 8;
-      }
+      const ShortPass last = ShortenLastPass(weave, phase, pass.RowsFilled, shift);
+      padding = last.Padding;
+      feed = last.Feed;
+      shift = last.Shift;
     }
     WriteFeed(s, static_cast<std::uint16_t>(feed));
     state.PaperPosition = static_cast<std::uint16_t>(state.PaperPosition + feed);

@@ -1,0 +1,371 @@
+// The raster emitter driven as the band driver drives it: small pages checked write by write, blank
+// pages, gap filling, the bit-depth command across pages, the highest-resolution stripes and the
+// top-of-page feed.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+
+#include "src/raster/row_records.h"
+#include "src/raster/weave.h"
+#include "tests/support/bytes.h"
+#include "tests/support/emit_driver.h"
+
+namespace inkweave {
+namespace {
+
+using testing::Bytes;
+using testing::EmitDevice;
+using testing::FirstDifference;
+using testing::Hex;
+using testing::operator+;
+
+#define EXPECT_BYTES(actual, expected) EXPECT_EQ(FirstDifference(actual, expected), "")
+
+std::vector<Bytes> Writes(const EmitDevice& device) {
+  std::vector<Bytes> out;
+  for (const auto& write : device.Spool.Writes()) out.push_back(write.Bytes);
+  return out;
+}
+
+Bytes Held(const PassBuffer& pass) { return Bytes(pass.BufferStart, pass.WritePos); }
+
+bool AllMarkers(const Bytes& bytes) {
+  return std::all_of(bytes.begin(), bytes.end(), [](std::uint8_t b) { return b == 'Z'; });
+}
+
+// Fills plane p of stripe rows [0, rows) with value.
+void Fill(EmitDevice& device, int rows, int plane, std::uint8_t value, int bytes, int half = 0) {
+  for (int n = 0; n < rows; ++n) std::fill_n(device.PlaneRow(half, n, plane), bytes, value);
+}
+
+TEST(EmitStripe, SmallMonochromePageWriteByWrite) {
+  EmitDevice device(2 + kPrintModeMonochrome, 1);
+  const BandInfo band = testing::MakeBand(16);  // 2 bytes a row
+  testing::BeginPage(device.State);
+  std::copy_n(Hex("80 00").begin(), 2, device.PlaneRow(0, 0, 3));
+  std::copy_n(Hex("00 01").begin(), 2, device.PlaneRow(0, 1, 3));
+  std::copy_n(Hex("FF FF").begin(), 2, device.PlaneRow(0, 2, 3));
+  testing::EmitOne(device, 3, band, 1);  // short: the page ends here
+  testing::FinishPage(device, band);     // finds the passes empty: feeds only
+
+  const std::vector<Bytes> expected = {
+      Hex("46 8C 00"),
+      Bytes(53, 'Z') + Hex("47 02 80 00 01"),  // row 1 at head row 53 of buffer 1
+      Hex("46 8C 00"),
+      Hex("47 02 80 80 00  47 02 00 84 FF"),  // rows 0 and 2 at head rows 0 and 1 of buffer 0
+      Hex("46 04 00"),                        // 140 - 8 x 51 / 3
+      Hex("46 04 00"),                        // 140 + 136 - 8 x 102 / 3
+  };
+  const std::vector<Bytes> actual = Writes(device);
+  ASSERT_EQ(actual.size(), expected.size());
+  for (std::size_t i = 0; i < expected.size(); ++i) EXPECT_BYTES(actual[i], expected[i]) << "write " << i;
+  EXPECT_EQ(device.State.PaperPosition, 288);
+  EXPECT_EQ(device.State.WeavePhase, 0);
+  EXPECT_EQ(device.State.PhaseRow, 0);
+}
+
+TEST(EmitStripe, SmallModeOnePageIsWidened) {
+  EmitDevice device(1, 2, 150);
+  device.State.InkModeCode = kInkModeColorOneBit;
+  const BandInfo band = testing::MakeBand(8);  // 2 bytes, 4 once widened
+  testing::BeginPage(device.State);
+  std::copy_n(Hex("80 00").begin(), 2, device.PlaneRow(0, 0, 3));
+  testing::EmitOne(device, 2, band, 1);
+  testing::FinishPage(device, band);  // mode 1: nothing left, nothing written
+  const std::vector<Bytes> actual = Writes(device);
+  ASSERT_EQ(actual.size(), 2u);
+  EXPECT_BYTES(actual[0], Hex("46 18 01"));
+  // Planes 3, 2, 0, 1 of row 0, then the blank row 1.
+  EXPECT_BYTES(actual[1], Hex("47 04 00 00 C0 88 00  5A 5A 5A  5A 5A 5A 5A"));
+}
+
+TEST(EmitStripe, ModeOneFlushesAPhaseAfterTheNextOnesFirstRow) {
+  EmitDevice device(1, 2, 150);
+  device.State.InkModeCode = kInkModeColorOneBit;
+  const BandInfo band = testing::MakeBand(64);
+  testing::BeginPage(device.State);
+  Fill(device, 16, 3, 0xF0, 8);
+  for (int stripe = 0; stripe < 7; ++stripe) testing::EmitOne(device, 16, band, 1);  // rows 0..111
+  std::vector<Bytes> actual = Writes(device);
+  ASSERT_EQ(actual.size(), 2u);
+  EXPECT_BYTES(actual[0], Hex("46 18 01"));
+  // 105 rows: FF 00 FF 00 ... once widened, 95 FF 00 03 FF 00 FF 00 in a record, three blank planes.
+  EXPECT_EQ(actual[1].size(), 105u * (3 + 8 + 3));
+
+  testing::FinishPage(device, band);  // rows 105..111 in buffer 1: 96 rows of padding, 280 - 256 fed
+  actual = Writes(device);
+  ASSERT_EQ(actual.size(), 2u + 1 + 96 + 1);
+  EXPECT_BYTES(actual[2], Hex("46 18 00"));
+  for (int i = 3; i < 99; ++i) EXPECT_BYTES(actual[i], Hex("5A 5A 5A 5A"));
+  EXPECT_EQ(actual[99].size(), 7u * 14);
+  EXPECT_EQ(device.State.PaperPosition, 280 + 24);
+  EXPECT_EQ(device.State.CurrentPass, 0);
+}
+
+TEST(EmitStripe, BlankPages) {
+  // Modes 2..6: one feed per pass flushed and no pass data. Mode 1: nothing at all.
+  for (int mode = 1; mode <= 6; ++mode) {
+    EmitDevice device(static_cast<std::uint8_t>(mode));
+    device.State.InkModeCode = kInkModeColorOneBit;
+    const BandInfo band = testing::MakeBand(800);
+    testing::BeginPage(device.State);
+    for (int stripe = 0; stripe < 3; ++stripe) testing::EmitOne(device, mode >= 6 ? 4 : 16, band, 0);
+    testing::FinishPage(device, band);
+    const std::vector<Bytes> actual = Writes(device);
+    EXPECT_EQ(actual.size(), mode == 1 ? 0u : static_cast<std::size_t>(kWeaveModeTable[mode].PassBuffers)) << mode;
+    for (const Bytes& write : actual) EXPECT_EQ(write.size() == 3 && write[0] == 'F', true) << mode;
+    for (const PassBuffer& pass : device.State.StripeBuffers) EXPECT_EQ(pass.WritePos, pass.BufferStart);
+  }
+  // Mode 2, 32 rows: buffer 1 holds head rows up to 68, buffer 0 up to 15.
+  EmitDevice device(2);
+  device.State.InkModeCode = kInkModeColorOneBit;
+  const BandInfo band = testing::MakeBand(800);
+  testing::BeginPage(device.State);
+  testing::EmitOne(device, 16, band, 0);
+  testing::EmitOne(device, 16, band, 0);
+  testing::FinishPage(device, band);
+  const std::vector<Bytes> actual = Writes(device);
+  ASSERT_EQ(actual.size(), 2u);
+  EXPECT_BYTES(actual[0], Hex("46 2C 00"));  // 36 rows of shortening: 140 - 96
+  EXPECT_BYTES(actual[1], Hex("46 04 00"));  // 87 rows: 140 + 96 - 232
+}
+
+TEST(EmitStripe, ModeOneBlankPageCrossingAPhase) {
+  EmitDevice device(1, 2, 150);
+  device.State.InkModeCode = kInkModeColorOneBit;
+  const BandInfo band = testing::MakeBand(800);
+  testing::BeginPage(device.State);
+  for (int stripe = 0; stripe < 7; ++stripe) testing::EmitOne(device, 16, band, 0);
+  testing::EmitOne(device, 8, band, 0);
+  testing::FinishPage(device, band);
+  const std::vector<Bytes> actual = Writes(device);
+  ASSERT_EQ(actual.size(), 1u);  // the flush at row 105; the inkless end flush writes nothing
+  EXPECT_BYTES(actual[0], Hex("46 18 01"));
+}
+
+TEST(EmitStripe, BlankStripeValueMakesEveryPlaneRowAMarker) {
+  EmitDevice device(2);
+  device.State.InkModeCode = kInkModeColorTwoBit;  // differs from the wanted depth: still no "I"
+  const BandInfo band = testing::MakeBand(800);
+  testing::BeginPage(device.State);
+  for (int plane = 0; plane < 4; ++plane) Fill(device, 16, plane, 0xFF, 100);
+  testing::EmitOne(device, 16, band, 0);
+  EXPECT_TRUE(device.Spool.Writes().empty());
+  const Bytes first = Held(device.State.StripeBuffers[0]);
+  const Bytes second = Held(device.State.StripeBuffers[1]);
+  EXPECT_EQ(first.size(), 8u * 4);
+  EXPECT_EQ(second.size(), 53u * 4 + 8 * 4);  // a gap of 53 head rows is 212 markers in colour
+  EXPECT_TRUE(AllMarkers(first));
+  EXPECT_TRUE(AllMarkers(second));
+  EXPECT_EQ(device.State.StripeBuffers[1].RowsFilled, 61);
+}
+
+TEST(EmitStripe, GapsAreOneMarkerPerPlane) {
+  for (const std::uint16_t colorMode : {2, 1}) {
+    EmitDevice device(colorMode == 2 ? 2 : 18, colorMode);
+    const BandInfo band = testing::MakeBand(64);
+    testing::BeginPage(device.State);
+    Fill(device, 2, 3, 0x0F, 8);
+    testing::EmitOne(device, 2, band, 1);  // short: flushed at once, buffer 1 first
+    const std::vector<Bytes> actual = Writes(device);
+    ASSERT_GE(actual.size(), 2u);
+    const std::size_t gap = colorMode == 2 ? 212 : 53;
+    const Bytes& pass = actual[actual.size() - 3];
+    ASSERT_GT(pass.size(), gap);
+    EXPECT_TRUE(AllMarkers(Bytes(pass.begin(), pass.begin() + static_cast<long>(gap))));
+    EXPECT_EQ(pass[gap], 'G');
+  }
+}
+
+TEST(EmitStripe, BitDepthFollowsTheHalftoneAcrossPages) {
+  for (const std::uint16_t colorMode : {2, 1}) {
+    const std::uint8_t mono = colorMode == 2 ? 0 : kPrintModeMonochrome;
+    EmitDevice device(static_cast<std::uint8_t>(2 | mono), colorMode);
+    device.State.InkModeCode = colorMode == 2 ? kInkModeColorOneBit : kInkModeMonoOneBit;
+    const BandInfo band = testing::MakeBand(64);
+    auto page = [&](std::uint8_t halftone, std::uint8_t printMode) {
+      device.State.ActiveHalftone = halftone;
+      device.State.PrintMode = static_cast<std::uint8_t>(printMode | mono);
+      device.Spool.Clear();
+      testing::BeginPage(device.State);
+      device.ClearPlanes();
+      testing::EmitOne(device, 16, band, 0);  // a blank stripe considers no depth
+      Fill(device, 16, 3, 0xCC, 8, 1);        // second bits only
+      testing::EmitOne(device, 16, band, 1);
+      return Writes(device);
+    };
+    EXPECT_TRUE(page(1, 2).empty());  // dithered: one bit, as already sent
+    std::vector<Bytes> writes = page(2, 2 | kPrintModeFlag);
+    ASSERT_FALSE(writes.empty());
+    EXPECT_BYTES(writes[0], colorMode == 2 ? Hex("49 31") : Hex("49 30"));
+    EXPECT_EQ(device.State.InkModeCode, colorMode == 2 ? 0x31 : 0x30);
+    // The rows are two-bit records: the second half's dots reach the pass.
+    EXPECT_GT(device.State.StripeBuffers[0].WritePos - device.State.StripeBuffers[0].BufferStart, 32);
+    EXPECT_TRUE(page(2, 2 | kPrintModeFlag).empty());  // the code persists across pages
+    writes = page(1, 2);
+    ASSERT_FALSE(writes.empty());
+    EXPECT_BYTES(writes[0], colorMode == 2 ? Hex("49 10") : Hex("49 00"));
+  }
+  // Modes 1 and 6 stay at one bit under error diffusion.
+  for (const std::uint8_t mode : {1, 6}) {
+    EmitDevice device(mode);
+    device.State.InkModeCode = kInkModeColorOneBit;
+    device.State.ActiveHalftone = 2;
+    testing::BeginPage(device.State);
+    testing::EmitOne(device, mode == 6 ? 4 : 16, testing::MakeBand(64), 1);
+    EXPECT_TRUE(device.Spool.Writes().empty()) << int(mode);
+  }
+}
+
+TEST(EmitStripe, HighestResolutionStripes) {
+  EmitDevice device(6);
+  device.State.InkModeCode = kInkModeColorOneBit;
+  testing::BeginPage(device.State);
+  std::mt19937 random(11);
+  Bytes row(28);
+  for (std::size_t i = 0; i < row.size(); ++i) row[i] = static_cast<std::uint8_t>(2 * i + 1);
+  std::copy(row.begin(), row.end(), device.PlaneRow(0, 1, 3));  // stride 1,280
+  testing::EmitOne(device, 4, testing::MakeBand(100), 1);     // 100 pixels: 14 bytes, doubled
+  EXPECT_TRUE(device.Spool.Writes().empty());
+  EXPECT_EQ(device.State.PhaseRow, 8);
+  // Row 1 of phase 0 goes to buffer 1 at head row 92.
+  const Bytes held = Held(device.State.StripeBuffers[1]);
+  EXPECT_BYTES(held, Bytes(92 * 4, 'Z') + Hex("47 1C 80") + row + Hex("5A 5A 5A"));
+
+  // The width is capped at 1,280 bytes; three rows of the stripe height take six.
+  EmitDevice wide(6);
+  wide.State.InkModeCode = kInkModeColorOneBit;
+  testing::BeginPage(wide.State);
+  Bytes noise(1280);
+  for (auto& b : noise) b = static_cast<std::uint8_t>(random() | 1);
+  for (std::size_t i = 1; i < noise.size(); ++i)
+    if (noise[i] == noise[i - 1]) noise[i] ^= 0x10;
+  std::copy(noise.begin(), noise.end(), wide.PlaneRow(0, 0, 3));
+  testing::EmitOne(wide, 3, testing::MakeBand(6000), 1);
+  EXPECT_EQ(wide.State.PhaseRow, 6);  // short stripe: flushed; mode 6 keeps its phase and row count
+  const std::vector<Bytes> writes = Writes(wide);
+  ASSERT_EQ(writes.size(), 8u + 1);  // eight feeds and the one pass with ink
+  EXPECT_BYTES(writes[8], Hex("47 00 85") + noise + Hex("5A 5A 5A"));
+}
+
+TEST(EmitStripe, EndOfPageFlushOfModesFourAndSixKeepsThePhaseRow) {
+  for (const std::uint8_t mode : {2, 3, 4, 5, 6}) {
+    EmitDevice device(mode);
+    device.State.InkModeCode = kInkModeColorOneBit;
+    const BandInfo band = testing::MakeBand(64);
+    testing::BeginPage(device.State);
+    Fill(device, 16, 0, 0x81, 8);
+    testing::EmitOne(device, mode >= 6 ? 4 : 16, band, 1);
+    testing::EmitOne(device, 2, band, 1);
+    testing::FinishPage(device, band);
+    const int rows = mode >= 6 ? 12 : 18;
+    EXPECT_EQ(device.State.WeavePhase, 0) << int(mode);
+    EXPECT_EQ(device.State.PhaseRow, mode == 4 || mode == 6 ? rows : 0) << int(mode);
+    for (const PassBuffer& pass : device.State.StripeBuffers) {
+      EXPECT_EQ(pass.WritePos, pass.BufferStart);
+      EXPECT_EQ(pass.RowsFilled, 0);
+    }
+  }
+}
+
+TEST(EmitStripe, ShortenedLastPassesArePaddedOneWriteARow) {
+  EmitDevice device(2 + kPrintModeMonochrome, 1);
+  const BandInfo band = testing::MakeBand(16);
+  testing::BeginPage(device.State);
+  Fill(device, 16, 3, 0x3C, 2);
+  testing::EmitOne(device, 16, band, 1);
+  testing::EmitOne(device, 16, band, 1);
+  testing::FinishPage(device, band);
+  const std::vector<Bytes> actual = Writes(device);
+  // Buffer 1 (head rows 53..68): 36 rows of padding, fed 44; buffer 0 (0..15): 87 rows, fed 4.
+  ASSERT_EQ(actual.size(), 1u + 36 + 1 + 1 + 87 + 1);
+  EXPECT_BYTES(actual[0], Hex("46 2C 00"));
+  for (int i = 1; i <= 36; ++i) EXPECT_BYTES(actual[i], Hex("5A"));
+  EXPECT_BYTES(actual[37], Bytes(53, 'Z') + [] {
+    Bytes rows;
+    for (int i = 0; i < 16; ++i) rows = rows + Hex("47 02 00 84 3C");
+    return rows;
+  }());
+  EXPECT_BYTES(actual[38], Hex("46 04 00"));
+  for (int i = 39; i < 39 + 87; ++i) EXPECT_BYTES(actual[i], Hex("5A"));
+  EXPECT_EQ(actual[126].size(), 16u * 5);
+  EXPECT_EQ(device.State.PaperPosition, 48);
+}
+
+TEST(EmitStripe, TopOfPageFeedMultipliesOffsetByBandHeight) {
+  struct Case {
+    std::uint16_t quality;
+    std::uint8_t landscape;
+    std::uint32_t offset;
+    std::uint16_t position;  // PaperPosition before
+    Bytes feed;              // empty: none
+    std::uint16_t after;
+  };
+  // Band of 50 x 100 pixels.
+  for (const Case& c : {Case{300, 0, 200, 0, Hex("46 2A 68"), 26666},  // 100 x 4 x 200 / 3
+                        Case{300, 0, 200, 1000, Hex("46 42 64"), 26666},
+                        Case{150, 0, 200, 0, Hex("46 55 D0"), 53333}, Case{600, 0, 200, 0, Hex("46 15 34"), 13333},
+                        Case{1200, 0, 200, 0, Hex("46 15 34"), 13333}, Case{200, 0, 200, 0, Hex("46 0A 1A"), 6666},
+                        Case{300, 1, 200, 0, Hex("46 15 34"), 13333},  // landscape: the width, 50
+                        Case{300, 0, 0, 0, Bytes{}, 0}}) {
+    EmitDevice device(2);
+    device.State.InkModeCode = kInkModeColorOneBit;
+    device.State.PrintQuality = c.quality;
+    device.State.Landscape = c.landscape;
+    testing::BeginPage(device.State);
+    device.State.BandOffset = c.offset;
+    device.State.PaperPosition = c.position;
+    testing::EmitOne(device, 16, testing::MakeBand(50, 100), 0);
+    const std::vector<Bytes> actual = Writes(device);
+    ASSERT_EQ(actual.size(), c.feed.empty() ? 0u : 1u) << c.quality;
+    if (!c.feed.empty()) {
+      EXPECT_BYTES(actual[0], c.feed) << c.quality;
+    }
+    EXPECT_EQ(device.State.PaperPosition, c.feed.empty() ? c.position : c.after);
+    // Later stripes of the page write no top feed.
+    testing::EmitOne(device, 16, testing::MakeBand(50, 100), 0);
+    EXPECT_EQ(Writes(device).size(), actual.size());
+  }
+  // Without storage for the first pass the feed is written on any stripe.
+  EmitDevice device(7);
+  device.State.StripeBuffers[0].BufferStart = device.State.StripeBuffers[0].WritePos = nullptr;
+  device.State.StripeFlag = 0;
+  device.State.BandOffset = 3;
+  testing::EmitOne(device, 16, testing::MakeBand(50, 100), 0);
+  ASSERT_EQ(Writes(device).size(), 1u);
+  EXPECT_BYTES(Writes(device)[0], Hex("46 90 01"));  // 100 x 4 x 3 / 3
+}
+
+TEST(EmitStripe, PrintModeOutsideTheWeavesPlacesNoRows) {
+  for (const std::uint8_t printMode : {0, 7, 15, 64 + 2, 128 + 4}) {
+    EmitDevice device(printMode);
+    device.State.InkModeCode = 0x55;
+    testing::BeginPage(device.State);
+    device.State.BandOffset = 3;
+    Fill(device, 4, 3, 0xFF, 8);
+    testing::EmitOne(device, 4, testing::MakeBand(64, 100), 1);  // short, but nothing is flushed
+    const std::vector<Bytes> actual = Writes(device);
+    ASSERT_EQ(actual.size(), 2u) << int(printMode);
+    EXPECT_BYTES(actual[0], Hex("46 90 01"));
+    EXPECT_EQ(actual[1][0], 'I');
+    for (const PassBuffer& pass : device.State.StripeBuffers) EXPECT_EQ(pass.WritePos, pass.BufferStart);
+  }
+}
+
+TEST(EmitStripe, FailedWritesDoNotStopThePage) {
+  EmitDevice device(2);
+  device.State.InkModeCode = kInkModeColorOneBit;
+  device.Spool.SetFaults({1, true, E_FAIL});
+  const BandInfo band = testing::MakeBand(64);
+  testing::BeginPage(device.State);
+  Fill(device, 16, 3, 0xFF, 8);
+  testing::EmitOne(device, 16, band, 1);
+  testing::EmitOne(device, 5, band, 1);
+  EXPECT_EQ(device.State.WriteFailed, 1u);
+  EXPECT_EQ(device.Spool.WriteCount(), 4u);  // two feeds, two passes, all refused
+  for (const PassBuffer& pass : device.State.StripeBuffers) EXPECT_EQ(pass.WritePos, pass.BufferStart);
+}
+
+}  // namespace
+}  // namespace inkweave

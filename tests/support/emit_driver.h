@@ -1,0 +1,180 @@
+// A small page driver for the raster emitter, doing what the band driver does around it: a device
+// state with test-owned working buffers, the page-start fields, one EmitStripe per stripe (StripeFlag 1
+// for the first, 0 after) and the final call (StripeFlag 2, FinalFlush 1, no rows, ink flag 1). Writes
+// are collected by the host's spool recorder.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+#include "host/spool.h"
+#include "src/commands/command_writer.h"
+#include "src/commands/printer_commands.h"
+#include "src/device/device_state.h"
+#include "src/pipeline/band_info.h"
+#include "src/raster/raster.h"
+
+namespace inkweave::testing {
+
+// Bytes per plane and bytes of a plane row, as the emitter reads them.
+inline int PlaneStride(std::uint8_t printMode) { return (printMode & 0x0F) >= 6 ? 1280 : 640; }
+inline int RowWidthBytes(std::uint8_t printMode, int linePixels) {
+  int width = ((linePixels + 15) / 8) & ~1;
+  if ((printMode & 0x0F) >= 6) width *= 2;
+  return std::clamp(width, 0, 1280);
+}
+
+struct EmitDevice {
+  std::vector<std::uint8_t> Planes[2];
+  std::vector<std::uint8_t> Passes[kPassBufferRecords];
+  std::vector<std::uint8_t> Record;
+  std::vector<std::uint8_t> Scratch;
+  DeviceState State{};
+  DEVOBJ Devobj{};
+  host::SpoolService Spool;
+
+  // printMode: the whole PrintMode byte; colorMode 2 colour, 1 monochrome; halftone 1 dither, 2 diffusion.
+  explicit EmitDevice(std::uint8_t printMode, std::uint16_t colorMode = 2, std::uint16_t quality = 300,
+                      std::uint8_t halftone = 1, int passBuffers = kPassBufferRecords) {
+    std::memset(static_cast<void*>(&State), 0, sizeof State);
+    for (int h = 0; h < 2; ++h) {
+      Planes[h].assign(kPlaneBufferBytes, 0);
+      State.PlaneBuffer[h] = Planes[h].data();
+    }
+    for (int i = 0; i < passBuffers; ++i) {
+      Passes[i].assign(kPassBufferBytes, 0);
+      State.StripeBuffers[i].BufferStart = State.StripeBuffers[i].WritePos = Passes[i].data();
+    }
+    Record.assign(kRecordBufferBytes, 0);
+    Scratch.assign(kScratchBufferBytes, 0);
+    State.RecordBuffer = Record.data();
+    State.ScratchBuffer = Scratch.data();
+    State.PrintMode = printMode;
+    State.ColorMode = colorMode;
+    State.PrintQuality = quality;
+    State.ActiveHalftone = halftone;
+    State.HalftoneMethod = halftone;
+    State.CompressionMethod = 2;
+    State.PaperSize = DMPAPER_A4;
+    Devobj.dwSize = sizeof(DEVOBJ);
+    Devobj.pdevOEM = &State;
+  }
+  EmitDevice(const EmitDevice&) = delete;
+  EmitDevice& operator=(const EmitDevice&) = delete;
+
+  IPrintOemDriverUni* Driver() { return Spool.Interface(); }
+  int Stride() const { return PlaneStride(State.PrintMode); }
+  // Plane p of row n of the stripe in PlaneBuffer half h.
+  std::uint8_t* PlaneRow(int h, int n, int p) {
+    return Planes[h].data() + static_cast<std::size_t>(n) * 4 * Stride() + static_cast<std::size_t>(p) * Stride();
+  }
+  void ClearPlanes() {
+    for (auto& half : Planes) std::fill(half.begin(), half.end(), 0);
+  }
+};
+
+// A portrait band record of the given line width and band height, in pixels.
+inline BandInfo MakeBand(std::int32_t linePixels, std::int32_t height = 64) {
+  BandInfo band{};
+  band.Header.biSize = 40;
+  band.Header.biWidth = linePixels;
+  band.Header.biHeight = height;
+  band.Header.biPlanes = 1;
+  band.Header.biBitCount = 24;
+  band.Stride = BandStride(linePixels);
+  return band;
+}
+
+// The fields the band driver sets at page start.
+inline void BeginPage(DeviceState& state) {
+  state.PaperPosition = 0;
+  state.PhaseRow = 0;
+  state.WeavePhase = 0;
+  state.StripeFlag = 1;
+  state.FinalFlush = 0;
+  state.PageInkSeen = 0;
+  state.PageStartMark = 1;
+  for (PassBuffer& pass : state.StripeBuffers) {
+    pass.RowsFilled = 0;
+    pass.PassMark = 720;
+    pass.WritePos = pass.BufferStart;
+  }
+}
+
+// One stripe as the band driver hands it over, then StripeFlag 0 for the next one.
+inline void EmitOne(EmitDevice& device, int stripeHeight, const BandInfo& band, std::int16_t inkFlag) {
+  device.State.PageInkSeen = static_cast<std::uint16_t>(device.State.PageInkSeen | inkFlag);
+  EmitStripe(&device.Devobj, stripeHeight, band, inkFlag, device.Driver());
+  device.State.StripeFlag = 0;
+}
+
+// The page's final call.
+inline void FinishPage(EmitDevice& device, const BandInfo& band) {
+  device.State.StripeFlag = 2;
+  device.State.FinalFlush = 1;
+  EmitStripe(&device.Devobj, 0, band, 1, device.Driver());
+  device.State.StripeFlag = 1;
+  device.State.FinalFlush = 0;
+}
+
+// A page of dot planes: Rows raster rows of four planes of Width bytes, in two halves (the second bit
+// of two-bit dots in half 1). Monochrome pages use plane 3 only.
+struct DotPage {
+  int Rows = 0;
+  int Width = 0;  // bytes per plane row
+  std::vector<std::uint8_t> Bits[2];
+
+  DotPage(int rows, int width) : Rows(rows), Width(width) {
+    for (auto& half : Bits) half.assign(static_cast<std::size_t>(rows) * 4 * width, 0);
+  }
+  std::uint8_t* Row(int h, int row, int plane) {
+    return Bits[h].data() + (static_cast<std::size_t>(row) * 4 + plane) * Width;
+  }
+  const std::uint8_t* Row(int h, int row, int plane) const {
+    return Bits[h].data() + (static_cast<std::size_t>(row) * 4 + plane) * Width;
+  }
+};
+
+// Feeds a whole page stripe by stripe: each stripe's rows are copied into PlaneBuffer and its ink flag
+// is 1 when any of its planes has a dot, as a renderer answers. Then the final call. In modes 6 and up
+// a stripe holds 8 rows for a stripe height of 4 (a page of odd height gets one blank row more).
+inline void EmitPage(EmitDevice& device, const DotPage& page, const BandInfo& band) {
+  BeginPage(device.State);
+  const bool high = (device.State.PrintMode & 0x0F) >= 6;
+  const int stripeRows = high ? 8 : 16;
+  for (int first = 0; first < page.Rows; first += stripeRows) {
+    const int rows = std::min(stripeRows, page.Rows - first);
+    device.ClearPlanes();
+    bool ink = false;
+    for (int h = 0; h < 2; ++h)
+      for (int n = 0; n < rows; ++n)
+        for (int p = 0; p < 4; ++p) {
+          const std::uint8_t* src = page.Row(h, first + n, p);
+          std::memcpy(device.PlaneRow(h, n, p), src, static_cast<std::size_t>(page.Width));
+          ink = ink || std::any_of(src, src + page.Width, [](std::uint8_t b) { return b != 0; });
+        }
+    EmitOne(device, high ? (rows + 1) / 2 : rows, band, ink ? 1 : 0);
+  }
+  FinishPage(device, band);
+}
+
+// A one-page job around what emitPage writes: 2,000 zero bytes, enter raster language, reset, the mode
+// settings and the page start, the page, a form feed, 500 zero bytes, a reset.
+template <typename Page>
+void EmitJob(EmitDevice& device, Page&& emitPage) {
+  DEVOBJ* devobj = &device.Devobj;
+  IPrintOemDriverUni* driver = device.Driver();
+  for (int i = 0; i < 20; ++i) WritePadding(devobj, driver);
+  (void)WriteBytes(devobj, kEnterRasterLanguage, sizeof kEnterRasterLanguage, driver);
+  (void)WriteBytes(devobj, kReset, sizeof kReset, driver);
+  WriteModeSettings(devobj, driver);
+  WritePageStart(devobj, driver);
+  emitPage();
+  (void)WriteBytes(devobj, kFormFeed, sizeof kFormFeed, driver);
+  for (int i = 0; i < 5; ++i) WritePadding(devobj, driver);
+  (void)WriteBytes(devobj, kReset, sizeof kReset, driver);
+}
+
+}  // namespace inkweave::testing
