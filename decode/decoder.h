@@ -111,7 +111,7 @@ struct Page {
   std::size_t Offset = 0;     // first command of the page (its page-start group when there is one)
   std::size_t EndOffset = 0;  // offset of the form feed
   int Mode = 0;               // weave mode 1..6 used to print it
-  Settings PageSettings;      // in force when the page opened
+  Settings PageSettings;      // in force when the page opened; paper fields from its own paper group
   std::vector<Command> Commands;  // the page's commands in order (feeds and "I" included)
   std::vector<Pass> Passes;
   int RowBytes = 0;           // decoded bytes of one bit plane of the page's row records (0: no "G")

@@ -1,0 +1,200 @@
+// Printer model: puts the passes of a parsed job on paper.
+//
+// The head has 106 nozzle rows, 1/150 inch apart; the paper moves by the feeds in 1/400 inch. At a page
+// resolution of D dpi the nozzle pitch is D / 150 page rows and a feed of u units advances u * D / 400
+// page rows (which must be whole). Head row h of a pass lands on page row
+//     pitch * h + P - top * pitch,
+// where P is the paper advance so far on the page (the pass's own feed included) and top is 105, or 102
+// in modes 3 and 5 which use the even nozzles only. Mode 1 (150 dpi) sends each dot twice across; the
+// model halves those rows back to page dots and refuses a pair of wire dots that differ.
+//
+// Every head row of a pass in the stream counts as printed where it lands, blank or inked. A pass that
+// holds no ink is never written (only its feed is), so its rows are not printed at all. Ink that lands
+// twice on a row is ORed and counted.
+#include <algorithm>
+#include <new>
+#include <string>
+
+#include "decode/decoder.h"
+#include "decode/format.h"
+
+namespace inkweave::decode {
+
+namespace {
+
+std::string Num(long long value) { return std::to_string(value); }
+
+bool HasInk(const std::vector<std::uint8_t>& bytes) {
+  return std::any_of(bytes.begin(), bytes.end(), [](std::uint8_t b) { return b != 0; });
+}
+
+bool RecordHasInk(const PlaneRow& row) { return !row.Blank && (HasInk(row.First) || HasInk(row.Second)); }
+
+// A mode-1 row of wire bytes back to page bytes; false when a wire dot pair differs.
+bool HalveDoubledRow(const std::vector<std::uint8_t>& wire, std::vector<std::uint8_t>& page) {
+  page.assign(wire.size() / 2, 0);
+  for (std::size_t i = 0; i + 1 < wire.size(); i += 2) {
+    const unsigned both = (wire[i] << 8) | wire[i + 1];  // 16 wire dots, 8 page dots doubled
+    std::uint8_t out = 0;
+    for (int dot = 0; dot < 8; ++dot) {
+      const unsigned pair = (both >> (14 - 2 * dot)) & 3;
+      if (pair == 1 || pair == 2) return false;
+      if (pair == 3) out |= static_cast<std::uint8_t>(0x80 >> dot);
+    }
+    page[i / 2] = out;
+  }
+  return true;
+}
+
+void OrInto(std::vector<std::uint8_t>& target, const std::vector<std::uint8_t>& bytes) {
+  if (target.size() < bytes.size()) target.resize(bytes.size(), 0);
+  for (std::size_t i = 0; i < bytes.size(); ++i) target[i] |= bytes[i];
+}
+
+std::variant<PrintedPage, Error> PrintPage(const Page& source, const DecodeOptions& options) {
+  PrintedPage page;
+  page.Stats = source.Stats;
+  page.Dpi = source.PageSettings.Dpi;
+  page.Mode = source.Mode;
+  if (options.WeaveMode != 0) {
+    auto mode = ResolveMode(page.Dpi, options.WeaveMode);
+    if (auto* why = std::get_if<std::string>(&mode)) return Error{source.Offset, *why};
+    page.Mode = std::get<int>(mode);
+  }
+  if (page.Dpi == 0) return Error{source.Offset, "page has no resolution command before it"};
+  page.Color = source.Passes.empty() ? IsColorInk(source.PageSettings.InkMode) : false;
+
+  const long pitch = page.Dpi / 150;                              // page rows per nozzle
+  const long top = page.Mode == 3 || page.Mode == 5 ? 102 : 105;  // nozzle that lands on the advance
+  const long maxRows = static_cast<long>(kMaxPageInches) * page.Dpi + 1;
+  std::vector<std::uint8_t> halved;
+
+  for (const Pass& pass : source.Passes) {
+    page.Color = page.Color || pass.Color;
+    if (pass.PaperAdvance * page.Dpi % kFeedUnitsPerInch != 0) {
+      return Error{pass.FeedOffset, "paper advance of " + Num(pass.PaperAdvance) + "/400 inch is not a whole " +
+                                        "number of page rows at " + Num(page.Dpi) + " dpi"};
+    }
+    const long advance = pass.PaperAdvance * page.Dpi / kFeedUnitsPerInch;  // page rows
+    const std::size_t planes = pass.Color ? 4 : 1;
+    for (std::size_t first = 0; first + planes <= pass.Records.size(); first += planes) {
+      const auto begin = pass.Records.begin() + static_cast<std::ptrdiff_t>(first);
+      const auto end = begin + static_cast<std::ptrdiff_t>(planes);
+      const long head = begin->HeadRow;
+      const long row = pitch * head + advance - top * pitch;
+      const bool inked = std::any_of(begin, end, RecordHasInk);
+      if (row < 0) {
+        if (!inked) continue;  // blank top rows above the paper print nothing
+        const auto record = std::find_if(begin, end, RecordHasInk);
+        return Error{record->Offset, "head row " + Num(head) + " of the pass at offset " + Num(pass.Offset) +
+                                         " carries ink above the page top (page row " + Num(row) + ")"};
+      }
+      if (row >= maxRows) {
+        return Error{begin->Offset, "head row " + Num(head) + " lands on page row " + Num(row) + ", beyond the " +
+                                        Num(kMaxPageInches) + "-inch page limit"};
+      }
+      if (inked && (page.Mode == 3 || page.Mode == 5) && head % 2 != 0) {
+        const auto record = std::find_if(begin, end, RecordHasInk);
+        return Error{record->Offset, "ink on odd nozzle row " + Num(head) + " in weave mode " + Num(page.Mode) +
+                                         ", which uses the even nozzles only"};
+      }
+      const auto at = static_cast<std::size_t>(row);
+      if (page.PrintCounts.size() <= at) {
+        page.PrintCounts.resize(at + 1, 0);
+        page.InkCounts.resize(at + 1, 0);
+      }
+      page.PrintCounts[at] = static_cast<std::uint16_t>(std::min(page.PrintCounts[at] + 1, 0xFFFF));
+      if (!inked) continue;
+      page.InkCounts[at] = static_cast<std::uint16_t>(std::min(page.InkCounts[at] + 1, 0xFFFF));
+
+      for (auto record = begin; record != end; ++record) {
+        if (!RecordHasInk(*record)) continue;
+        if (record->BitsPerDot == 2) page.BitsPerDot = 2;
+        const std::vector<std::uint8_t>* halves[2] = {&record->First, &record->Second};
+        for (int bit = 0; bit < 2; ++bit) {
+          const std::vector<std::uint8_t>* bytes = halves[bit];
+          if (!HasInk(*bytes)) continue;
+          if (page.Mode == 1) {
+            if (!HalveDoubledRow(*bytes, halved)) {
+              return Error{record->Offset, "mode-1 row record holds a dot that is not sent twice across"};
+            }
+            bytes = &halved;
+          }
+          if (bytes->size() * 8 > static_cast<std::size_t>(kMaxPageWidthDots)) {
+            return Error{record->Offset, "row of " + Num(static_cast<long long>(bytes->size() * 8)) +
+                                             " dots is wider than the " + Num(kMaxPageWidthDots) + "-dot page limit"};
+          }
+          page.WidthDots = std::max(page.WidthDots, static_cast<int>(bytes->size() * 8));
+          auto& rows = page.Bits[static_cast<std::size_t>(record->Plane)][static_cast<std::size_t>(bit)].Rows;
+          if (rows.size() <= at) rows.resize(at + 1);
+          OrInto(rows[at], *bytes);
+        }
+      }
+    }
+  }
+
+  // Rows and counts, trimmed to the last printed row.
+  for (std::size_t r = 0; r < page.PrintCounts.size(); ++r) {
+    if (page.PrintCounts[r] == 0) continue;
+    if (page.FirstPrintedRow < 0) page.FirstPrintedRow = static_cast<int>(r);
+    page.LastPrintedRow = static_cast<int>(r);
+    page.RowsPrinted += 1;
+    if (page.PrintCounts[r] > 1) page.RowsPrintedTwice += 1;
+    if (page.InkCounts[r] > 1) page.RowsInkedTwice += 1;
+    if (page.InkCounts[r] > 0) page.InkedRows += 1;
+  }
+  page.HeightRows = page.LastPrintedRow + 1;
+  if (page.FirstPrintedRow >= 0) {
+    page.UnprintedRows = page.LastPrintedRow - page.FirstPrintedRow + 1 - page.RowsPrinted;
+  }
+  const auto height = static_cast<std::size_t>(page.HeightRows);
+  const auto rowBytes = static_cast<std::size_t>((page.WidthDots + 7) / 8);
+  page.PrintCounts.resize(height);
+  page.InkCounts.resize(height);
+  for (auto& plane : page.Bits) {
+    for (auto& bits : plane) {
+      bits.Rows.resize(height);
+      for (auto& row : bits.Rows) {
+        if (!row.empty()) row.resize(rowBytes, 0);
+      }
+    }
+  }
+  return page;
+}
+
+}  // namespace
+
+std::variant<std::vector<PrintedPage>, Error> PrintJob(const Job& job, const DecodeOptions& options) {
+  try {
+    if (options.WeaveMode < 0 || options.WeaveMode > 6) {
+      return Error{0, "weave mode " + std::to_string(options.WeaveMode) + " is not one of 0 to 6"};
+    }
+    std::vector<PrintedPage> pages;
+    pages.reserve(job.Pages.size());
+    for (const Page& source : job.Pages) {
+      auto printed = PrintPage(source, options);
+      if (auto* error = std::get_if<Error>(&printed)) return *error;
+      pages.push_back(std::move(std::get<PrintedPage>(printed)));
+    }
+    return pages;
+  } catch (const std::bad_alloc&) {
+    return Error{0, "out of memory while printing the job"};
+  } catch (...) {
+    return Error{0, "internal failure while printing the job"};
+  }
+}
+
+int DotAt(const PrintedPage& page, int plane, int x, int row) {
+  if (plane < 0 || plane > 3 || x < 0 || x >= page.WidthDots || row < 0) return 0;
+  int value = 0;
+  for (int bit = 0; bit < 2; ++bit) {
+    const auto& rows = page.Bits[static_cast<std::size_t>(plane)][static_cast<std::size_t>(bit)].Rows;
+    if (static_cast<std::size_t>(row) >= rows.size()) continue;
+    const auto& bytes = rows[static_cast<std::size_t>(row)];
+    const auto index = static_cast<std::size_t>(x / 8);
+    if (index < bytes.size() && (bytes[index] & (0x80 >> (x % 8))) != 0) value |= 1 << bit;
+  }
+  return value;
+}
+
+}  // namespace inkweave::decode
