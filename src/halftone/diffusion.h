@@ -1,0 +1,134 @@
+// Pieces shared by the error-diffusion renderers: the ink-split table choice, the separation of a
+// converted pixel into four ink amounts, the conversion cache, the source walk of a stripe line and
+// the limits that keep a call inside the device's buffers.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "src/color/color.h"
+#include "src/data/tables.h"
+#include "src/device/device_state.h"
+#include "src/pipeline/band_info.h"
+
+namespace inkweave::detail {
+
+// Ink indexes: the order of the error lines, the floors and the planes.
+inline constexpr int kCyan = 0;
+inline constexpr int kMagenta = 1;
+inline constexpr int kYellow = 2;
+inline constexpr int kBlack = 3;
+// Every pixel takes its inks in this order; they share one jitter sequence.
+inline constexpr int kInkOrder[4] = {kBlack, kCyan, kMagenta, kYellow};
+
+inline constexpr std::uint32_t kWhiteKey = 0x00FFFFFF;
+inline constexpr int kStripeLines = 16;      // source lines of a stripe below the highest resolution
+inline constexpr int kTopStripeLines = 4;    // source lines of a stripe at the highest resolution
+inline constexpr int kFineMapRow = 128;      // the fine map's first row in DiffusionThresholdMaps
+
+// The ink-split table (0..10) for the state's colour mode, resolution code and media.
+int InkSplitTableIndex(const DeviceState& state);
+
+// Cells in each error line as the device allocates it: (4 W + 16) bytes of 16-bit cells, W the page
+// width, doubled at 600 dpi.
+inline std::int64_t ErrorCellsAllocated(const DeviceState& state) {
+  const std::int64_t w = std::int64_t{state.PageWidth} * (state.PrintQuality == 600 ? 2 : 1);
+  return (4 * w + 16) / 2;
+}
+
+// True when every buffer a diffusion renderer writes is present.
+inline bool DiffusionBuffersPresent(const DeviceState& state, bool bothPlaneBuffers) {
+  for (const std::int16_t* line : state.LineBuffers) {
+    if (line == nullptr) return false;
+  }
+  return state.PlaneBuffer[0] != nullptr && (!bothPlaneBuffers || state.PlaneBuffer[1] != nullptr);
+}
+
+// The band's position on the page in the renderer's scan: vertical in portrait, horizontal in
+// landscape.
+inline std::int32_t BandPosition(const IPPARAMS* params, bool landscape) {
+  if (params == nullptr) return 0;
+  return landscape ? params->ptOffset.x : params->ptOffset.y;
+}
+
+// The first threshold-map row of a stripe: (band position + first line) mod 128.
+inline int StripeMapRow(std::int32_t position, int firstLine) {
+  return static_cast<int>((static_cast<std::uint32_t>(position) + static_cast<std::uint32_t>(firstLine)) & 127u);
+}
+
+// Where pixel x of one stripe line lies in the band: at Origin + x * Step bytes from the band's first
+// row. Portrait: line `line` of the band, left to right. Landscape: column `line` of the band, read
+// upward from row `height` - 1.
+struct SourceLine {
+  std::ptrdiff_t Origin;  // bytes
+  std::ptrdiff_t Step;    // bytes per pixel
+};
+
+inline SourceLine SourceLineOf(const BandInfo& band, int line, int height, bool landscape) {
+  if (landscape) {
+    return {std::ptrdiff_t{height - 1} * band.Stride + std::ptrdiff_t{line} * 3, -std::ptrdiff_t{band.Stride}};
+  }
+  return {std::ptrdiff_t{line} * band.Stride, 3};
+}
+
+// Ink amounts of the pixel last converted, by ink index; 0 no ink, 255 full ink (they may fall below
+// 0 where a split value exceeds the colour).
+struct InkAmounts {
+  int Amount[4];
+};
+
+// Splits the converted lightness bytes (cyan, magenta, yellow, grey component) into four amounts
+// through the ink-split table; yellow is held at or below yellowCap.
+inline InkAmounts SplitInks(const std::uint8_t* lightness, const std::int16_t (*split)[4], int yellowCap) {
+  const int g = 255 - lightness[3];
+  const std::int16_t* row = split[g];
+  InkAmounts a;
+  a.Amount[kCyan] = (255 - lightness[0]) - row[0];
+  a.Amount[kMagenta] = (255 - lightness[1]) - row[1];
+  const int yellow = (255 - lightness[2]) - row[2];
+  a.Amount[kYellow] = yellow < yellowCap ? yellow : yellowCap;
+  a.Amount[kBlack] = g - row[3];
+  return a;
+}
+
+// The one-entry conversion cache of a call: a pixel equal to the last key reuses its amounts. It
+// starts on white with no ink, so white never reaches ConvertPixel until another colour was seen.
+struct ConversionCache {
+  std::uint32_t Key;
+  InkAmounts Amounts;
+  const std::int16_t (*Split)[4];
+  int YellowCap;
+};
+
+// Chooses the ink-split table, converts black once for YellowCap and primes the cache with white.
+inline ConversionCache StartConversion(const DeviceState& state) {
+  ConversionCache cache;
+  cache.Split = InkSplitTable[InkSplitTableIndex(state)];
+  std::uint8_t black[4] = {0, 0, 0, 0};
+  std::uint8_t out[4];
+  ConvertPixel(black, out, state);
+  cache.YellowCap = 255 - out[2];
+  cache.Key = kWhiteKey;
+  const std::uint8_t white[4] = {255, 255, 255, 255};
+  cache.Amounts = SplitInks(white, cache.Split, cache.YellowCap);
+  return cache;
+}
+
+// The amounts of the source pixel at p (three bytes, red first).
+inline const InkAmounts& AmountsOf(ConversionCache& cache, const std::uint8_t* p, const DeviceState& state) {
+  const std::uint32_t key = (std::uint32_t{p[0]} << 16) | (std::uint32_t{p[1]} << 8) | p[2];
+  if (key != cache.Key) {
+    // ConvertPixel reads four bytes; hand it a copy so the last pixel of a band is never overread.
+    const std::uint8_t pixel[4] = {p[0], p[1], p[2], 0};
+    std::uint8_t out[4];
+    ConvertPixel(pixel, out, state);
+    cache.Key = key;
+    cache.Amounts = SplitInks(out, cache.Split, cache.YellowCap);
+  }
+  return cache.Amounts;
+}
+
+// Wrapping 16-bit store of a cell value.
+inline std::int16_t Wrap16(int v) { return static_cast<std::int16_t>(v); }
+
+}  // namespace inkweave::detail
