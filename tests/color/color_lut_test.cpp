@@ -196,27 +196,5 @@ TEST(BuildToneCurves, GainsClampSignedToZeroAndFull) {
   for (int i = 0; i < 256; ++i) ASSERT_EQ(c.at(5, i), i);
 }
 
-TEST(BuildToneCurves, ChannelCurvesAreBrightnessGainThenContrast) {
-  Curves c;
-  c.state.BrightnessAdjust = 16;  // +31
-  c.state.ContrastAdjust = 50;
-  c.state.RedGain = -64;          // v - v / 2
-  c.Build();
-  for (int i = 0; i < 256; ++i) {
-    const int v = c.at(0, i);
-    const int s = v + (-64 * v) / 128;
-    ASSERT_EQ(c.at(2, i), c.at(1, s)) << i;
-    ASSERT_EQ(c.at(3, i), c.at(1, v)) << i;
-    ASSERT_EQ(c.at(5, i), c.at(1, v)) << i;
-  }
-}
-
-TEST(BuildToneCurves, NoCurvesNoWork) {
-  DeviceState state{};
-  state.BrightnessAdjust = 5;
-  BuildToneCurves(state);  // must not touch memory
-  SUCCEED();
-}
-
 }  // namespace
 }  // namespace inkweave
