@@ -1,0 +1,208 @@
+#include "cli/document.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <vips/vips8>
+
+namespace inkweave::cli {
+namespace {
+
+// Loaders we accept: documents and the common raster formats, not the catch-all or raw ones.
+constexpr const char* kLoaders[] = {"pdfload", "svgload", "pngload", "jpegload", "tiffload", "webpload",
+                                    "ppmload", "gifload", "heifload", "jp2kload", "jxlload"};
+
+bool IsDocument(const std::string& loader) { return loader == "pdfload" || loader == "svgload"; }
+bool IsMultiPage(const std::string& loader) { return loader == "pdfload" || loader == "tiffload"; }
+
+// Raster files that state no resolution come out of libvips at 1 pixel/mm; below 50 dpi we take 72.
+constexpr double kDefaultPixelsPerMm = 72.0 / 25.4;
+double PixelsPerMm(const vips::VImage& image) {
+  const double xres = image.xres();
+  return xres >= 50.0 / 25.4 ? xres : kDefaultPixelsPerMm;
+}
+
+// Poppler reports problems of a broken PDF on stderr by itself; we report them in one line of our own.
+class QuietStderr {
+ public:
+  QuietStderr() {
+    std::fflush(stderr);
+    saved_ = dup(STDERR_FILENO);
+    const int null = open("/dev/null", O_WRONLY);
+    if (saved_ >= 0 && null >= 0) dup2(null, STDERR_FILENO);
+    if (null >= 0) close(null);
+  }
+  ~QuietStderr() {
+    if (saved_ >= 0) {
+      dup2(saved_, STDERR_FILENO);
+      close(saved_);
+    }
+  }
+  QuietStderr(const QuietStderr&) = delete;
+  QuietStderr& operator=(const QuietStderr&) = delete;
+
+ private:
+  int saved_ = -1;
+};
+
+vips::VOption* LoadOptions(const InputPage& page, bool sequential) {
+  vips::VOption* options = vips::VImage::option();
+  if (IsMultiPage(page.Loader)) options->set("page", page.Page);
+  if (!IsDocument(page.Loader)) {
+    options->set("access", sequential ? VIPS_ACCESS_SEQUENTIAL : VIPS_ACCESS_RANDOM);
+    options->set("fail_on", VIPS_FAIL_ON_ERROR);
+  }
+  return options;
+}
+
+// Any input to 8-bit sRGB, three bands, transparency flattened on white paper.
+vips::VImage ToPaperRgb(vips::VImage image) {
+  if (image.get_typeof(VIPS_META_ICC_NAME) != 0 && image.interpretation() != VIPS_INTERPRETATION_sRGB) {
+    try {
+      image = image.icc_transform("srgb", vips::VImage::option()->set("embedded", true));
+    } catch (const vips::VError&) {
+      vips_error_clear();  // an unusable profile: fall back to the plain conversion below
+    }
+  }
+  image = image.colourspace(VIPS_INTERPRETATION_sRGB);
+  if (image.has_alpha()) {
+    const double white = image.format() == VIPS_FORMAT_USHORT ? 65535.0 : 255.0;
+    image = image.flatten(vips::VImage::option()->set("background", std::vector<double>(image.bands() - 1, white)));
+  }
+  if (image.format() == VIPS_FORMAT_USHORT) image = image / 257.0;
+  if (image.format() != VIPS_FORMAT_UCHAR) image = image.cast(VIPS_FORMAT_UCHAR);
+  if (image.bands() > 3) image = image.extract_band(0, vips::VImage::option()->set("n", 3));
+  return image;
+}
+
+}  // namespace
+
+VipsRuntime::VipsRuntime(const char* argv0) {
+  ok_ = VIPS_INIT(argv0) == 0;
+  if (!ok_) return;
+  vips_concurrency_set(1);  // regions are computed on the calling thread anyway
+  vips_cache_set_max(0);    // nothing is computed twice, so keep nothing
+}
+
+VipsRuntime::~VipsRuntime() {
+  if (ok_) vips_shutdown();
+}
+
+std::string TakeVipsError() {
+  std::string text = vips_error_buffer();
+  vips_error_clear();
+  while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) text.pop_back();
+  // The last line is usually the cause; earlier lines repeat the operation names.
+  if (const std::size_t nl = text.find('\n'); nl != std::string::npos) text = text.substr(0, nl);
+  return text.empty() ? "unknown libvips error" : text;
+}
+
+std::optional<std::vector<InputPage>> ListPages(const std::vector<std::string>& files, std::string* error) {
+  std::vector<InputPage> pages;
+  for (const std::string& file : files) {
+    auto fail = [&](const std::string& why) -> std::optional<std::vector<InputPage>> {
+      if (error) *error = file + ": " + why;
+      return std::nullopt;
+    };
+    struct stat st {};
+    if (stat(file.c_str(), &st) != 0) return fail(std::strerror(errno));
+    if (S_ISDIR(st.st_mode)) return fail("is a directory");
+    if (access(file.c_str(), R_OK) != 0) return fail(std::strerror(errno));
+    if (st.st_size == 0) return fail("the file is empty");
+
+    const char* type = vips_foreign_find_load(file.c_str());
+    vips_error_clear();
+    std::string loader;
+    if (type) {
+      const char* nick = vips_nickname_find(g_type_from_name(type));
+      loader = nick ? nick : "";
+    }
+    bool known = false;
+    for (const char* l : kLoaders) known = known || loader == l;
+    if (!known)
+      return fail("not a format inkweave can read (PDF, PNG, JPEG, TIFF, WebP, SVG, PNM, GIF)");
+
+    int count = 1;
+    try {
+      QuietStderr quiet;
+      vips::VImage header = vips::VImage::new_from_file(file.c_str());
+      if (header.width() < 1 || header.height() < 1) return fail("the image is empty");
+      if (IsMultiPage(loader)) count = vips_image_get_n_pages(header.get_image());
+    } catch (const vips::VError&) {
+      const std::string why = TakeVipsError();
+      if (loader == "pdfload" && why.find("out of range") != std::string::npos) return fail("the PDF has no pages");
+      return fail("cannot read it: " + why);
+    }
+    if (count < 1) return fail("the document has no pages");
+    for (int i = 0; i < count; ++i) pages.push_back({file, loader, i, count});
+  }
+  return pages;
+}
+
+struct PageImage::State {
+  vips::VImage Image;
+  VipsRegion* Region = nullptr;
+  ~State() {
+    if (Region) g_object_unref(Region);
+  }
+};
+
+PageImage::PageImage(std::unique_ptr<State> state) : state_(std::move(state)) {}
+PageImage::~PageImage() = default;
+
+std::unique_ptr<PageImage> PageImage::Open(const InputPage& page, const Request& request, std::string* error) {
+  auto state = std::make_unique<State>();
+  Placement placement;
+  try {
+    QuietStderr quiet;
+    // The page's natural size in device dots decides the placement.
+    vips::VImage header = vips::VImage::new_from_file(page.File.c_str(), LoadOptions(page, false));
+    const double perMm = PixelsPerMm(header);
+    const double dotsPerPixel = request.Dpi / 25.4 / perMm;
+    placement = PlacePage(header.width() * dotsPerPixel, header.height() * dotsPerPixel, request.Width,
+                          request.Height, request.Fit);
+
+    vips::VImage image;
+    if (IsDocument(page.Loader)) {
+      // Documents are rendered at the final scale (a PDF point is 1/72 in at scale 1).
+      const double scale = placement.Factor * dotsPerPixel;
+      image = vips::VImage::new_from_file(page.File.c_str(), LoadOptions(page, false)->set("scale", scale));
+      image = ToPaperRgb(image);
+    } else {
+      image = ToPaperRgb(vips::VImage::new_from_file(page.File.c_str(), LoadOptions(page, request.InOrder)));
+      const double h = static_cast<double>(placement.Width) / image.width();
+      const double v = static_cast<double>(placement.Height) / image.height();
+      if (h != 1.0 || v != 1.0) image = image.resize(h, vips::VImage::option()->set("vscale", v));
+    }
+    image = image.embed(static_cast<int>(placement.Left), static_cast<int>(placement.Top),
+                        static_cast<int>(request.Width), static_cast<int>(request.Height),
+                        vips::VImage::option()->set("extend", VIPS_EXTEND_WHITE));
+    state->Image = image;
+    state->Region = vips_region_new(state->Image.get_image());
+    if (!state->Region) throw vips::VError(TakeVipsError());
+  } catch (const vips::VError&) {
+    if (error) *error = page.File + ": cannot read it: " + TakeVipsError();
+    return nullptr;
+  }
+  std::unique_ptr<PageImage> result(new PageImage(std::move(state)));
+  result->placement_ = placement;
+  return result;
+}
+
+bool PageImage::Render(std::int32_t x, std::int32_t y, std::int32_t w, std::int32_t h, std::uint8_t* dst,
+                       std::size_t stride) {
+  VipsRect rect{x, y, w, h};
+  if (vips_region_prepare(state_->Region, &rect) != 0) {
+    error_ = TakeVipsError();
+    return false;
+  }
+  const std::size_t rowBytes = static_cast<std::size_t>(w) * 3;
+  for (std::int32_t row = 0; row < h; ++row)
+    std::memcpy(dst + stride * static_cast<std::size_t>(row), VIPS_REGION_ADDR(state_->Region, x, y + row), rowBytes);
+  return true;
+}
+
+}  // namespace inkweave::cli

@@ -1,0 +1,73 @@
+// The user's documents through libvips: which pages each input holds, and each page as a lazy
+// pipeline (load, sRGB, flatten on white, scale, centre in the printable area) whose pixels are
+// computed only for the rectangle a band asks for. A whole 600 dpi page is never held in memory.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "cli/options.h"
+
+namespace inkweave::cli {
+
+// Starts libvips once for the program (single-threaded, no operation cache) and shuts it down.
+class VipsRuntime {
+ public:
+  explicit VipsRuntime(const char* argv0);
+  ~VipsRuntime();
+  VipsRuntime(const VipsRuntime&) = delete;
+  VipsRuntime& operator=(const VipsRuntime&) = delete;
+  bool Ok() const { return ok_; }
+
+ private:
+  bool ok_ = false;
+};
+
+// One page of one input file.
+struct InputPage {
+  std::string File;
+  std::string Loader;  // libvips loader nickname, e.g. "pdfload"
+  int Page = 0;        // within the file, from 0
+  int PagesInFile = 1;
+};
+
+// Every page of every input, in order. Null with a one-line *error naming the file and the problem
+// when an input is missing, unreadable, in a format we cannot read or holds no page.
+std::optional<std::vector<InputPage>> ListPages(const std::vector<std::string>& files, std::string* error);
+
+// One page rendered into a WIDTH x HEIGHT surface of 24-bit RGB at the device resolution.
+class PageImage {
+ public:
+  struct Request {
+    int Dpi = 300;
+    std::int64_t Width = 0;   // surface (printable area, turned for landscape), dots
+    std::int64_t Height = 0;
+    Scale Fit;
+    bool InOrder = true;  // regions are asked for top to bottom (portrait bands): stream the decoder
+  };
+  static std::unique_ptr<PageImage> Open(const InputPage& page, const Request& request, std::string* error);
+  ~PageImage();
+  PageImage(const PageImage&) = delete;
+  PageImage& operator=(const PageImage&) = delete;
+
+  // Fills the rectangle into dst (3 bytes a pixel, one row every stride bytes). False with Error()
+  // set when libvips fails (a damaged file shows up here, as the pixels are decoded).
+  bool Render(std::int32_t x, std::int32_t y, std::int32_t w, std::int32_t h, std::uint8_t* dst, std::size_t stride);
+  const std::string& Error() const { return error_; }
+  const Placement& Where() const { return placement_; }
+
+ private:
+  struct State;
+  explicit PageImage(std::unique_ptr<State> state);
+  std::unique_ptr<State> state_;
+  Placement placement_;
+  std::string error_;
+};
+
+// The first line of libvips' error buffer (which it then clears).
+std::string TakeVipsError();
+
+}  // namespace inkweave::cli
