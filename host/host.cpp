@@ -3,9 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#if defined(_WIN32)
-#include <windows.h>
-#else
+#if !defined(_WIN32)
 #include <dlfcn.h>
 #endif
 
@@ -17,7 +15,7 @@ namespace inkweave::host {
 std::unique_ptr<PluginLibrary> PluginLibrary::Open(const std::string& path, std::string* error) {
   std::unique_ptr<PluginLibrary> library(new PluginLibrary());
 #if defined(_WIN32)
-  HMODULE module = LoadLibraryA(path.c_str());
+  void* module = LoadLibraryA(path.c_str());
   if (!module) {
     if (error) *error = "cannot load " + path;
     return nullptr;
@@ -47,7 +45,7 @@ std::unique_ptr<PluginLibrary> PluginLibrary::Open(const std::string& path, std:
 PluginLibrary::~PluginLibrary() {
   if (!handle_) return;
 #if defined(_WIN32)
-  FreeLibrary(static_cast<HMODULE>(handle_));
+  FreeLibrary(handle_);
 #else
   dlclose(handle_);
 #endif

@@ -417,3 +417,26 @@ static_assert(sizeof(IPrintOemUniVtbl) == 26 * sizeof(void*));
 static_assert(offsetof(IPrintOemDriverUniVtbl, DrvWriteSpoolBuf) == 4 * sizeof(void*));
 static_assert(offsetof(IPrintOemDriverUniVtbl, DrvWriteAbortBuf) == 10 * sizeof(void*));
 static_assert(sizeof(IClassFactoryVtbl) == 5 * sizeof(void*));
+
+// ---------------------------------------------------------------------------------------------------
+// Windows only: the few kernel32 functions the library and the host call, declared here with their
+// x64 signatures so that no translation unit including this header needs <windows.h> (whose own GUID,
+// DWORD, DEVMODEW, S_OK... clash with the declarations above). Code that needs more of the Win32 API
+// lives in files that include <windows.h> and not this header.
+// ---------------------------------------------------------------------------------------------------
+#if defined(_WIN32)
+using FARPROC = std::intptr_t(INKWEAVE_STDCALL*)();
+extern "C" {
+__declspec(dllimport) void* INKWEAVE_STDCALL LocalAlloc(unsigned int flags, std::size_t bytes);
+__declspec(dllimport) void* INKWEAVE_STDCALL LocalFree(void* block);
+__declspec(dllimport) void* INKWEAVE_STDCALL GlobalAlloc(unsigned int flags, std::size_t bytes);
+__declspec(dllimport) void* INKWEAVE_STDCALL GlobalFree(void* block);
+__declspec(dllimport) void* INKWEAVE_STDCALL LoadLibraryA(const char* path);
+__declspec(dllimport) FARPROC INKWEAVE_STDCALL GetProcAddress(void* module, const char* name);
+__declspec(dllimport) BOOL INKWEAVE_STDCALL FreeLibrary(void* module);
+}
+inline constexpr unsigned int LMEM_FIXED = 0x0000;
+inline constexpr unsigned int LMEM_ZEROINIT = 0x0040;
+inline constexpr unsigned int GMEM_FIXED = 0x0000;
+inline constexpr DWORD DLL_PROCESS_ATTACH = 1;
+#endif

@@ -5,10 +5,6 @@
 #include <cstdlib>
 #include <cstring>
 
-#if defined(_WIN32)
-#include <windows.h>
-#endif
-
 namespace inkweave {
 namespace {
 

@@ -2,7 +2,6 @@
 #include "src/plugin/render_plugin.h"
 
 #if defined(_WIN32)
-#include <windows.h>
 #define INKWEAVE_EXPORT extern "C" __declspec(dllexport)
 #else
 #define INKWEAVE_EXPORT extern "C" __attribute__((visibility("default")))
@@ -15,8 +14,10 @@ INKWEAVE_EXPORT HRESULT INKWEAVE_STDCALL DllGetClassObject(const GUID* rclsid, c
 INKWEAVE_EXPORT HRESULT INKWEAVE_STDCALL DllCanUnloadNow() { return inkweave::CanUnloadNow(); }
 
 #if defined(_WIN32)
-extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
+// The process attach/detach entry, called through the C runtime's DLL start-up (<windows.h> is kept
+// out of this file, see platform.h).
+extern "C" BOOL INKWEAVE_STDCALL DllMain(void* instance, DWORD reason, void*) {
   if (reason == DLL_PROCESS_ATTACH) inkweave::ModuleHandle = instance;
-  return TRUE;
+  return 1;
 }
 #endif
