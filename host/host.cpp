@@ -223,15 +223,17 @@ PageResult PrintPage(HostSession& session, const PageSource& source, std::int32_
       band.Height = size;
       band.OffsetY = start;
     }
+    // The plug-in reads every band at its own width's stride (a short last band in landscape too).
+    const std::size_t bandStride = static_cast<std::size_t>(BandRowStride(band.Width));
     std::fill(buffer.begin(), buffer.end(), 0xFF);
-    const bool more = landscape ? source.Render(start, 0, size, source.Height, buffer.data(), stride)
-                                : source.Render(0, start, source.Width, size, buffer.data(), stride);
+    const bool more = landscape ? source.Render(start, 0, size, source.Height, buffer.data(), bandStride)
+                                : source.Render(0, start, source.Width, size, buffer.data(), bandStride);
     if (!more) {
       result.Stopped = true;
       break;
     }
     band.Bits = buffer.data();
-    band.Blank = IsBlank(buffer.data(), band.Width, band.Height, stride, source.BitsPerPixel);
+    band.Blank = IsBlank(buffer.data(), band.Width, band.Height, bandStride, source.BitsPerPixel);
     const HRESULT hr = session.ImageProcessing(band);
     if (Failed(hr) && result.Status == S_OK) result.Status = hr;
     ++result.Bands;
