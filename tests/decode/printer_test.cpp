@@ -1,0 +1,177 @@
+// The printer model on small hand-made passes: where head rows land at every nozzle pitch, what counts
+// as printed, double prints and gaps, two-bit dots, the planes of a colour row, mode-1 halving, and the
+// geometry errors.
+#include <gtest/gtest.h>
+
+#include "tests/decode/streams.h"
+
+namespace inkweave::decode {
+namespace {
+
+using namespace testing;
+
+// A literal-coded record of `row` (pattern coder), or "Z" for an empty row.
+Bytes Row(const Bytes& row) {
+  if (row.empty()) return Blanks(1);
+  return Coded(Bytes{static_cast<std::uint8_t>(row.size() - 1)} + row);
+}
+
+Bytes MonoPass(const std::vector<Bytes>& rows) {
+  Bytes out;
+  for (const Bytes& row : rows) out = out + Row(row);
+  return out;
+}
+
+PrintedPage PrintOne(const std::string& resolution, const std::string& ink, const Bytes& body,
+                     const DecodeOptions& options = {}) {
+  auto pages = MustPrint(OnePage(resolution, ink, "05", body), options);
+  if (pages.size() != 1) {
+    ADD_FAILURE() << "expected one page";
+    return {};
+  }
+  return pages[0];
+}
+
+TEST(PrintJob, HeadRowsLandAtEveryPitch) {
+  struct Case {
+    const char* Resolution;
+    int Mode;         // 0: from the stream
+    unsigned Top;     // feed that brings nozzle 0 to page row 0: 105 or 102 nozzle pitches
+    unsigned Phase;   // the mode's feed per phase, 1/400 in
+    int Dpi;
+    int Pitch;        // page rows per nozzle
+    int PhaseRows;
+  };
+  const Case cases[] = {
+      {"01 01", 0, 280, 140, 300, 2, 105}, {"02 02", 0, 280, 70, 600, 4, 105},
+      {"03 03", 0, 280, 35, 1200, 8, 105}, {"01 01", 3, 272, 68, 300, 2, 51},
+      {"02 02", 5, 272, 34, 600, 4, 51},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.Resolution + std::string(" mode ") + std::to_string(c.Mode));
+    // Nozzles 0, 2 and 4 carry a dot at x = 0, 1, 2; the second pass's nozzle 0 a dot at x = 3.
+    const Bytes first = MonoPass({Hex("80 00"), {}, Hex("40 00"), {}, Hex("20 00")});
+    const Bytes second = MonoPass({Hex("10 00")});
+    const PrintedPage page =
+        PrintOne(c.Resolution, "00", Feed(c.Top) + first + Feed(c.Phase) + second, {c.Mode});
+    EXPECT_EQ(page.Dpi, c.Dpi);
+    EXPECT_EQ(page.Mode, c.Mode == 0 ? (c.Dpi == 300 ? 2 : c.Dpi == 600 ? 4 : 6) : c.Mode);
+    EXPECT_EQ(DotAt(page, 3, 0, 0), 1);
+    EXPECT_EQ(DotAt(page, 3, 1, 2 * c.Pitch), 1);
+    EXPECT_EQ(DotAt(page, 3, 2, 4 * c.Pitch), 1);
+    EXPECT_EQ(DotAt(page, 3, 3, c.PhaseRows), 1);
+    EXPECT_EQ(page.InkedRows, 4);
+    EXPECT_EQ(page.HeightRows, c.PhaseRows + 1);
+    EXPECT_EQ(page.WidthDots, 16);
+    EXPECT_EQ(page.Stats.Passes, 2);
+  }
+}
+
+TEST(PrintJob, ModeOneHalvesDoubledDots) {
+  // 280 units bring nozzle 0 to row 0 at 150 dpi, pitch 1; a wire row of four bytes is two page bytes.
+  const PrintedPage page = PrintOne("01 00", "00", Feed(280) + MonoPass({Hex("C0 00 00 03"), {}, Hex("0C 30 00 00")}) +
+                                                       Feed(280) + MonoPass({Hex("00 00 C0 00")}));
+  EXPECT_EQ(page.Dpi, 150);
+  EXPECT_EQ(page.Mode, 1);
+  EXPECT_EQ(page.WidthDots, 16);
+  EXPECT_EQ(page.Bits[3][0].Rows[0], Hex("80 01"));
+  EXPECT_EQ(page.Bits[3][0].Rows[2], Hex("24 00"));
+  EXPECT_EQ(page.Bits[3][0].Rows[105], Hex("00 80"));
+  // A wire dot without its twin is no mode-1 row.
+  const Bytes bad = OnePage("01 00", "00", "05", Feed(280) + MonoPass({Hex("00 00"), Hex("40 00")}));
+  const Error error = MustFail(bad);
+  EXPECT_NE(error.Message.find("not sent twice"), std::string::npos);
+  EXPECT_EQ(error.Offset, bad.size() - PageEnd().size() - JobEnd().size() - 6);
+}
+
+TEST(PrintJob, PrintedRowsGapsAndDoublePrints) {
+  // 300 dpi, pitch 2. Pass A lands on rows 0, 2, 4 (its middle row blank); a feed of 4 units is 3 rows,
+  // so pass B lands on 3, 5, 7. Rows 1 and 6 are never printed.
+  const Bytes a = MonoPass({Hex("80"), {}, Hex("80")});
+  const Bytes b = MonoPass({Hex("40"), Hex("40"), Hex("40")});
+  const PrintedPage interleaved = PrintOne("01 01", "00", Feed(280) + a + Feed(4) + b);
+  EXPECT_EQ(interleaved.RowsPrinted, 6);
+  EXPECT_EQ(interleaved.UnprintedRows, 2);
+  EXPECT_EQ(interleaved.RowsPrintedTwice, 0);
+  EXPECT_EQ(interleaved.RowsInkedTwice, 0);
+  EXPECT_EQ(interleaved.InkedRows, 5);
+  EXPECT_EQ(interleaved.FirstPrintedRow, 0);
+  EXPECT_EQ(interleaved.LastPrintedRow, 7);
+  EXPECT_EQ(interleaved.PrintCounts[2], 1);  // a blank head row is a printed row of nothing
+  EXPECT_EQ(interleaved.InkCounts[2], 0);
+  EXPECT_EQ(interleaved.PrintCounts[6], 0);
+
+  // A zero feed prints the same rows again: the ink is ORed and counted twice.
+  const PrintedPage doubled = PrintOne("01 01", "00", Feed(280) + a + Feed(0) + b);
+  EXPECT_EQ(doubled.RowsPrintedTwice, 3);
+  EXPECT_EQ(doubled.RowsInkedTwice, 2);
+  EXPECT_EQ(doubled.InkCounts[0], 2);
+  EXPECT_EQ(doubled.Bits[3][0].Rows[0], Hex("C0"));
+  EXPECT_EQ(doubled.UnprintedRows, 2);
+}
+
+TEST(PrintJob, BlankRowsAboveThePageTopAreDropped) {
+  // 140 units are 105 rows at 300 dpi: nozzle h lands on 2h - 105, so nozzles 0..52 are above the paper.
+  Bytes body = Feed(140) + Blanks(53) + MonoPass({Hex("80")});
+  const PrintedPage page = PrintOne("01 01", "00", body);
+  EXPECT_EQ(page.FirstPrintedRow, 1);
+  EXPECT_EQ(page.RowsPrinted, 1);
+  EXPECT_EQ(DotAt(page, 3, 0, 1), 1);
+  // Ink there is an error at its record.
+  const Bytes above = OnePage("01 01", "00", "05", Feed(140) + Blanks(52) + MonoPass({Hex("80")}));
+  const Error error = MustFail(above);
+  EXPECT_NE(error.Message.find("above the page top (page row -1)"), std::string::npos) << error.Message;
+  EXPECT_EQ(error.Offset, above.size() - PageEnd().size() - JobEnd().size() - 5);
+}
+
+TEST(PrintJob, GeometryErrors) {
+  // 281 units at 300 dpi are 210.75 rows.
+  const Bytes head = JobStart() + ModeSettings("01 01", "00", "05") + PageStart("01 01", "00", "05");
+  const Bytes fractional = head + Feed(281) + MonoPass({Hex("80")}) + PageEnd() + JobEnd();
+  const Error error = MustFail(fractional);
+  EXPECT_EQ(error.Offset, head.size());
+  EXPECT_NE(error.Message.find("not a whole number of page rows"), std::string::npos);
+  // Modes 3 and 5 use the even nozzles only.
+  const Bytes odd = OnePage("01 01", "00", "05", Feed(280) + MonoPass({{}, Hex("80")}));
+  EXPECT_NE(MustFail(odd, {3}).Message.find("odd nozzle"), std::string::npos);
+  EXPECT_EQ(MustPrint(odd).size(), 1u);  // the same stream read as mode 2
+}
+
+TEST(PrintJob, TwoBitDotsAndColourPlanes) {
+  // Two-bit mono row, raw: first bit plane C0, second A0.
+  const PrintedPage mono = PrintOne("01 01", "30", Feed(280) + RawRow(Hex("C0 A0")));
+  EXPECT_EQ(mono.BitsPerDot, 2);
+  EXPECT_FALSE(mono.Color);
+  EXPECT_EQ(DotAt(mono, 3, 0, 0), 3);
+  EXPECT_EQ(DotAt(mono, 3, 1, 0), 1);
+  EXPECT_EQ(DotAt(mono, 3, 2, 0), 2);
+  EXPECT_EQ(DotAt(mono, 3, 3, 0), 0);
+  EXPECT_EQ(DotAt(mono, 0, 0, 0), 0);
+  EXPECT_EQ(DotAt(mono, 3, 0, 1), 0);
+  // A colour row: black, yellow, cyan, magenta on the wire; each plane gets its own dot.
+  const PrintedPage colour =
+      PrintOne("01 01", "10", Feed(280) + Row(Hex("80")) + Row(Hex("40")) + Row(Hex("20")) + Row(Hex("10")));
+  EXPECT_TRUE(colour.Color);
+  EXPECT_EQ(colour.BitsPerDot, 1);
+  EXPECT_EQ(DotAt(colour, 3, 0, 0), 1);
+  EXPECT_EQ(DotAt(colour, 2, 1, 0), 1);
+  EXPECT_EQ(DotAt(colour, 0, 2, 0), 1);
+  EXPECT_EQ(DotAt(colour, 1, 3, 0), 1);
+  EXPECT_EQ(DotAt(colour, 1, 2, 0), 0);
+  EXPECT_EQ(colour.Stats.Records, 4u);
+}
+
+TEST(PrintJob, BlankPagesAndStatistics) {
+  // A page of feeds only prints nothing and reports its feeds.
+  const PrintedPage blank = PrintOne("01 01", "10", Feed(140) + Feed(140) + Feed(140));
+  EXPECT_EQ(blank.HeightRows, 0);
+  EXPECT_EQ(blank.RowsPrinted, 0);
+  EXPECT_EQ(blank.Stats.Feeds, 3);
+  EXPECT_EQ(blank.Stats.TotalFeed, 420);
+  EXPECT_EQ(blank.Stats.Passes, 0);
+  EXPECT_TRUE(blank.Color);
+  EXPECT_EQ(DotAt(blank, 3, 0, 0), 0);
+}
+
+}  // namespace
+}  // namespace inkweave::decode
