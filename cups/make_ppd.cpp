@@ -1,0 +1,251 @@
+// Writes the printer description (PPD) of the CUPS queue. The page sizes and imageable areas come
+// from the host's paper table and margins, the option texts from the plug-in's English string table,
+// so the PPD cannot drift from either.
+//
+// A localisation fragment (written by tools/gen_strings from locale/strings.tsv: "*cupsLanguages:"
+// and "*<lang>.Translation <Keyword>/<text>" / "*<lang>.<Keyword> <Choice>/<text>" lines), when given
+// and present, is appended as it stands. Every option or choice the fragment does not translate
+// (those without a string id, such as the page sizes, and the paper types Arabic and Hebrew lack)
+// gets its English text in that language, as CUPS requires a text for each.
+//
+//   make_ppd <output.ppd> [translations.ppd]
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <set>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/papers.h"
+#include "src/plugin/string_table.h"
+
+namespace {
+
+using inkweave::host::Paper;
+
+constexpr double kPointsPerMm = 72.0 / 25.4;
+
+struct Choice {
+  std::string Name;
+  std::string Text;
+  std::string Code;  // PostScript
+};
+
+struct Option {
+  std::string Keyword;
+  std::string Text;
+  int Order;
+  std::string Default;
+  std::vector<Choice> Choices;
+};
+
+// The PPD keyword of each paper (the names CUPS and PostScript use for these sizes).
+std::string PaperKeyword(std::string_view name) {
+  constexpr std::pair<std::string_view, std::string_view> kKeywords[] = {
+      {"a4", "A4"},       {"letter", "Letter"}, {"legal", "Legal"},      {"executive", "Executive"},
+      {"a5", "A5"},       {"env10", "Env10"},   {"dl", "EnvDL"},         {"c5", "EnvC5"},
+      {"c4", "EnvC4"},    {"b5-envelope", "EnvISOB5"}, {"monarch", "EnvMonarch"},
+  };
+  for (const auto& [paper, keyword] : kKeywords)
+    if (paper == name) return std::string(keyword);
+  return std::string(name);
+}
+
+std::string Text(std::uint16_t id) {
+  const char* text = inkweave::EnglishString(id);
+  if (!text) {
+    std::cerr << "make_ppd: the string table has no id " << id << "\n";
+    std::exit(1);
+  }
+  return text;
+}
+
+std::string Points(double value) {
+  char buffer[32];
+  std::snprintf(buffer, sizeof buffer, "%.2f", value);
+  return buffer;
+}
+
+std::string SetPageDevice(const std::string& entries) { return "<<" + entries + ">>setpagedevice"; }
+
+struct PaperSize {
+  std::string Keyword, Title, Dimensions, Area;
+};
+
+std::vector<PaperSize> PaperSizes() {
+  std::vector<PaperSize> sizes;
+  for (const Paper& paper : inkweave::host::Papers()) {
+    const long width = std::lround(paper.WidthMm * kPointsPerMm);
+    const long height = std::lround(paper.HeightMm * kPointsPerMm);
+    // Left, bottom, right, top in points, from the device's fixed margins.
+    const double left = inkweave::host::kMarginSideMm * kPointsPerMm;
+    const double bottom = inkweave::host::kMarginBottomMm * kPointsPerMm;
+    const double top = height - inkweave::host::kMarginTopMm * kPointsPerMm;
+    sizes.push_back({PaperKeyword(paper.Name), std::string(paper.Title),
+                     std::to_string(width) + " " + std::to_string(height),
+                     Points(left) + " " + Points(bottom) + " " + Points(width - left) + " " + Points(top)});
+  }
+  return sizes;
+}
+
+// Every option the user sees, with the shared keywords.
+std::vector<Option> Options(const std::vector<PaperSize>& sizes) {
+  std::vector<Option> options;
+
+  Option pageSize{"PageSize", "Page Size", 10, sizes.front().Keyword, {}};
+  for (const PaperSize& s : sizes)
+    pageSize.Choices.push_back({s.Keyword, s.Title, SetPageDevice("/PageSize[" + s.Dimensions + "]/ImagingBBox null")});
+  Option pageRegion = pageSize;
+  pageRegion.Keyword = "PageRegion";
+  pageRegion.Text = "Page Region";
+  options.push_back(pageSize);
+  options.push_back(pageRegion);
+
+  // Resolution: the device's print qualities.
+  Option resolution{"Resolution", "Resolution", 20, "300dpi", {}};
+  for (int dpi : {150, 300, 600}) {
+    const std::string d = std::to_string(dpi);
+    resolution.Choices.push_back({d + "dpi", d + " dpi", SetPageDevice("/HWResolution[" + d + " " + d + "]")});
+  }
+  options.push_back(resolution);
+
+  // High resolution: both on-choices print at 600 dpi with the high-resolution command; ordered after
+  // Resolution so that choosing one also sets 600 dpi. The filter reads the choice from the PPD.
+  options.push_back({"InkweaveHighRes",
+                     "High Resolution",
+                     30,
+                     "Off",
+                     {{"Off", "Off", ""},
+                      {"HighRes600", Text(271), SetPageDevice("/HWResolution[600 600]")},
+                      {"Print1200", Text(272), SetPageDevice("/HWResolution[600 600]")}}});
+
+  // Media type: the raster header's MediaType names the paper-type command.
+  Option media{"MediaType", "Media Type", 10, "Plain", {}};
+  const std::pair<const char*, std::uint16_t> kMedia[] = {
+      {"Plain", 1000}, {"Inkjet", 1001}, {"Glossy", 1002}, {"Photo", 1003}};
+  for (const auto& [name, id] : kMedia)
+    media.Choices.push_back({name, Text(id), SetPageDevice(std::string("/MediaType(") + name + ")")});
+  options.push_back(media);
+
+  // Halftone: no effect on the raster; the filter reads the choice from the PPD.
+  options.push_back({"InkweaveHalftone",
+                     Text(266),
+                     10,
+                     "Dither",
+                     {{"Dither", Text(269), ""}, {"Diffusion", Text(270), ""}}});
+
+  // Colour: 8-bit RGB or 8-bit luminance raster.
+  options.push_back({"ColorModel",
+                     Text(1030),
+                     10,
+                     "RGB",
+                     {{"RGB", Text(1031), SetPageDevice("/cupsColorOrder 0/cupsColorSpace 1/cupsBitsPerColor 8")},
+                      {"Gray", Text(1032), SetPageDevice("/cupsColorOrder 0/cupsColorSpace 0/cupsBitsPerColor 8")}}});
+  return options;
+}
+
+void WritePpd(std::ostream& out, const std::vector<PaperSize>& sizes, const std::vector<Option>& options) {
+  out << "*PPD-Adobe: \"4.3\"\n"
+         "*% Printer description of the inkweave colour inkjet queue.\n"
+         "*% Generated by cups/make_ppd.cpp from the paper and string tables. Do not edit.\n"
+         "*FormatVersion: \"4.3\"\n"
+         "*FileVersion: \"" INKWEAVE_VERSION "\"\n"
+         "*LanguageVersion: English\n"
+         "*LanguageEncoding: ISOLatin1\n"
+         "*PCFileName: \"INKWEAVE.PPD\"\n"
+         "*Manufacturer: \"Inkweave\"\n"
+         "*Product: \"(Inkweave Colour Inkjet)\"\n"
+         "*ModelName: \"Inkweave Colour Inkjet\"\n"
+         "*ShortNickName: \"Inkweave Colour Inkjet\"\n"
+         "*NickName: \"Inkweave Colour Inkjet, inkweave " INKWEAVE_VERSION "\"\n"
+         "*PSVersion: \"(3010.000) 0\"\n"
+         "*LanguageLevel: \"3\"\n"
+         "*ColorDevice: True\n"
+         "*DefaultColorSpace: RGB\n"
+         "*FileSystem: False\n"
+         "*Throughput: \"1\"\n"
+         "*LandscapeOrientation: Plus90\n"
+         "*TTRasterizer: Type42\n"
+         "*cupsVersion: 2.4\n"
+         "*cupsManualCopies: True\n"
+         "*cupsFilter: \"application/vnd.cups-raster 0 rastertoinkweave\"\n"
+         "*cupsFilter2: \"application/vnd.cups-raster application/vnd.inkweave-printer 0 rastertoinkweave\"\n"
+         "\n";
+  for (const Option& option : options) {
+    out << "*OpenUI *" << option.Keyword << "/" << option.Text << ": PickOne\n"
+        << "*OrderDependency: " << option.Order << " AnySetup *" << option.Keyword << "\n"
+        << "*Default" << option.Keyword << ": " << option.Default << "\n";
+    for (const Choice& choice : option.Choices)
+      out << "*" << option.Keyword << " " << choice.Name << "/" << choice.Text << ": \"" << choice.Code << "\"\n";
+    out << "*CloseUI: *" << option.Keyword << "\n\n";
+  }
+  out << "*DefaultImageableArea: " << sizes.front().Keyword << "\n";
+  for (const PaperSize& s : sizes) out << "*ImageableArea " << s.Keyword << "/" << s.Title << ": \"" << s.Area << "\"\n";
+  out << "\n*DefaultPaperDimension: " << sizes.front().Keyword << "\n";
+  for (const PaperSize& s : sizes)
+    out << "*PaperDimension " << s.Keyword << "/" << s.Title << ": \"" << s.Dimensions << "\"\n";
+  out << "\n*DefaultFont: Courier\n"
+         "*Font Courier: Standard \"(002.004S)\" Standard ROM\n"
+         "*Font Courier-Bold: Standard \"(002.004S)\" Standard ROM\n"
+         "*Font Helvetica: Standard \"(001.006S)\" Standard ROM\n"
+         "*Font Times-Roman: Standard \"(001.007S)\" Standard ROM\n";
+}
+
+// Appends the fragment, then English texts for whatever it leaves untranslated in its languages.
+void WriteTranslations(std::ostream& out, std::istream& fragment, const std::vector<Option>& options) {
+  std::vector<std::string> languages;
+  std::set<std::string> translated;  // "<lang>.<Keyword> <Choice>" and "<lang>.Translation <Keyword>"
+  out << "\n*% Translations (generated from locale/strings.tsv)\n";
+  for (std::string line; std::getline(fragment, line);) {
+    out << line << "\n";
+    if (line.rfind("*cupsLanguages:", 0) == 0) {
+      const auto open = line.find('"'), close = line.rfind('"');
+      std::istringstream words(line.substr(open + 1, close - open - 1));
+      for (std::string word; words >> word;) languages.push_back(word);
+    } else if (line.size() > 1 && line[0] == '*' && line[1] != '%') {
+      const auto end = line.find_first_of("/:");
+      if (end != std::string::npos) translated.insert(line.substr(1, end - 1));
+    }
+  }
+  bool header = false;
+  for (const std::string& lang : languages) {
+    for (const Option& option : options) {
+      auto emit = [&](const std::string& key, const std::string& text) {
+        if (translated.count(key)) return;
+        if (!header) out << "*% Texts without a translation: English\n";
+        header = true;
+        out << "*" << key << "/" << text << ": \"\"\n";
+      };
+      emit(lang + ".Translation " + option.Keyword, option.Text);
+      for (const Choice& choice : option.Choices) emit(lang + "." + option.Keyword + " " + choice.Name, choice.Text);
+    }
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 2 || argc > 3) {
+    std::cerr << "usage: make_ppd <output.ppd> [translations.ppd]\n";
+    return 2;
+  }
+  const std::vector<PaperSize> sizes = PaperSizes();
+  const std::vector<Option> options = Options(sizes);
+  std::ostringstream text;
+  WritePpd(text, sizes, options);
+  if (argc == 3) {
+    std::ifstream fragment(argv[2], std::ios::binary);
+    if (fragment) WriteTranslations(text, fragment, options);
+  }
+  std::ofstream out(argv[1], std::ios::binary | std::ios::trunc);
+  out << text.str();
+  out.close();
+  if (!out) {
+    std::cerr << "make_ppd: cannot write " << argv[1] << "\n";
+    return 1;
+  }
+  return 0;
+}

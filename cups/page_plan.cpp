@@ -1,0 +1,264 @@
+#include "cups/page_plan.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <strings.h>
+
+#include <cups/cups.h>
+#include <cups/ppd.h>
+
+#include "host/papers.h"
+
+namespace inkweave::cups {
+namespace {
+
+constexpr double kMmPerPoint = 25.4 / 72.0;
+
+bool Equal(std::string_view a, std::string_view b) {
+  return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
+}
+
+std::string Format(const char* format, auto... args) {
+  char buffer[256];
+  std::snprintf(buffer, sizeof buffer, format, args...);
+  return buffer;
+}
+
+// The paper-type command for the header's MediaType: the PPD's choice names, and the IPP media-type
+// keywords a client may send instead.
+std::optional<std::uint32_t> MediaCallback(std::string_view media) {
+  struct Entry {
+    std::string_view Name;
+    std::uint32_t Callback;
+  };
+  static constexpr Entry kEntries[] = {
+      {"", host::kCallbackMediaPlain},           {"Plain", host::kCallbackMediaPlain},
+      {"stationery", host::kCallbackMediaPlain}, {"Inkjet", host::kCallbackMediaInkjet},
+      {"stationery-inkjet", host::kCallbackMediaInkjet}, {"Glossy", host::kCallbackMediaGlossy},
+      {"photographic-glossy", host::kCallbackMediaGlossy}, {"Photo", host::kCallbackMediaPhoto},
+      {"photographic", host::kCallbackMediaPhoto},
+  };
+  for (const Entry& e : kEntries)
+    if (Equal(e.Name, media)) return e.Callback;
+  return std::nullopt;
+}
+
+// The value of one of our options; false when the value is not one of its choices.
+bool ParseChoice(std::string_view keyword, std::string_view value, JobOptions& options) {
+  struct Entry {
+    std::string_view Keyword, Value;
+    Halftone Method;
+    HighRes Resolution;
+  };
+  static constexpr Entry kEntries[] = {
+      {"InkweaveHalftone", "Dither", Halftone::Dither, {}},
+      {"InkweaveHalftone", "Diffusion", Halftone::Diffusion, {}},
+      {"InkweaveHighRes", "Off", {}, HighRes::Off},
+      {"InkweaveHighRes", "HighRes600", {}, HighRes::HighRes600},
+      {"InkweaveHighRes", "Print1200", {}, HighRes::Print1200},
+  };
+  for (const Entry& e : kEntries) {
+    if (e.Keyword != keyword || !Equal(e.Value, value)) continue;
+    if (keyword == "InkweaveHalftone")
+      options.Method = e.Method;
+    else
+      options.Resolution = e.Resolution;
+    return true;
+  }
+  return false;
+}
+
+constexpr std::string_view kOurOptions[] = {"InkweaveHalftone", "InkweaveHighRes"};
+
+// The PPD's marked choices (its defaults, then the job's options marked over them). The PPD API is the
+// only way a filter learns how the queue was set up; it is deprecated in CUPS 2 but fully supported,
+// so its use is kept to this one function.
+void ReadPpdChoices(const char* ppdPath, int count, cups_option_t* jobOptions, JobOptions& options,
+                    std::vector<std::string>* warnings) {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+  ppd_file_t* ppd = ppdOpenFile(ppdPath);
+  if (!ppd) {
+    int line = 0;
+    const ppd_status_t status = ppdLastError(&line);
+    if (warnings)
+      warnings->push_back(Format("Unable to read the PPD %s (%s, line %d); using the built-in defaults", ppdPath,
+                                 ppdErrorString(status), line));
+    return;
+  }
+  ppdMarkDefaults(ppd);
+  cupsMarkOptions(ppd, count, jobOptions);
+  for (std::string_view keyword : kOurOptions) {
+    if (const ppd_choice_t* choice = ppdFindMarkedChoice(ppd, std::string(keyword).c_str()))
+      ParseChoice(keyword, choice->choice, options);
+  }
+  ppdClose(ppd);
+#pragma GCC diagnostic pop
+}
+
+}  // namespace
+
+JobOptions ReadJobOptions(const char* ppdPath, const char* optionText, std::vector<std::string>* warnings) {
+  JobOptions result;
+  cups_option_t* options = nullptr;
+  const int count = cupsParseOptions(optionText ? optionText : "", 0, &options);
+  if (ppdPath && *ppdPath) ReadPpdChoices(ppdPath, count, options, result, warnings);
+  for (std::string_view keyword : kOurOptions) {
+    const char* value = cupsGetOption(std::string(keyword).c_str(), count, options);
+    if (value && !ParseChoice(keyword, value, result) && warnings)
+      warnings->push_back(Format("Unknown %s value \"%s\" (%s); ignored", std::string(keyword).c_str(), value,
+                                 keyword == "InkweaveHalftone" ? "Dither or Diffusion" : "Off, HighRes600 or Print1200"));
+  }
+  cupsFreeOptions(count, options);
+  return result;
+}
+
+std::optional<host::Paper> NearestPaper(double widthMm, double heightMm) {
+  std::optional<host::Paper> best;
+  double bestDistance = kPaperToleranceMm;
+  for (const host::Paper& paper : host::Papers()) {
+    const double distance = std::max(std::fabs(paper.WidthMm - widthMm), std::fabs(paper.HeightMm - heightMm));
+    if (distance <= bestDistance) {
+      best = paper;
+      bestDistance = distance;
+    }
+  }
+  return best;
+}
+
+bool PagePlan::SameDevice(const PagePlan& other) const {
+  return Setup.PaperSize == other.Setup.PaperSize && Setup.Quality == other.Setup.Quality &&
+         Setup.Color == other.Setup.Color && Setup.PageWidth == other.Setup.PageWidth &&
+         Setup.PageHeight == other.Setup.PageHeight && MediaCallback == other.MediaCallback &&
+         Method == other.Method && HighResolution == other.HighResolution;
+}
+
+std::variant<PagePlan, std::string> PlanPage(const cups_page_header2_t& header, const JobOptions& options) {
+  PagePlan plan;
+
+  // Pixel format: 8-bit RGB or 8-bit gray, chunked.
+  if (header.cupsBitsPerColor != 8)
+    return Format("Unsupported raster: %u bits per colour (the printer takes 8)", header.cupsBitsPerColor);
+  switch (header.cupsColorSpace) {
+    case CUPS_CSPACE_RGB:
+    case CUPS_CSPACE_SRGB:
+      plan.Channels = 3;
+      break;
+    case CUPS_CSPACE_W:
+    case CUPS_CSPACE_SW:
+      plan.Channels = 1;
+      break;
+    case CUPS_CSPACE_K:
+      plan.Channels = 1;
+      plan.InvertGray = true;
+      break;
+    default:
+      return Format("Unsupported raster colour space %u (RGB, sRGB, W, sW or K)",
+                    static_cast<unsigned>(header.cupsColorSpace));
+  }
+  if (plan.Channels == 3 && header.cupsColorOrder != CUPS_ORDER_CHUNKED)
+    return Format("Unsupported raster colour order %u (chunked pixels only)",
+                  static_cast<unsigned>(header.cupsColorOrder));
+  if (header.cupsBitsPerPixel != 8u * static_cast<unsigned>(plan.Channels))
+    return Format("Inconsistent raster header: %u bits per pixel for %d colours of 8 bits", header.cupsBitsPerPixel,
+                  plan.Channels);
+
+  // Resolution: one of the device's print qualities.
+  const unsigned dpi = header.HWResolution[0];
+  if (dpi != header.HWResolution[1] || (dpi != 150 && dpi != 300 && dpi != 600))
+    return Format("Unsupported resolution %ux%u dpi (150, 300 or 600 dpi, the same both ways)",
+                  header.HWResolution[0], header.HWResolution[1]);
+
+  // Size: something, and nothing larger than any paper.
+  if (header.cupsWidth == 0 || header.cupsHeight == 0)
+    return Format("Empty raster page (%u x %u pixels)", header.cupsWidth, header.cupsHeight);
+  const std::uint64_t limit = static_cast<std::uint64_t>(kMaxPageInches) * dpi;
+  if (header.cupsWidth > limit || header.cupsHeight > limit)
+    return Format("Raster page of %u x %u pixels at %u dpi is larger than any paper (%u inches at most)",
+                  header.cupsWidth, header.cupsHeight, dpi, kMaxPageInches);
+  const std::uint64_t rowBytes = static_cast<std::uint64_t>(header.cupsWidth) * static_cast<unsigned>(plan.Channels);
+  if (header.cupsBytesPerLine != rowBytes)
+    return Format("Inconsistent raster header: %u bytes per line for %u pixels of %d bytes", header.cupsBytesPerLine,
+                  header.cupsWidth, plan.Channels);
+  plan.RasterWidth = header.cupsWidth;
+  plan.RasterHeight = header.cupsHeight;
+  plan.BytesPerLine = header.cupsBytesPerLine;
+
+  // The sheet, in points: cupsPageSize (v2 and v3), else PageSize, else the raster's own size.
+  double sheetWidth = header.cupsPageSize[0] > 0 ? header.cupsPageSize[0] : header.PageSize[0];
+  double sheetHeight = header.cupsPageSize[1] > 0 ? header.cupsPageSize[1] : header.PageSize[1];
+  if (!(sheetWidth > 0 && sheetHeight > 0 && sheetWidth <= 72.0 * kMaxPageInches &&
+        sheetHeight <= 72.0 * kMaxPageInches)) {
+    sheetWidth = header.cupsWidth * 72.0 / dpi;
+    sheetHeight = header.cupsHeight * 72.0 / dpi;
+  }
+
+  // The paper: the nearest the device knows, else the platform's "any other size".
+  host::Paper paper{"custom", "Custom size", kPaperUser, sheetWidth * kMmPerPoint, sheetHeight * kMmPerPoint, false};
+  if (const auto known = NearestPaper(sheetWidth * kMmPerPoint, sheetHeight * kMmPerPoint)) {
+    paper = *known;
+  } else {
+    plan.Warnings.push_back(Format("Page size %.0fx%.0f points is not a paper the printer knows; printing it as "
+                                   "a custom size",
+                                   sheetWidth, sheetHeight));
+  }
+  plan.PaperName = std::string(paper.Name);
+  host::PrintableArea area = host::PrintableAreaOf(paper, static_cast<int>(dpi));
+  if (area.Width < 1 || area.Height < 1)
+    return Format("Page size %.0fx%.0f points leaves no printable area inside the margins", sheetWidth,
+                  sheetHeight);
+  if (area.Width > host::kMaxLineDots) {
+    plan.Warnings.push_back(Format("The printable width of %u dots at %u dpi is wider than the print head's %u; "
+                                   "the right edge is cut off",
+                                   area.Width, dpi, host::kMaxLineDots));
+    area.Width = host::kMaxLineDots;
+  }
+
+  // Where the raster lies on the sheet: normally the raster is the whole sheet. A raster the size of
+  // the imaging box (as Ghostscript renders for CUPS) starts at the box's top-left corner. The box is
+  // left, bottom, right, top in points: cupsImagingBBox (v2, v3), else ImagingBoundingBox.
+  double box[4];
+  for (int i = 0; i < 4; ++i) box[i] = header.cupsImagingBBox[i];
+  if (!(box[2] > box[0] && box[3] > box[1]))
+    for (int i = 0; i < 4; ++i) box[i] = header.ImagingBoundingBox[i];
+  std::int64_t originX = 0;
+  std::int64_t originY = 0;
+  const double slack = dpi / 10.0;  // 0.1 in
+  const double sheetWidthDots = sheetWidth * dpi / 72.0;
+  const double boxWidthDots = (box[2] - box[0]) * dpi / 72.0;
+  if (std::fabs(header.cupsWidth - sheetWidthDots) > slack && box[2] > box[0] &&
+      std::fabs(header.cupsWidth - boxWidthDots) <= slack) {
+    originX = std::llround(box[0] * dpi / 72.0);
+    originY = std::llround((sheetHeight - box[3]) * dpi / 72.0);
+  }
+  plan.OffsetX = static_cast<std::int64_t>(area.Left) - originX;
+  plan.OffsetY = static_cast<std::int64_t>(area.Top) - originY;
+
+  plan.Setup.PaperSize = paper.Code;
+  plan.Setup.Quality = static_cast<std::int16_t>(dpi);
+  plan.Setup.Color = plan.Channels == 3;
+  plan.Setup.Landscape = false;  // the raster arrives upright; CUPS has turned the page already
+  plan.Setup.PageWidth = area.Width;
+  plan.Setup.PageHeight = area.Height;
+
+  // Selections.
+  const std::string_view media(header.MediaType, strnlen(header.MediaType, sizeof header.MediaType));
+  if (const auto callback = MediaCallback(media)) {
+    plan.MediaCallback = *callback;
+  } else {
+    plan.Warnings.push_back(Format("Unknown media type \"%.*s\"; printing on plain paper settings",
+                                   static_cast<int>(media.size()), media.data()));
+  }
+  plan.Method = options.Method;
+  if (options.Resolution != HighRes::Off) {
+    if (dpi == 600)
+      plan.HighResolution = true;
+    else
+      plan.Warnings.push_back(Format("High resolution needs a 600 dpi raster; printing at %u dpi without it", dpi));
+  }
+  return plan;
+}
+
+}  // namespace inkweave::cups

@@ -1,0 +1,376 @@
+// rastertoinkweave: the CUPS filter of the inkweave printer. It reads CUPS raster (versions 1, 2 and
+// 3; 8-bit RGB/sRGB or 8-bit W/sW/K) and hands each page to the render plug-in band by band through
+// our host, as the platform's printer driver would; the plug-in's printer stream goes to standard
+// output as it is written.
+//
+//   rastertoinkweave job-id user title copies options [file]
+//
+// A device context of the plug-in fixes paper, quality and colour (and takes the media, halftone and
+// high-resolution selections before its job start). When a page needs another, the filter ends the
+// job in the current context (job-end command, DisablePDEV) and opens a new one (EnablePDEV,
+// selections, job start) for the pages that follow. Only one band of the page is ever in memory.
+//
+// The plug-in library is found, in this order: $INKWEAVE_PLUGIN; ../../inkweave/libinkweave.so from
+// the filter's own directory (the installed layout, <prefix>/lib/cups/filter and <prefix>/lib/inkweave);
+// the path it was installed to; the library of the build tree the filter was built in.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <cups/raster.h>
+
+#include "cups/page_plan.h"
+#include "host/host.h"
+
+namespace {
+
+namespace host = inkweave::host;
+using inkweave::cups::PagePlan;
+
+constexpr std::int32_t kBandHeight = 128;  // rows per band handed to the plug-in
+
+volatile std::sig_atomic_t gCanceled = 0;
+
+extern "C" void OnTerminate(int) { gCanceled = 1; }
+
+// ---------------------------------------------------------------------------------------------------
+// Input: the raster stream, read through a callback that counts what it delivers, so that a stream
+// cut inside a page header can be told from a stream that simply ends.
+// ---------------------------------------------------------------------------------------------------
+struct Input {
+  int Fd = 0;
+  std::uint64_t Delivered = 0;  // bytes handed to libcups
+  int Error = 0;                // errno of a failed read
+};
+
+extern "C" ssize_t ReadInput(void* context, unsigned char* buffer, size_t length) {
+  Input& input = *static_cast<Input*>(context);
+  for (;;) {
+    const ssize_t got = read(input.Fd, buffer, length);
+    if (got >= 0) {
+      input.Delivered += static_cast<std::uint64_t>(got);
+      return got;
+    }
+    if (errno == EINTR && !gCanceled) continue;
+    input.Error = errno;
+    return -1;
+  }
+}
+
+// ---------------------------------------------------------------------------------------------------
+// Output: every spool write of the plug-in, straight to standard output.
+// ---------------------------------------------------------------------------------------------------
+struct Output {
+  bool Failed = false;
+  int Error = 0;
+  void Write(const std::uint8_t* bytes, std::size_t size) {
+    if (Failed || size == 0) return;
+    if (std::fwrite(bytes, 1, size, stdout) != size) {
+      Failed = true;
+      Error = errno;
+    }
+  }
+};
+
+// ---------------------------------------------------------------------------------------------------
+// One raster page, read row by row as the host asks for bands.
+// ---------------------------------------------------------------------------------------------------
+class PageReader {
+ public:
+  PageReader(cups_raster_t* raster, const PagePlan& plan)
+      : raster_(raster), plan_(plan), row_(plan.BytesPerLine) {}
+
+  // Fills device rows [y, y + h) of width w into dst (already white). False on a read error.
+  bool Fill(std::int32_t y, std::int32_t h, std::int32_t w, std::uint8_t* dst, std::size_t stride) {
+    for (std::int32_t r = 0; r < h; ++r) {
+      const std::int64_t source = plan_.OffsetY + y + r;
+      if (source < 0 || source >= plan_.RasterHeight) continue;  // outside the raster: white
+      while (next_ <= source)
+        if (!ReadRow()) return false;
+      CopyRow(dst + stride * static_cast<std::size_t>(r), w);
+    }
+    return true;
+  }
+
+  // Reads what the device did not need, up to the end of the page.
+  bool Drain() {
+    while (next_ < plan_.RasterHeight)
+      if (!ReadRow()) return false;
+    return true;
+  }
+
+  std::uint32_t RowsRead() const { return static_cast<std::uint32_t>(next_); }
+
+ private:
+  bool ReadRow() {
+    if (cupsRasterReadPixels(raster_, row_.data(), plan_.BytesPerLine) != plan_.BytesPerLine) return false;
+    ++next_;
+    return true;
+  }
+
+  void CopyRow(std::uint8_t* dst, std::int32_t w) const {
+    const int channels = plan_.Channels;
+    const std::int64_t first = std::max<std::int64_t>(0, -plan_.OffsetX);
+    const std::int64_t last = std::min<std::int64_t>(w, static_cast<std::int64_t>(plan_.RasterWidth) - plan_.OffsetX);
+    if (first >= last) return;
+    const std::uint8_t* src = row_.data() + (plan_.OffsetX + first) * channels;
+    std::uint8_t* out = dst + first * channels;
+    const std::size_t bytes = static_cast<std::size_t>(last - first) * static_cast<std::size_t>(channels);
+    if (plan_.InvertGray) {
+      for (std::size_t i = 0; i < bytes; ++i) out[i] = static_cast<std::uint8_t>(255 - src[i]);
+    } else {
+      std::memcpy(out, src, bytes);
+    }
+  }
+
+  cups_raster_t* raster_;
+  const PagePlan& plan_;
+  std::vector<std::uint8_t> row_;
+  std::int64_t next_ = 0;  // next raster row to read
+};
+
+// ---------------------------------------------------------------------------------------------------
+// The plug-in, and its device contexts across the job.
+// ---------------------------------------------------------------------------------------------------
+std::string FindPlugin() {
+  namespace fs = std::filesystem;
+  std::error_code ec;
+  if (const char* path = std::getenv("INKWEAVE_PLUGIN"); path && *path) return path;
+  const fs::path self = fs::read_symlink("/proc/self/exe", ec);
+  if (!ec) {
+    const fs::path installed = self.parent_path() / "../../inkweave/libinkweave.so";
+    if (fs::exists(installed, ec)) return installed.lexically_normal().string();
+  }
+  if (fs::exists(INKWEAVE_PLUGIN_INSTALL_PATH, ec)) return INKWEAVE_PLUGIN_INSTALL_PATH;
+  return INKWEAVE_PLUGIN_BUILD_PATH;
+}
+
+class Device {
+ public:
+  explicit Device(host::PluginEntry entry) : session_(entry) {}
+  ~Device() { Close(); }
+
+  HRESULT Load(Output& output) {
+    session_.Spool().SetKeepWrites(false);
+    session_.Spool().SetSink([&output](const std::uint8_t* bytes, std::size_t size) { output.Write(bytes, size); });
+    return session_.Load();
+  }
+
+  bool IsOpenFor(const PagePlan& plan) const { return open_ && plan_.SameDevice(plan); }
+
+  // EnablePDEV for the page's device, the selections, and the job start.
+  HRESULT Open(const PagePlan& plan) {
+    Close();
+    const HRESULT hr = session_.Enable(plan.Setup);
+    if (hr != S_OK) {
+      session_.Disable();
+      return hr;
+    }
+    session_.Command(plan.MediaCallback);
+    session_.Command(plan.Method == inkweave::cups::Halftone::Diffusion ? host::kCallbackErrorDiffusion
+                                                                          : host::kCallbackDither);
+    if (plan.HighResolution) session_.Command(host::kCallbackHighResolution);
+    session_.Command(host::kCallbackJobStart);
+    plan_ = plan;
+    open_ = true;
+    return S_OK;
+  }
+
+  // The job end and DisablePDEV.
+  void Close() {
+    if (!open_) return;
+    session_.Command(host::kCallbackJobEnd);
+    session_.Disable();
+    open_ = false;
+  }
+
+  host::HostSession& Session() { return session_; }
+
+ private:
+  host::HostSession session_;
+  PagePlan plan_;
+  bool open_ = false;
+};
+
+void Warn(const std::vector<std::string>& warnings, int page) {
+  for (const std::string& w : warnings) {
+    if (page > 0)
+      std::fprintf(stderr, "WARNING: Page %d: %s\n", page, w.c_str());
+    else
+      std::fprintf(stderr, "WARNING: %s\n", w.c_str());
+  }
+}
+
+const char* HalftoneName(inkweave::cups::Halftone h) {
+  return h == inkweave::cups::Halftone::Diffusion ? "error diffusion" : "dither";
+}
+
+int Run(int argc, char** argv) {
+  if (argc < 6 || argc > 7) {
+    std::fprintf(stderr, "Usage: %s job-id user title copies options [file]\n", argc > 0 ? argv[0] : "rastertoinkweave");
+    return 1;
+  }
+
+  // SIGTERM only sets a flag; the band loop stops at the next band and ends the job properly.
+  struct sigaction action {};
+  action.sa_handler = OnTerminate;
+  sigemptyset(&action.sa_mask);
+  sigaction(SIGTERM, &action, nullptr);
+  std::signal(SIGPIPE, SIG_IGN);  // a closed output shows as a write error instead
+
+  Input input;
+  if (argc == 7) {
+    input.Fd = open(argv[6], O_RDONLY | O_CLOEXEC);
+    if (input.Fd < 0) {
+      std::fprintf(stderr, "ERROR: Unable to open raster file \"%s\": %s\n", argv[6], std::strerror(errno));
+      return 1;
+    }
+  }
+
+  std::vector<std::string> warnings;
+  const inkweave::cups::JobOptions options = inkweave::cups::ReadJobOptions(std::getenv("PPD"), argv[5], &warnings);
+  Warn(warnings, 0);
+
+  const std::string pluginPath = FindPlugin();
+  std::fprintf(stderr, "DEBUG: inkweave: render plug-in %s\n", pluginPath.c_str());
+  std::string error;
+  const std::unique_ptr<host::PluginLibrary> library = host::PluginLibrary::Open(pluginPath, &error);
+  if (!library) {
+    std::fprintf(stderr, "ERROR: Unable to load the render plug-in %s: %s\n", pluginPath.c_str(), error.c_str());
+    return 1;
+  }
+  Output output;
+  Device device(library->Entry());
+  if (const HRESULT hr = device.Load(output); hr != S_OK) {
+    std::fprintf(stderr, "ERROR: The render plug-in %s did not load (result 0x%08X)\n", pluginPath.c_str(),
+                 static_cast<unsigned>(hr));
+    return 1;
+  }
+
+  cups_raster_t* raster = cupsRasterOpenIO(ReadInput, &input, CUPS_RASTER_READ);
+  if (!raster) {
+    if (input.Error)
+      std::fprintf(stderr, "ERROR: Unable to read the raster stream: %s\n", std::strerror(input.Error));
+    else
+      std::fprintf(stderr, "ERROR: The input is empty or not a CUPS raster stream\n");
+    if (input.Fd > 0) close(input.Fd);
+    return 1;
+  }
+
+  int status = 0;
+  int page = 0;
+  cups_page_header2_t header;
+  for (;;) {
+    if (gCanceled) break;
+    const std::uint64_t before = input.Delivered;
+    if (!cupsRasterReadHeader2(raster, &header)) {
+      if (gCanceled) break;
+      if (input.Error) {
+        std::fprintf(stderr, "ERROR: Unable to read the raster stream: %s\n", std::strerror(input.Error));
+        status = 1;
+      } else if (input.Delivered != before) {
+        std::fprintf(stderr, "ERROR: The raster stream ends inside the header of page %d\n", page + 1);
+        status = 1;
+      } else if (page == 0) {
+        std::fprintf(stderr, "ERROR: No pages found in the raster stream\n");
+        status = 1;
+      }
+      break;
+    }
+    ++page;
+
+    auto planned = inkweave::cups::PlanPage(header, options);
+    if (auto* message = std::get_if<std::string>(&planned)) {
+      std::fprintf(stderr, "ERROR: Page %d: %s\n", page, message->c_str());
+      status = 1;
+      break;
+    }
+    const PagePlan& plan = std::get<PagePlan>(planned);
+    Warn(plan.Warnings, page);
+    std::fprintf(stderr,
+                 "DEBUG: inkweave: page %d: %ux%u pixels, paper %s (%d), %d dpi%s, %s, %s, media command %u, "
+                 "printable %ux%u at raster offset %lld,%lld\n",
+                 page, plan.RasterWidth, plan.RasterHeight, plan.PaperName.c_str(), plan.Setup.PaperSize,
+                 plan.Setup.Quality, plan.HighResolution ? " high resolution" : "", plan.Setup.Color ? "colour" : "gray",
+                 HalftoneName(plan.Method), plan.MediaCallback, plan.Setup.PageWidth, plan.Setup.PageHeight,
+                 static_cast<long long>(plan.OffsetX), static_cast<long long>(plan.OffsetY));
+
+    if (!device.IsOpenFor(plan)) {
+      if (page > 1) std::fprintf(stderr, "DEBUG: inkweave: page %d needs a new device context\n", page);
+      if (const HRESULT hr = device.Open(plan); hr != S_OK) {
+        std::fprintf(stderr, "ERROR: Page %d: the render plug-in could not set up the device (result 0x%08X)\n",
+                     page, static_cast<unsigned>(hr));
+        status = 1;
+        break;
+      }
+    }
+
+    std::fprintf(stderr, "PAGE: %d 1\n", page);
+    std::fprintf(stderr, "INFO: Printing page %d\n", page);
+    PageReader reader(raster, plan);
+    bool readFailed = false;
+    host::PageSource source;
+    source.Width = static_cast<std::int32_t>(plan.Setup.PageWidth);
+    source.Height = static_cast<std::int32_t>(plan.Setup.PageHeight);
+    source.BitsPerPixel = plan.Channels == 3 ? 24 : 8;
+    source.Render = [&](std::int32_t, std::int32_t y, std::int32_t w, std::int32_t h, std::uint8_t* dst,
+                        std::size_t stride) {
+      if (gCanceled || output.Failed) return false;
+      if (!reader.Fill(y, h, w, dst, stride)) {
+        readFailed = true;
+        return false;
+      }
+      return true;
+    };
+    const host::PageResult result = host::PrintPage(device.Session(), source, kBandHeight);
+    if (!readFailed && !gCanceled && !output.Failed && !reader.Drain()) readFailed = true;
+
+    if (readFailed && !gCanceled) {
+      if (input.Error)
+        std::fprintf(stderr, "ERROR: Unable to read the raster stream: %s\n", std::strerror(input.Error));
+      else
+        std::fprintf(stderr, "ERROR: The raster stream ends inside page %d (after %u of %u rows)\n", page,
+                     reader.RowsRead(), plan.RasterHeight);
+      status = 1;
+      break;
+    }
+    if (output.Failed) break;
+    if (result.Status != S_OK && !gCanceled) {
+      std::fprintf(stderr, "ERROR: Page %d: the render plug-in refused a band (result 0x%08X)\n", page,
+                   static_cast<unsigned>(result.Status));
+      status = 1;
+      break;
+    }
+  }
+
+  device.Close();
+  cupsRasterClose(raster);
+  if (input.Fd > 0) close(input.Fd);
+  if (std::fflush(stdout) != 0 && !output.Failed) {
+    output.Failed = true;
+    output.Error = errno;
+  }
+  if (output.Failed) {
+    std::fprintf(stderr, "ERROR: Unable to write the print data: %s\n", std::strerror(output.Error));
+    return 1;
+  }
+  if (gCanceled) {
+    std::fprintf(stderr, "INFO: Job canceled after %d page%s\n", page, page == 1 ? "" : "s");
+    return status;
+  }
+  if (status == 0) std::fprintf(stderr, "INFO: Ready to print.\n");
+  return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) { return Run(argc, argv); }
