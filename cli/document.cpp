@@ -85,6 +85,8 @@ VipsRuntime::VipsRuntime(const char* argv0) {
   if (!ok_) return;
   vips_concurrency_set(1);  // regions are computed on the calling thread anyway
   vips_cache_set_max(0);    // nothing is computed twice, so keep nothing
+  // libvips warns on stderr about what then fails; the failure is reported once, in one line.
+  g_log_set_handler("VIPS", G_LOG_LEVEL_WARNING, [](const gchar*, GLogLevelFlags, const gchar*, gpointer) {}, nullptr);
 }
 
 VipsRuntime::~VipsRuntime() {

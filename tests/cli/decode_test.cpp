@@ -1,0 +1,111 @@
+// decode, dump and info as a user runs them: previews on disk, the summary, malformed streams named
+// with their byte offset, and the plug-in's answers.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <sstream>
+
+#include "tests/cli/run.h"
+
+namespace inkweave::cli::testing {
+namespace {
+
+using ::testing::HasSubstr;
+
+// A two-page job of the test page at 150 dpi, printed once for the suite.
+class DecodeCommand : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    dir_ = new ScratchDir();
+    const RunResult run = RunInkweave({"print", Example("testpage.pdf"), "--quality", "150", "-o", *dir_ / "job.prn"});
+    ASSERT_EQ(run.Exit, 0) << run.Err;
+  }
+  static void TearDownTestSuite() { delete dir_; }
+  static std::string Job() { return *dir_ / "job.prn"; }
+  static ScratchDir* dir_;
+};
+ScratchDir* DecodeCommand::dir_ = nullptr;
+
+TEST_F(DecodeCommand, PreviewPerPageAndSummary) {
+  ScratchDir out;
+  const RunResult run = RunInkweave({"decode", Job(), "-o", out / "preview.png", "--preview-dpi", "50"});
+  ASSERT_EQ(run.Exit, 0) << run.Err;
+  EXPECT_EQ(out.Files(), (std::vector<std::string>{"preview-1.png", "preview-2.png"}));
+  EXPECT_THAT(run.Out, HasSubstr("page 1: "));
+  EXPECT_THAT(run.Out, HasSubstr("at 150 dpi"));
+  EXPECT_THAT(run.Out, HasSubstr("ink coverage: cyan"));
+  EXPECT_THAT(run.Out, HasSubstr("page 2: "));
+  const auto png = ReadFile(out / "preview-1.png");
+  ASSERT_GT(png.size(), 8u);
+  EXPECT_EQ(png[1], 'P');
+
+  // One page asked for: the name as given.
+  const RunResult one = RunInkweave({"decode", Job(), "--page", "2", "-o", out / "two.png", "--json"});
+  ASSERT_EQ(one.Exit, 0) << one.Err;
+  EXPECT_THAT(one.Out, HasSubstr("\"page\": 2"));
+  EXPECT_THAT(one.Out, ::testing::Not(HasSubstr("\"page\": 1,")));
+  EXPECT_EQ(ReadFile(out / "two.png").empty(), false);
+
+  const RunResult tooFar = RunInkweave({"decode", Job(), "--page", "3"});
+  EXPECT_EQ(tooFar.Exit, 2);
+  EXPECT_THAT(tooFar.Err, HasSubstr("only 2 pages"));
+}
+
+TEST_F(DecodeCommand, MalformedStreamsNameTheOffset) {
+  ScratchDir dir;
+  const auto job = ReadFile(Job());
+  // Cut in the middle of the first page, and garbage after a valid start.
+  WriteFile(dir / "cut.prn", std::string(job.begin(), job.begin() + static_cast<long>(job.size() / 3)));
+  std::string garbage(job.begin(), job.begin() + 64);
+  garbage += std::string(32, '\x7F');
+  WriteFile(dir / "garbage.prn", garbage);
+  WriteFile(dir / "empty.prn", "");
+  for (const std::string name : {"cut.prn", "garbage.prn"}) {
+    for (const char* command : {"decode", "dump"}) {
+      const RunResult run = RunInkweave({command, dir / name});
+      SCOPED_TRACE(name + " " + command);
+      EXPECT_EQ(run.Exit, 1);
+      EXPECT_THAT(run.Err, HasSubstr("not a valid printer stream at byte "));
+      EXPECT_EQ(std::count(run.Err.begin(), run.Err.end(), '\n'), 1) << run.Err;
+    }
+  }
+  EXPECT_THAT(RunInkweave({"decode", dir / "empty.prn"}).Err, HasSubstr("the file is empty"));
+  EXPECT_EQ(RunInkweave({"decode", dir / "missing.prn"}).Exit, 2);
+}
+
+TEST_F(DecodeCommand, DumpListsEveryCommandWithItsOffset) {
+  const RunResult run = RunInkweave({"dump", Job()});
+  ASSERT_EQ(run.Exit, 0) << run.Err;
+  EXPECT_EQ(run.Out.rfind("00000000  ", 0), 0u) << run.Out.substr(0, 200);
+  EXPECT_THAT(run.Out, HasSubstr("EnterRaster"));
+  EXPECT_THAT(run.Out, HasSubstr("FormFeed"));
+  EXPECT_THAT(run.Out, HasSubstr(" bytes)"));  // long records abbreviated
+  EXPECT_THAT(run.Out, HasSubstr("end of stream"));
+  // Offsets ascend line by line.
+  std::istringstream lines(run.Out);
+  std::string line;
+  unsigned long last = 0;
+  while (std::getline(lines, line)) {
+    const unsigned long offset = std::stoul(line.substr(0, 8), nullptr, 16);
+    EXPECT_GE(offset, last) << line;
+    last = offset;
+  }
+}
+
+TEST(InfoCommand, PapersMediaStringsAndThePluginsAnswers) {
+  const RunResult run = RunInkweave({"info"});
+  ASSERT_EQ(run.Exit, 0) << run.Err;
+  EXPECT_THAT(run.Out, HasSubstr("signature \"318K\""));
+  EXPECT_THAT(run.Out, HasSubstr("interface version 0x10000"));
+  for (const char* text : {"Plain Paper", "Inkjet Paper", "Glossy Paper", "Photographic Paper", "Erorr Diffusion",
+                           "4800 x 6826", "(too wide)"})
+    EXPECT_THAT(run.Out, HasSubstr(text));
+  const RunResult json = RunInkweave({"info", "--json"});
+  ASSERT_EQ(json.Exit, 0);
+  EXPECT_THAT(json.Out, HasSubstr("\"signature\": \"318K\""));
+  EXPECT_THAT(json.Out, HasSubstr("\"1003\": \"Photographic Paper\""));
+}
+
+}  // namespace
+}  // namespace inkweave::cli::testing

@@ -1,0 +1,127 @@
+// Everything a user can get wrong: each gives one line naming the problem, a non-zero exit, and no
+// output file (an existing one is left as it was).
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <sstream>
+#include <unistd.h>
+
+#include "tests/cli/run.h"
+
+namespace inkweave::cli::testing {
+namespace {
+
+using ::testing::HasSubstr;
+
+// One line on stderr, starting with the program's name.
+void ExpectOneLineError(const RunResult& run, int exit, const std::string& words) {
+  EXPECT_EQ(run.Exit, exit) << run.Err;
+  EXPECT_EQ(run.Err.rfind("inkweave: ", 0), 0u) << run.Err;
+  EXPECT_EQ(std::count(run.Err.begin(), run.Err.end(), '\n'), 1) << run.Err;
+  EXPECT_THAT(run.Err, HasSubstr(words));
+}
+
+TEST(PrintErrors, InputsThatCannotBeRead) {
+  ScratchDir dir;
+  WriteFile(dir / "notes.txt", "just some text\n");
+  WriteFile(dir / "empty.png", "");
+  // A PDF whose page tree is empty.
+  WriteFile(dir / "empty.pdf",
+            "%PDF-1.4\n1 0 obj\n<< /Type /Catalog /Pages 2 0 R >>\nendobj\n2 0 obj\n<< /Type /Pages /Kids [] /Count 0 >>\n"
+            "endobj\nxref\n0 3\n0000000000 65535 f \n0000000009 00000 n \n0000000058 00000 n \ntrailer\n<< /Size 3 /Root 1 0 R >>\n"
+            "startxref\n110\n%%EOF\n");
+  struct Case {
+    std::string Input, Words;
+  } cases[] = {
+      {dir / "missing.pdf", "missing.pdf: No such file or directory"},
+      {dir / "notes.txt", "notes.txt: not a format inkweave can read"},
+      {dir / "empty.png", "empty.png: the file is empty"},
+      {dir / "empty.pdf", "empty.pdf: the PDF has no pages"},
+      {dir.Path().string(), "is a directory"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.Input);
+    ExpectOneLineError(RunInkweave({"print", c.Input, "-o", dir / "out.prn"}), 1, c.Words);
+  }
+  if (geteuid() != 0) {  // root reads everything
+    WriteFile(dir / "secret.png", "x");
+    chmod((dir / "secret.png").c_str(), 0);
+    ExpectOneLineError(RunInkweave({"print", dir / "secret.png", "-o", dir / "out.prn"}), 1, "Permission denied");
+  }
+  const auto files = dir.Files();
+  EXPECT_EQ(std::count(files.begin(), files.end(), "out.prn"), 0);
+}
+
+TEST(PrintErrors, UnknownOptionValues) {
+  ScratchDir dir;
+  const std::string in = Example("testpage.png"), out = dir / "out.prn";
+  struct Case {
+    std::vector<std::string> Args;
+    std::string Words;
+  } cases[] = {
+      {{"--paper", "a3"}, "--paper"},
+      {{"--quality", "200"}, "--quality"},
+      {{"--media", "cardboard"}, "--media"},
+      {{"--halftone", "stochastic"}, "--halftone"},
+      {{"--band-height", "20"}, "multiple of 16"},
+      {{"--band-height", "0"}, "--band-height"},
+      {{"--pages", "3-1"}, "runs backwards"},
+      {{"--pages", "5"}, "only 1 page"},
+      {{"--scale", "2000%"}, "--scale"},
+      {{"--high-res", "--quality", "300"}, "--high-res"},
+      {{"--frobnicate"}, "frobnicate"},
+  };
+  for (const Case& c : cases) {
+    std::vector<std::string> args = {"print", in, "-o", out};
+    args.insert(args.end(), c.Args.begin(), c.Args.end());
+    SCOPED_TRACE(c.Args[0]);
+    ExpectOneLineError(RunInkweave(args), 2, c.Words);
+  }
+  EXPECT_TRUE(dir.Files().empty());
+}
+
+TEST(PrintErrors, PaperWiderThanAPrinterLine) {
+  // C4 is 5248 dots across at 600 dpi; a line holds 5120. At 300 dpi it prints.
+  ScratchDir dir;
+  for (const std::vector<std::string>& mode : {std::vector<std::string>{"--quality", "600"}, {"--high-res"}}) {
+    std::vector<std::string> args = {"print", Example("testpage.png"), "--paper", "c4", "-o", dir / "out.prn"};
+    args.insert(args.end(), mode.begin(), mode.end());
+    ExpectOneLineError(RunInkweave(args), 2, "c4 is 5248 dots wide at 600 dpi");
+  }
+  EXPECT_TRUE(dir.Files().empty());
+  EXPECT_EQ(RunInkweave({"print", Example("testpage.png"), "--paper", "c4", "--quality", "150", "-o", dir / "out.prn"}).Exit, 0);
+}
+
+TEST(PrintErrors, OutputsThatCannotBeWritten) {
+  ScratchDir dir;
+  ExpectOneLineError(RunInkweave({"print", Example("testpage.png"), "-o", dir / "no/such/dir/out.prn"}), 1,
+                     "does not exist");
+  ExpectOneLineError(RunInkweave({"print", Example("testpage.png"), "-o", dir.Path().string()}), 1, "is a directory");
+  ExpectOneLineError(RunInkweave({"print", Example("testpage.png")}), 2, "--output");
+  EXPECT_TRUE(dir.Files().empty());
+}
+
+TEST(PrintErrors, DamagedImageLeavesTheOldOutputAlone) {
+  // The header reads fine; the damage shows only when the pixels are decoded, mid-job, after the
+  // output file was opened: the temporary file goes, the existing output stays as it was.
+  ScratchDir dir;
+  const auto png = ReadFile(Example("testpage.png"));
+  WriteFile(dir / "cut.png", std::string(png.begin(), png.begin() + static_cast<long>(png.size() / 2)));
+  WriteFile(dir / "out.prn", "the user's earlier job");
+  ExpectOneLineError(RunInkweave({"print", Example("testpage.pdf"), dir / "cut.png", "-o", dir / "out.prn"}), 1, "cut.png");
+  const auto kept = ReadFile(dir / "out.prn");
+  EXPECT_EQ(std::string(kept.begin(), kept.end()), "the user's earlier job");
+  EXPECT_EQ(dir.Files(), (std::vector<std::string>{"cut.png", "out.prn"}));
+}
+
+TEST(PrintErrors, PluginThatCannotBeLoaded) {
+  ScratchDir dir;
+  WriteFile(dir / "fake.so", "not a library");
+  ExpectOneLineError(RunInkweave({"print", Example("testpage.png"), "--plugin", dir / "fake.so", "-o", dir / "out.prn"}), 1,
+                     "--plugin");
+  ExpectOneLineError(RunInkweave({"info", "--plugin", dir / "missing.so"}), 1, "--plugin");
+}
+
+}  // namespace
+}  // namespace inkweave::cli::testing
