@@ -1,19 +1,25 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds in build/, prints the bundled test page to out/testpage.prn and
-# writes out/testpage-1.png, the preview of what the printer would print.
+# The main job: install what is missing, build, print the project's test page through the plug-in,
+# decode the stream into a preview of what the printer would print, and show the commands of a short
+# job (two blank pages).
 set -euo pipefail
 cd "$(dirname "$0")"
 
 ./scripts/install-deps.sh image
 
+echo "== build (build/)"
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-cmake --build build -j "$(nproc 2>/dev/null || echo 2)"
+cmake --build build -j "$(nproc 2>/dev/null || echo 2)" --target inkweave_cli inkweave
 
-mkdir -p out
 inkweave=build/cli/inkweave
+mkdir -p out
+
+echo "== print examples/testpage.pdf (A4, 300 dpi, dither, plain paper) to out/testpage.prn"
 "$inkweave" print examples/testpage.pdf -o out/testpage.prn
-"$inkweave" decode out/testpage.prn -o out/testpage.png --stats
-echo
-echo "A job of two blank pages, one command per line:"
-"$inkweave" print --blank-pages 2 -o out/blank.prn --quiet
+
+echo "== decode out/testpage.prn: out/testpage-1.png, out/testpage-2.png"
+"$inkweave" decode out/testpage.prn -o out/testpage.png
+
+echo "== dump of a job of two blank pages (out/blank.prn)"
+"$inkweave" print examples/blank.png examples/blank.png --quality 150 -q -o out/blank.prn
 "$inkweave" dump out/blank.prn

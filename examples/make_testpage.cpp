@@ -2,7 +2,7 @@
 // lines and text on page 1; a synthetic photograph and text on page 2) and the photograph alone as a
 // PNG. Deterministic: the same bytes on every run (fixed seed, no dates in the PDF).
 //
-//   make_testpage OUTDIR     → OUTDIR/testpage.pdf, OUTDIR/testpage.png
+//   make_testpage OUTDIR     → OUTDIR/testpage.pdf, OUTDIR/testpage.png, OUTDIR/blank.png (white)
 #include <cairo-pdf.h>
 #include <cairo.h>
 
@@ -194,6 +194,17 @@ int main(int argc, char** argv) {
   const std::string png = dir + "/testpage.png";
   const cairo_status_t pngStatus = cairo_surface_write_to_png(photo, png.c_str());
   cairo_surface_destroy(photo);
+  cairo_surface_t* blank = cairo_image_surface_create(CAIRO_FORMAT_RGB24, 8, 8);
+  cairo_t* white = cairo_create(blank);
+  cairo_set_source_rgb(white, 1, 1, 1);
+  cairo_paint(white);
+  cairo_destroy(white);
+  const cairo_status_t blankStatus = cairo_surface_write_to_png(blank, (dir + "/blank.png").c_str());
+  cairo_surface_destroy(blank);
+  if (blankStatus != CAIRO_STATUS_SUCCESS) {
+    std::fprintf(stderr, "make_testpage: %s\n", cairo_status_to_string(blankStatus));
+    return 1;
+  }
   if (pdfStatus != CAIRO_STATUS_SUCCESS || pngStatus != CAIRO_STATUS_SUCCESS) {
     std::fprintf(stderr, "make_testpage: %s\n", cairo_status_to_string(pdfStatus != CAIRO_STATUS_SUCCESS ? pdfStatus : pngStatus));
     return 1;
