@@ -15,6 +15,9 @@
 namespace inkweave {
 namespace {
 
+detail::StripeObserver stripeObserver = nullptr;
+void* stripeObserverContext = nullptr;
+
 // The widest row a dot plane takes: 640 bytes of dots (1,280 bytes of doubled dots at level 6).
 constexpr std::int64_t kMaxRowPixels = 5120;
 
@@ -54,6 +57,11 @@ void StartPage(DeviceState& state, int bitCount) {
 }
 
 }  // namespace
+
+void detail::SetStripeObserver(StripeObserver observer, void* context) {
+  stripeObserver = observer;
+  stripeObserverContext = context;
+}
 
 bool BandFitsDevice(const DEVOBJ* devobj, const BITMAPINFOHEADER& header, const IPPARAMS& params) {
   const DeviceState* state = StateOf(devobj);
@@ -102,6 +110,7 @@ int ProcessBand(DEVOBJ* devobj, const BYTE* bits, const BITMAPINFOHEADER* header
     if (!params->bBlankBand && renderer)
       result = renderer(state, y, rowUnits, band, rows, 0, static_cast<std::int16_t>(rowPixels), params);
     const auto inkFlag = static_cast<std::int16_t>(result & 0xFFFF);
+    if (stripeObserver) stripeObserver(devobj, y, rows, inkFlag, stripeObserverContext);
     EmitStripe(devobj, stripe, band, inkFlag, driver);
     state.StripeFlag = 0;
     state.PageInProgress = 1;

@@ -15,4 +15,12 @@ bool BandFitsDevice(const DEVOBJ* devobj, const BITMAPINFOHEADER& header, const 
 int ProcessBand(DEVOBJ* devobj, const BYTE* bits, const BITMAPINFOHEADER* header, const BYTE* colorTable,
                 DWORD callbackId, const IPPARAMS* params, IPrintOemDriverUni* driver);
 
+namespace detail {
+
+// Test seam: told after every stripe is rendered, just before the emitter reads PlaneBuffer, with the
+// stripe's first line in the band and its rendered line count. Null (the default) tells nobody.
+using StripeObserver = void (*)(const DEVOBJ* devobj, int firstLine, int lines, std::int16_t inkFlag, void* context);
+void SetStripeObserver(StripeObserver observer, void* context);
+
+}  // namespace detail
 }  // namespace inkweave
