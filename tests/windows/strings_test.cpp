@@ -1,0 +1,181 @@
+// The display-string table (locale/strings.tsv) and the two files generated from it: the DLL's
+// resource script and the PPD translation fragment are current, the English rows are the plug-in's
+// own string table, every language carries what it must, the fragment is well-formed PPD, and the
+// generator refuses tables it cannot carry.
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "src/plugin/string_table.h"
+#include "tests/windows/strings_table.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using inkweave::testing::ReadStringsTable;
+using inkweave::testing::WindowsLanguageIds;
+
+const std::string kSource = INKWEAVE_SOURCE_DIR;
+const std::string kTable = kSource + "/locale/strings.tsv";
+const std::string kResourceScript = kSource + "/windows/generated/strings.rc";
+const std::string kPpdFragment = kSource + "/cups/generated/translations.ppd";
+
+std::string ReadFile(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream out;
+  out << in.rdbuf();
+  return out.str();
+}
+
+class TempDir {
+ public:
+  TempDir() {
+    std::string pattern = (fs::temp_directory_path() / "inkweave-strings-XXXXXX").string();
+    path_ = mkdtemp(pattern.data()) ? pattern : std::string();
+  }
+  ~TempDir() {
+    std::error_code ignored;
+    if (!path_.empty()) fs::remove_all(path_, ignored);
+  }
+  const fs::path& Path() const { return path_; }
+
+ private:
+  fs::path path_;
+};
+
+// Runs gen-strings on a table; answers its exit status.
+int Generate(const fs::path& table, const fs::path& rc, const fs::path& ppd) {
+  const std::string command = std::string("'") + INKWEAVE_GEN_STRINGS + "' '" + table.string() + "' '" + rc.string() +
+                              "' '" + ppd.string() + "' 2>/dev/null";
+  return std::system(command.c_str());
+}
+
+TEST(Strings, GeneratedFilesAreCurrent) {
+  TempDir dir;
+  ASSERT_FALSE(dir.Path().empty());
+  ASSERT_EQ(Generate(kTable, dir.Path() / "strings.rc", dir.Path() / "translations.ppd"), 0);
+  const char* how = "regenerate: build/tools/gen-strings locale/strings.tsv windows/generated/strings.rc "
+                    "cups/generated/translations.ppd";
+  EXPECT_EQ(ReadFile(dir.Path() / "strings.rc"), ReadFile(kResourceScript)) << how;
+  EXPECT_EQ(ReadFile(dir.Path() / "translations.ppd"), ReadFile(kPpdFragment)) << how;
+}
+
+TEST(Strings, EnglishRowsAreThePluginsStringTable) {
+  const auto table = ReadStringsTable(kTable);
+  std::map<int, std::string> english;
+  for (const auto& [key, text] : table)
+    if (key.first == "en") english[key.second] = text;
+  std::map<int, std::string> plugin;
+  for (const inkweave::StringEntry& entry : inkweave::EnglishStrings()) plugin[entry.Id] = entry.Text;
+  EXPECT_EQ(english, plugin);
+  EXPECT_EQ(english.at(268), "Tranparency");
+  EXPECT_EQ(english.at(270), "Erorr Diffusion");
+}
+
+TEST(Strings, EveryLanguageCarriesItsIds) {
+  const auto table = ReadStringsTable(kTable);
+  std::map<std::string, std::set<int>> ids;
+  for (const auto& [key, text] : table) ids[key.first].insert(key.second);
+  ASSERT_EQ(ids.size(), 24u);
+
+  std::set<int> all;
+  for (const inkweave::StringEntry& entry : inkweave::EnglishStrings()) all.insert(entry.Id);
+  std::set<int> withoutPaperTypes = all;
+  for (int id = 1000; id <= 1003; ++id) withoutPaperTypes.erase(id);
+
+  for (const auto& [tag, present] : ids) {
+    SCOPED_TRACE(tag);
+    EXPECT_EQ(WindowsLanguageIds().count(tag), 1u);
+    const bool rightToLeft = tag == "ar" || tag == "he";
+    EXPECT_EQ(present, rightToLeft ? withoutPaperTypes : all);
+    if (rightToLeft) {  // 267 and 268 stay in English there
+      EXPECT_EQ(table.at({tag, 267}), "Thicker Paper");
+      EXPECT_EQ(table.at({tag, 268}), "Tranparency");
+    } else if (tag != "en") {  // translated: the halftone names never stay English
+      EXPECT_NE(table.at({tag, 270}), "Erorr Diffusion");
+      EXPECT_NE(table.at({tag, 266}), "Halftone Settings");
+    }
+  }
+}
+
+// Well-formed PPD: "*"-lines of at most 255 bytes, the language list, and one translation per
+// keyword whose display text has an id, equal to the table's text.
+TEST(Strings, PpdFragmentIsWellFormedAndMatchesTheTable) {
+  const auto table = ReadStringsTable(kTable);
+  const std::map<std::string, int> keywordIds = {
+      {"Translation ColorModel", 1030}, {"ColorModel RGB", 1031},        {"ColorModel Gray", 1032},
+      {"Translation InkweaveHalftone", 266}, {"InkweaveHalftone Dither", 269}, {"InkweaveHalftone Diffusion", 270},
+      {"MediaType Plain", 1000},        {"MediaType Inkjet", 1001},      {"MediaType Glossy", 1002},
+      {"MediaType Photo", 1003},        {"InkweaveHighRes HighRes600", 271}, {"InkweaveHighRes Print1200", 272},
+  };
+  const std::regex translation(R"(\*([A-Za-z_]+)\.([A-Za-z]+) ([A-Za-z0-9]+)/([^:/"]+): "")");
+
+  std::istringstream lines(ReadFile(kPpdFragment));
+  std::string line;
+  std::string languages;
+  std::map<std::string, int> perLanguage;
+  int checked = 0;
+  while (std::getline(lines, line)) {
+    SCOPED_TRACE(line);
+    ASSERT_FALSE(line.empty());
+    EXPECT_EQ(line[0], '*');
+    EXPECT_LE(line.size(), 255u);
+    if (line.rfind("*%", 0) == 0) continue;
+    if (line.rfind("*cupsLanguages: ", 0) == 0) {
+      languages = line;
+      continue;
+    }
+    std::smatch m;
+    ASSERT_TRUE(std::regex_match(line, m, translation));
+    const std::string tag = m[1];
+    const auto id = keywordIds.find(m[2].str() + " " + m[3].str());
+    ASSERT_NE(id, keywordIds.end());
+    EXPECT_EQ(m[4].str(), table.at({tag, id->second}));
+    ++perLanguage[tag];
+    ++checked;
+  }
+  EXPECT_EQ(languages,
+            "*cupsLanguages: \"ar zh_TW cs da de el fi fr he hu it ja ko nl no pl pt_BR ru sv tr zh_CN pt es\"");
+  ASSERT_EQ(perLanguage.size(), 23u);
+  for (const auto& [tag, count] : perLanguage) EXPECT_EQ(count, tag == "ar" || tag == "he" ? 8 : 12) << tag;
+  EXPECT_EQ(checked, 21 * 12 + 2 * 8);
+}
+
+TEST(Strings, GeneratorRefusesTablesItCannotCarry) {
+  TempDir dir;
+  ASSERT_FALSE(dir.Path().empty());
+  const std::string good = ReadFile(kTable);
+  auto replaced = [&good](const std::string& from, const std::string& to) {
+    std::string text = good;
+    const std::size_t at = text.find(from);
+    EXPECT_NE(at, std::string::npos) << from;
+    return at == std::string::npos ? text : text.replace(at, from.size(), to);
+  };
+  const std::vector<std::pair<std::string, std::string>> bad = {
+      {"missing id", replaced("de\t258\tStufe 2\n", "")},
+      {"id twice", replaced("de\t258\tStufe 2\n", "de\t258\tStufe 2\nde\t258\tStufe 2\n")},
+      {"unknown id", replaced("de\t258\t", "de\t273\t")},
+      {"unknown language", replaced("de\t258\t", "xx\t258\t")},
+      {"paper type in Arabic", good + "ar\t1000\tx\n"},
+      {"colon", replaced("Stufe 2", "Stufe: 2")},
+      {"quote", replaced("Stufe 2", "Stufe \"2\"")},
+      {"padded", replaced("Stufe 2", "Stufe 2 ")},
+      {"two fields", replaced("de\t258\tStufe 2", "de\t258")},
+      {"no header", replaced("lang\tid\ttext\n", "")},
+  };
+  for (const auto& [what, text] : bad) {
+    const fs::path table = dir.Path() / "bad.tsv";
+    std::ofstream(table, std::ios::binary) << text;
+    EXPECT_NE(Generate(table, dir.Path() / "bad.rc", dir.Path() / "bad.ppd"), 0) << what;
+    EXPECT_FALSE(fs::exists(dir.Path() / "bad.rc")) << what;
+  }
+}
+
+}  // namespace

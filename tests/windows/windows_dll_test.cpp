@@ -1,0 +1,261 @@
+// The Windows build (./build-windows.sh → build-win/): the DLL exports exactly its two entry points
+// and needs nothing beyond system DLLs; and under Wine, inkweave-hosttest.exe driving inkweave.dll
+// gets the same answers and byte-identical streams as the same probes and jobs through
+// libinkweave.so here, and reads back every string resource of the table in its language.
+//
+// Skipped, saying why, when the cross build, the MinGW objdump or wine64 is missing. The build
+// directory can be moved with INKWEAVE_WINDOWS_BUILD.
+#include <gtest/gtest.h>
+#include <stdio.h>
+#include <stdlib.h>
+
+#include <cctype>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "host/host.h"
+#include "tests/windows/strings_table.h"
+#include "windows/hosttest/jobs.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace inkweave;
+
+fs::path WindowsBuild() {
+  const char* moved = std::getenv("INKWEAVE_WINDOWS_BUILD");
+  return moved && *moved ? fs::path(moved) : fs::path(INKWEAVE_SOURCE_DIR) / "build-win";
+}
+
+// The first of the candidates that exists (a bare name is looked up in PATH); empty when none.
+fs::path FindProgram(std::initializer_list<const char*> candidates) {
+  const char* path = std::getenv("PATH");
+  for (const char* candidate : candidates) {
+    const fs::path program(candidate);
+    if (program.is_absolute()) {
+      if (fs::exists(program)) return program;
+      continue;
+    }
+    std::istringstream dirs(path ? path : "");
+    for (std::string dir; std::getline(dirs, dir, ':');)
+      if (!dir.empty() && fs::exists(fs::path(dir) / program)) return fs::path(dir) / program;
+  }
+  return {};
+}
+
+// Runs a shell command; answers its output (stdout and stderr) and sets *status to its exit status.
+std::string RunShell(const std::string& command, int* status) {
+  std::string output;
+  FILE* pipe = popen((command + " 2>&1").c_str(), "r");
+  if (!pipe) {
+    *status = -1;
+    return output;
+  }
+  char buffer[4096];
+  for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) output.append(buffer, n);
+  const int raw = pclose(pipe);
+  *status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+  return output;
+}
+
+std::string Quote(const fs::path& path) { return "'" + path.string() + "'"; }
+
+std::vector<std::string> Lines(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  return lines;
+}
+
+std::vector<std::uint8_t> ReadBytes(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::vector<std::uint8_t>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+std::string Lower(std::string text) {
+  for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return text;
+}
+
+// What objdump -p says a PE file imports and exports.
+struct PeTables {
+  std::set<std::string> Imports;  // DLL names, lower case
+  std::set<std::string> Exports;
+};
+
+PeTables ReadPeTables(const fs::path& objdump, const fs::path& file, std::string* error) {
+  PeTables tables;
+  int status = 0;
+  const std::string dump = RunShell(Quote(objdump) + " -p " + Quote(file), &status);
+  if (status != 0) {
+    *error = dump;
+    return tables;
+  }
+  std::istringstream lines(dump);
+  bool inNames = false;
+  for (std::string line; std::getline(lines, line);) {
+    const std::size_t dll = line.find("DLL Name: ");
+    if (dll != std::string::npos) tables.Imports.insert(Lower(line.substr(dll + 10)));
+    if (line.rfind("[Ordinal/Name Pointer] Table", 0) == 0) {
+      inNames = true;
+      continue;
+    }
+    if (inNames) {
+      const std::size_t close = line.find("] ");
+      if (line.empty() || close == std::string::npos) {
+        inNames = false;
+        continue;
+      }
+      tables.Exports.insert(line.substr(close + 2));
+    }
+  }
+  return tables;
+}
+
+bool IsSystemDll(const std::string& name) {
+  static const std::set<std::string> kSystem = {"kernel32.dll", "msvcrt.dll", "ucrtbase.dll", "user32.dll"};
+  return kSystem.count(name) == 1 || name.rfind("api-ms-win-crt-", 0) == 0;
+}
+
+TEST(WindowsDll, ExportsTwoEntryPointsAndNeedsOnlySystemDlls) {
+  const fs::path dll = WindowsBuild() / "inkweave.dll";
+  const fs::path exe = WindowsBuild() / "inkweave-hosttest.exe";
+  if (!fs::exists(dll)) GTEST_SKIP() << "no Windows build at " << dll << ": run ./build-windows.sh";
+  const fs::path objdump = FindProgram({"x86_64-w64-mingw32-objdump"});
+  if (objdump.empty()) GTEST_SKIP() << "x86_64-w64-mingw32-objdump not found: ./scripts/install-deps.sh windows";
+
+  std::string error;
+  const PeTables tables = ReadPeTables(objdump, dll, &error);
+  ASSERT_TRUE(error.empty()) << error;
+  EXPECT_EQ(tables.Exports, (std::set<std::string>{"DllCanUnloadNow", "DllGetClassObject"}));
+  EXPECT_TRUE(tables.Imports.count("kernel32.dll"));
+  for (const std::string& name : tables.Imports) {
+    EXPECT_TRUE(IsSystemDll(name) && name != "user32.dll") << "inkweave.dll needs " << name;
+  }
+
+  // The host test program is as self-contained (it also reads strings through USER32).
+  if (fs::exists(exe)) {
+    const PeTables program = ReadPeTables(objdump, exe, &error);
+    for (const std::string& name : program.Imports) EXPECT_TRUE(IsSystemDll(name)) << "the host test needs " << name;
+  }
+}
+
+class TempDir {
+ public:
+  TempDir() {
+    std::string pattern = (fs::temp_directory_path() / "inkweave-wine-XXXXXX").string();
+    path_ = mkdtemp(pattern.data()) ? pattern : std::string();
+  }
+  ~TempDir() {
+    std::error_code ignored;
+    if (!path_.empty()) fs::remove_all(path_, ignored);
+  }
+  const fs::path& Path() const { return path_; }
+
+ private:
+  fs::path path_;
+};
+
+// The Windows name of a local file under Wine's Z: drive.
+std::string WinePath(const fs::path& path) {
+  std::string name = "Z:" + fs::absolute(path).string();
+  for (char& c : name)
+    if (c == '/') c = '\\';
+  return name;
+}
+
+std::string FirstDifference(const std::vector<std::uint8_t>& a, const std::vector<std::uint8_t>& b) {
+  std::size_t at = 0;
+  while (at < a.size() && at < b.size() && a[at] == b[at]) ++at;
+  return "sizes " + std::to_string(a.size()) + " and " + std::to_string(b.size()) + ", first difference at byte " +
+         std::to_string(at);
+}
+
+TEST(WindowsDll, UnderWineAnswersAndWritesAsTheLinuxLibrary) {
+  const fs::path dll = WindowsBuild() / "inkweave.dll";
+  const fs::path exe = WindowsBuild() / "inkweave-hosttest.exe";
+  if (!fs::exists(dll) || !fs::exists(exe))
+    GTEST_SKIP() << "no Windows build at " << WindowsBuild() << ": run ./build-windows.sh";
+  const fs::path wine = FindProgram({"wine64", "/usr/lib/wine/wine64", "wine"});
+  if (wine.empty()) GTEST_SKIP() << "wine64 not found: ./scripts/install-deps.sh windows";
+  const fs::path wineserver = FindProgram({"wineserver64", "/usr/lib/wine/wineserver64", "wineserver"});
+
+  // A fresh, headless Wine prefix of our own.
+  TempDir temp;
+  ASSERT_FALSE(temp.Path().empty());
+  const fs::path out = temp.Path() / "out";
+  fs::create_directory(out);
+  const std::string env = "env -u DISPLAY -u WAYLAND_DISPLAY WINEPREFIX=" + Quote(temp.Path() / "prefix") +
+                          " WINEDEBUG=-all WINEDLLOVERRIDES='mscoree,mshtml=' LC_ALL=C LANG=C ";
+  int status = 0;
+  const auto start = std::chrono::steady_clock::now();
+  std::string log = RunShell(env + Quote(wine) + " wineboot --init", &status);
+  const auto booted = std::chrono::steady_clock::now();
+  ASSERT_EQ(status, 0) << "wineboot --init failed:\n" << log;
+  log = RunShell(env + Quote(wine) + " " + Quote(exe) + " '" + WinePath(dll) + "' '" + WinePath(out) + "'", &status);
+  const auto ran = std::chrono::steady_clock::now();
+  if (!wineserver.empty()) RunShell(env + Quote(wineserver) + " -k", &status);
+  using seconds = std::chrono::duration<double>;
+  std::cout << "wineboot --init " << seconds(booted - start).count() << " s, inkweave-hosttest "
+            << seconds(ran - booted).count() << " s\n";
+  const std::vector<std::string> report = Lines(out / "report.txt");
+  ASSERT_FALSE(report.empty()) << "inkweave-hosttest wrote no report:\n" << log;
+
+  std::vector<std::string> probes, jobs, strings, loaded;
+  for (const std::string& line : report) {
+    const std::size_t space = line.find(' ');
+    const std::string kind = line.substr(0, space), rest = line.substr(space + 1);
+    if (kind == "probe") probes.push_back(rest);
+    if (kind == "job") jobs.push_back(line);
+    if (kind == "string") strings.push_back(rest);
+    if (kind == "loadstring") loaded.push_back(rest);
+  }
+
+  // The same probes and jobs through the Linux shared object.
+  std::string error;
+  const auto library = host::PluginLibrary::Open(INKWEAVE_PLUGIN_PATH, &error);
+  ASSERT_TRUE(library) << error;
+  EXPECT_EQ(probes, hosttest::ProbeObjects(library->Entry()));
+
+  const std::vector<hosttest::Job> list = hosttest::StandardJobs();
+  ASSERT_EQ(jobs.size(), list.size()) << log;
+  for (std::size_t i = 0; i < list.size(); ++i) {
+    SCOPED_TRACE(list[i].Name);
+    const hosttest::JobResult onLinux = hosttest::RunJob(library->Entry(), list[i]);
+    const std::vector<std::uint8_t> windows = ReadBytes(out / (list[i].Name + ".bin"));
+    EXPECT_GT(onLinux.Stream.size(), 10000u);
+    EXPECT_TRUE(windows == onLinux.Stream)
+        << FirstDifference(windows, onLinux.Stream) << " (run ./build-windows.sh if the sources changed since)";
+    EXPECT_EQ(jobs[i], hosttest::JobLine(list[i], onLinux));
+  }
+
+  // Every string resource, in its language, is the table's; nothing more.
+  std::vector<std::string> expected;
+  const auto table = inkweave::testing::ReadStringsTable(std::string(INKWEAVE_SOURCE_DIR) + "/locale/strings.tsv");
+  std::map<std::pair<std::uint16_t, int>, std::string> ordered;
+  for (const auto& [key, text] : table) ordered[{inkweave::testing::WindowsLanguageIds().at(key.first), key.second}] = text;
+  char prefix[32];
+  for (const auto& [key, text] : ordered) {
+    std::snprintf(prefix, sizeof prefix, "%04X %d ", key.first, key.second);
+    expected.push_back(prefix + text);
+  }
+  EXPECT_EQ(strings.size(), 22u * 23u + 2u * 19u);
+  EXPECT_EQ(strings, expected);
+
+  // LoadStringW in Wine's English (C locale) answers the English texts.
+  ASSERT_FALSE(loaded.empty());
+  for (const std::string& line : loaded) {
+    const std::size_t space = line.find(' ');
+    EXPECT_EQ(line.substr(space + 1), table.at({"en", std::stoi(line.substr(0, space))})) << line;
+  }
+}
+
+}  // namespace
