@@ -8,6 +8,8 @@ cd "$(dirname "$0")"
 
 jobs=$(nproc 2>/dev/null || echo 2)
 
+./build-windows.sh  # the Windows DLL and its host test, run under Wine by tests/windows
+
 echo "== build and test (build/)"
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DINKWEAVE_BENCH=ON >/dev/null
 cmake --build build -j "$jobs"
