@@ -135,6 +135,13 @@ TEST(PrintJob, GeometryErrors) {
   const Bytes odd = OnePage("01 01", "00", "05", Feed(280) + MonoPass({{}, Hex("80")}));
   EXPECT_NE(MustFail(odd, {3}).Message.find("odd nozzle"), std::string::npos);
   EXPECT_EQ(MustPrint(odd).size(), 1u);  // the same stream read as mode 2
+  // Page width and row length are capped.
+  const Bytes wide = OnePage("01 01", "00", "05", Feed(280) + RawRow(Bytes(1282, 0x80)));
+  EXPECT_NE(MustFail(wide).Message.find("wider than the 10240-dot page limit"), std::string::npos);
+  Bytes longCodes;
+  for (int i = 0; i < 21; ++i) longCodes = longCodes + Hex("FF 00 00 00 00");
+  const Bytes tooLong = OnePage("01 01", "00", "05", Feed(280) + Coded(longCodes));
+  EXPECT_NE(MustFail(tooLong).Message.find("beyond the 2560-byte row limit"), std::string::npos);
 }
 
 TEST(PrintJob, TwoBitDotsAndColourPlanes) {
