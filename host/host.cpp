@@ -174,6 +174,12 @@ ULONG HostSession::Unload() {
   return count;
 }
 
+void SelectModes(HostSession& session, bool diffusion, bool highResolution, DWORD media) {
+  if (highResolution) session.Command(kCallbackHighResolution);
+  session.Command(diffusion ? kCallbackErrorDiffusion : kCallbackDither);
+  if (media) session.Command(media);
+}
+
 // ---------------------------------------------------------------------------------------------------
 // Pages
 // ---------------------------------------------------------------------------------------------------

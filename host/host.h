@@ -160,4 +160,10 @@ struct PageResult {
 PageResult PrintPage(HostSession& session, const PageSource& source, std::int32_t bandHeight,
                      const std::function<void(int band, int bands)>& onBand = {});
 
+// Sends the device-setting selections in the order that reaches every mode: the high-resolution
+// command first (a monochrome device reaches the high-resolution mode only from the unmarked 600 dpi
+// mode, before a halftone selection has added its monochrome bit), then the halftone, then the media
+// (kCallbackMediaPlain..kCallbackMediaPhoto; 0 sends none).
+void SelectModes(HostSession& session, bool diffusion, bool highResolution, DWORD media = 0);
+
 }  // namespace inkweave::host

@@ -201,10 +201,7 @@ JobResult RunJob(const host::PluginEntry& entry, const JobConfig& config, const 
     const int portraitWidth = config.landscape ? image.height : image.width;
     const int portraitHeight = config.landscape ? image.width : image.height;
     EXPECT_EQ(session.Enable(SetupFor(config, portraitWidth, portraitHeight)), S_OK);
-    // The resolution selection comes before the halftone one: a monochrome device reaches the
-    // high-resolution mode only from the unmarked 600 dpi mode.
-    if (config.highRes) session.Command(host::kCallbackHighResolution);
-    session.Command(config.halftone == Halftone::kDither ? host::kCallbackDither : host::kCallbackErrorDiffusion);
+    host::SelectModes(session, config.halftone == Halftone::kDiffusion, config.highRes);
     session.Command(host::kCallbackJobStart);
     const std::uint64_t heapBefore = detail::GlobalAllocationCount() + detail::LocalAllocationCount();
     for (int page = 0; page < pages; ++page) {
