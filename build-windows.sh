@@ -18,5 +18,5 @@ echo "== Windows x64 build (build-win/)"
 cmake -S windows -B build-win -G Ninja -DCMAKE_BUILD_TYPE=Release \
   -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/mingw-w64-x86_64.cmake" >/dev/null
 cmake --build build-win -j "$jobs"
-echo "build-win/inkweave.dll"
+echo "build-win/inkweave.dll, build-win/driver/ (the driver package)"
 echo "build-win/inkweave-hosttest.exe"

@@ -148,6 +148,15 @@ TEST(WindowsDll, ExportsTwoEntryPointsAndNeedsOnlySystemDlls) {
   }
 }
 
+TEST(WindowsDll, DriverPackageHoldsTheCurrentFiles) {
+  const fs::path package = WindowsBuild() / "driver";
+  if (!fs::exists(package)) GTEST_SKIP() << "no Windows build at " << WindowsBuild() << ": run ./build-windows.sh";
+  const fs::path sources = fs::path(INKWEAVE_SOURCE_DIR) / "windows" / "driver";
+  for (const char* file : {"inkweave.inf", "inkweave.gpd", "inkweave.ini"})
+    EXPECT_TRUE(ReadBytes(package / file) == ReadBytes(sources / file)) << file << ": run ./build-windows.sh";
+  EXPECT_TRUE(ReadBytes(package / "inkweave.dll") == ReadBytes(WindowsBuild() / "inkweave.dll"));
+}
+
 class TempDir {
  public:
   TempDir() {
