@@ -165,15 +165,16 @@ TEST_F(Gpd, WiresEveryCallbackButThirteen) {
 }
 
 // The job start writes the mode settings from the selections, so they all come first; the high-
-// resolution mode reads the halftone method, so it follows it.
+// resolution command precedes the halftone one (a monochrome device reaches the high-resolution mode
+// only before the halftone selection has added the monochrome bit).
 TEST_F(Gpd, SelectionsPrecedeTheJobStart) {
   const int jobStart = OrderIn(callbacks_[22].Order, "JOB_SETUP");
   for (const auto& [id, where] : callbacks_) {
     if (where.Command != "CmdSelect") continue;
     EXPECT_LT(OrderIn(where.Order, "JOB_SETUP"), jobStart) << "callback " << id;
   }
-  EXPECT_LT(OrderIn(callbacks_[11].Order, "JOB_SETUP"), OrderIn(callbacks_[14].Order, "JOB_SETUP"));
-  EXPECT_LT(OrderIn(callbacks_[12].Order, "JOB_SETUP"), OrderIn(callbacks_[14].Order, "JOB_SETUP"));
+  EXPECT_LT(OrderIn(callbacks_[14].Order, "JOB_SETUP"), OrderIn(callbacks_[11].Order, "JOB_SETUP"));
+  EXPECT_LT(OrderIn(callbacks_[14].Order, "JOB_SETUP"), OrderIn(callbacks_[12].Order, "JOB_SETUP"));
 }
 
 TEST_F(Gpd, NamesEveryStringOfThePluginAndNoOther) {

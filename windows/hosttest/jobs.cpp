@@ -43,8 +43,9 @@ Job MakeJob(std::string name, const Geometry& geometry, const Mode& mode, int pa
   job.Setup.Landscape = mode.Landscape;
   job.Setup.PageWidth = geometry.Width;
   job.Setup.PageHeight = geometry.Height;
-  job.Selections = {mode.Diffusion ? host::kCallbackErrorDiffusion : host::kCallbackDither, mode.Media};
-  if (mode.HighRes) job.Selections.push_back(host::kCallbackHighResolution);
+  job.Diffusion = mode.Diffusion;
+  job.HighRes = mode.HighRes;
+  job.Media = mode.Media;
   job.Pages = pages;
   return job;
 }
@@ -81,7 +82,7 @@ std::vector<Job> StandardJobs() {
 
   // An envelope, with the selections that are only recorded (density, thickness, sleep time, 19).
   Job envelope = MakeJob("300-color-dither-plain-dl-envelope", kDlAt300, {true, false, kCallbackMediaPlain, false, false});
-  envelope.Selections.insert(envelope.Selections.begin(), {0, 3, 7, 19, 13});
+  envelope.Recorded = {0, 3, 7, 19, 13};
   jobs.push_back(envelope);
 
   // Gray bands (8 bits a pixel) on a monochrome device.
@@ -155,7 +156,8 @@ JobResult RunJob(const host::PluginEntry& entry, const Job& job) {
   note(session.Load());
   if (result.Status == S_OK) note(session.Enable(job.Setup));
   if (result.Status == S_OK) {
-    for (DWORD selection : job.Selections) note(session.Command(selection));
+    for (DWORD selection : job.Recorded) note(session.Command(selection));
+    host::SelectModes(session, job.Diffusion, job.HighRes, job.Media);
     note(session.Command(host::kCallbackJobStart));
 
     // The host's surface: the landscape page in landscape.
@@ -193,6 +195,14 @@ JobResult RunJob(const host::PluginEntry& entry, const Job& job) {
   result.Writes = session.Spool().WriteCount();
   for (const host::SpoolWrite& write : session.Spool().Writes()) result.AbortWrites += write.Abort ? 1 : 0;
   return result;
+}
+
+std::string JobLine(const Job& job, const JobResult& result) {
+  char line[256];
+  std::snprintf(line, sizeof line, "job %s %08X %zu %u %u %d", job.Name.c_str(), static_cast<unsigned>(result.Status),
+                result.Stream.size(), static_cast<unsigned>(result.Writes), static_cast<unsigned>(result.AbortWrites),
+                result.Bands);
+  return line;
 }
 
 namespace {

@@ -16,7 +16,10 @@ namespace inkweave::hosttest {
 struct Job {
   std::string Name;                // file name of the job's stream, without extension
   host::DeviceSetup Setup;         // paper, quality, colour, orientation, page size (portrait dots)
-  std::vector<DWORD> Selections;   // callbacks sent before the job start (halftone, media, high resolution, ...)
+  bool Diffusion = false;          // error diffusion (12), else dither (11)
+  bool HighRes = false;            // the high-resolution mode (14)
+  DWORD Media = host::kCallbackMediaPlain;  // 15..18
+  std::vector<DWORD> Recorded;     // selections the plug-in only records (0-10, 19), sent first
   int Pages = 1;
   std::int32_t BandHeight = 64;    // rows (columns in landscape)
   std::uint16_t BitsPerPixel = 24; // 24 or 8 (gray)
@@ -38,6 +41,9 @@ struct JobResult {
   std::uint32_t AbortWrites = 0;
   int Bands = 0;
 };
+
+// The report line of a job: "job <name> <status> <bytes> <writes> <abort writes> <bands>".
+std::string JobLine(const Job& job, const JobResult& result);
 
 // Runs one job through a fresh plug-in object of the library: load, enable, selections, job start,
 // pages, job end, disable, unload.
