@@ -258,6 +258,7 @@ std::variant<PagePlan, std::string> PlanPage(const cups_page_header2_t& header, 
     else
       plan.Warnings.push_back(Format("High resolution needs a 600 dpi raster; printing at %u dpi without it", dpi));
   }
+  plan.BandBits = plan.Channels == 1 && plan.Method == Halftone::Dither && !plan.HighResolution ? 8 : 24;
   return plan;
 }
 

@@ -52,6 +52,10 @@ struct PagePlan {
   std::uint32_t RasterHeight = 0;   // pixels
   std::uint32_t BytesPerLine = 0;   // bytes
   int Channels = 3;                 // 3 RGB, 1 gray
+  // Bits per pixel of the bands handed to the plug-in: 24 for RGB; for gray, 8 under dither (the gray
+  // renderer) but 24 (R = G = B) whenever error diffusion runs (diffusion, or high resolution, which
+  // always diffuses): the diffusion renderers read three bytes per pixel whatever the band's depth.
+  std::uint16_t BandBits = 24;
   bool InvertGray = false;          // K: 0 is white
   std::int64_t OffsetX = 0;         // raster column of the printable area's left edge, pixels
   std::int64_t OffsetY = 0;         // raster row of the printable area's top edge, pixels

@@ -44,11 +44,14 @@ extern "C" void OnTerminate(int) { gCanceled = 1; }
 
 // ---------------------------------------------------------------------------------------------------
 // Input: the raster stream, read through a callback that counts what it delivers, so that a stream
-// cut inside a page header can be told from a stream that simply ends.
+// cut inside a page header, or a header libcups refuses, can be told from a stream that simply ends.
+// (A compressed version-2 stream is read ahead by libcups: when it is cut inside the header that
+// follows a complete page, the cut can fall into what was already read and then reads as the end.)
 // ---------------------------------------------------------------------------------------------------
 struct Input {
   int Fd = 0;
   std::uint64_t Delivered = 0;  // bytes handed to libcups
+  bool Ended = false;           // the stream has ended
   int Error = 0;                // errno of a failed read
 };
 
@@ -58,6 +61,7 @@ extern "C" ssize_t ReadInput(void* context, unsigned char* buffer, size_t length
     const ssize_t got = read(input.Fd, buffer, length);
     if (got >= 0) {
       input.Delivered += static_cast<std::uint64_t>(got);
+      if (got == 0) input.Ended = true;
       return got;
     }
     if (errno == EINTR && !gCanceled) continue;
@@ -117,18 +121,24 @@ class PageReader {
     return true;
   }
 
+  // One raster row into a band row: the printable columns, gray inverted for K and spread to R = G = B
+  // for 24-bit bands.
   void CopyRow(std::uint8_t* dst, std::int32_t w) const {
     const int channels = plan_.Channels;
+    const int out = plan_.BandBits / 8;
     const std::int64_t first = std::max<std::int64_t>(0, -plan_.OffsetX);
     const std::int64_t last = std::min<std::int64_t>(w, static_cast<std::int64_t>(plan_.RasterWidth) - plan_.OffsetX);
     if (first >= last) return;
     const std::uint8_t* src = row_.data() + (plan_.OffsetX + first) * channels;
-    std::uint8_t* out = dst + first * channels;
-    const std::size_t bytes = static_cast<std::size_t>(last - first) * static_cast<std::size_t>(channels);
-    if (plan_.InvertGray) {
-      for (std::size_t i = 0; i < bytes; ++i) out[i] = static_cast<std::uint8_t>(255 - src[i]);
-    } else {
-      std::memcpy(out, src, bytes);
+    std::uint8_t* to = dst + first * out;
+    const std::size_t pixels = static_cast<std::size_t>(last - first);
+    if (channels == out && !plan_.InvertGray) {
+      std::memcpy(to, src, pixels * static_cast<std::size_t>(out));
+      return;
+    }
+    for (std::size_t i = 0; i < pixels; ++i) {
+      const std::uint8_t v = plan_.InvertGray ? static_cast<std::uint8_t>(255 - src[i]) : src[i];
+      for (int c = 0; c < out; ++c) to[i * out + c] = v;
     }
   }
 
@@ -277,8 +287,12 @@ int Run(int argc, char** argv) {
       if (input.Error) {
         std::fprintf(stderr, "ERROR: Unable to read the raster stream: %s\n", std::strerror(input.Error));
         status = 1;
-      } else if (input.Delivered != before) {
+      } else if (input.Delivered != before && input.Ended && input.Delivered - before < sizeof header) {
         std::fprintf(stderr, "ERROR: The raster stream ends inside the header of page %d\n", page + 1);
+        status = 1;
+      } else if (input.Delivered != before) {
+        std::fprintf(stderr, "ERROR: Page %d has an invalid raster header (sizes, depth or colours do not add up)\n",
+                     page + 1);
         status = 1;
       } else if (page == 0) {
         std::fprintf(stderr, "ERROR: No pages found in the raster stream\n");
@@ -321,7 +335,7 @@ int Run(int argc, char** argv) {
     host::PageSource source;
     source.Width = static_cast<std::int32_t>(plan.Setup.PageWidth);
     source.Height = static_cast<std::int32_t>(plan.Setup.PageHeight);
-    source.BitsPerPixel = plan.Channels == 3 ? 24 : 8;
+    source.BitsPerPixel = plan.BandBits;
     source.Render = [&](std::int32_t, std::int32_t y, std::int32_t w, std::int32_t h, std::uint8_t* dst,
                         std::size_t stride) {
       if (gCanceled || output.Failed) return false;

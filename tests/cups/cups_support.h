@@ -1,0 +1,229 @@
+// Shared by the CUPS tests: running a program with captured output, writing CUPS raster streams, and
+// reading a printer stream back through the decoder.
+#pragma once
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+#include <cups/raster.h>
+
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <variant>
+#include <vector>
+
+#include "decode/decoder.h"
+
+namespace inkweave::cupstest {
+
+namespace fs = std::filesystem;
+
+// A fresh directory under the build tree, removed with the object.
+class TempDir {
+ public:
+  explicit TempDir(const std::string& name) {
+    const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
+    path_ = fs::path(INKWEAVE_BINARY_DIR) / "tests-cups-tmp" /
+            (name + "-" + (info ? std::string(info->name()) : "x") + "-" + std::to_string(getpid()));
+    fs::remove_all(path_);
+    fs::create_directories(path_);
+  }
+  ~TempDir() { fs::remove_all(path_); }
+  const fs::path& Path() const { return path_; }
+  fs::path operator/(const std::string& name) const { return path_ / name; }
+
+ private:
+  fs::path path_;
+};
+
+inline std::string ReadFile(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+struct RunResult {
+  int ExitCode = -1;  // -1 when killed by a signal
+  int Signal = 0;
+  std::string Out;
+  std::string Err;
+};
+
+// Runs argv with stdin from `input` (empty: /dev/null), environment `env` added to ours. Kills the
+// program after `timeout`. `whileRunning`, when given, is called with the child's pid once started.
+inline RunResult RunProgram(const std::vector<std::string>& argv, const fs::path& input, const fs::path& scratch,
+                     const std::vector<std::string>& env = {},
+                     const std::function<void(pid_t)>& whileRunning = {}, int timeoutSeconds = 240) {
+  const fs::path out = scratch / "stdout", err = scratch / "stderr";
+  const pid_t pid = fork();
+  if (pid == 0) {
+    const int in = open(input.empty() ? "/dev/null" : input.c_str(), O_RDONLY);
+    const int o = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    const int e = open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    if (in < 0 || o < 0 || e < 0) _exit(126);
+    dup2(in, 0);
+    dup2(o, 1);
+    dup2(e, 2);
+    for (const std::string& v : env) putenv(const_cast<char*>(v.c_str()));
+    std::vector<char*> args;
+    for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
+    args.push_back(nullptr);
+    execv(args[0], args.data());
+    _exit(127);
+  }
+  RunResult result;
+  if (pid < 0) return result;
+  if (whileRunning) whileRunning(pid);
+  int status = 0;
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(timeoutSeconds);
+  while (waitpid(pid, &status, WNOHANG) == 0) {
+    if (std::chrono::steady_clock::now() > deadline) {
+      kill(pid, SIGKILL);
+      waitpid(pid, &status, 0);
+      ADD_FAILURE() << argv[0] << " hung and was killed";
+      break;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  if (WIFEXITED(status)) result.ExitCode = WEXITSTATUS(status);
+  if (WIFSIGNALED(status)) result.Signal = WTERMSIG(status);
+  result.Out = ReadFile(out);
+  result.Err = ReadFile(err);
+  return result;
+}
+
+// A page of a raster stream: its header and the colour of each pixel (R, G, B or one gray byte).
+struct RasterPage {
+  cups_page_header2_t Header{};
+  std::function<void(unsigned x, unsigned y, std::uint8_t* pixel)> Pixel;
+};
+
+// An 8-bit page header of the given size, resolution and colour space (chunked).
+inline cups_page_header2_t PageHeader(unsigned width, unsigned height, unsigned dpi, cups_cspace_t space,
+                                      double pageWidthPt = 0, double pageHeightPt = 0) {
+  cups_page_header2_t h{};
+  const unsigned channels = (space == CUPS_CSPACE_RGB || space == CUPS_CSPACE_SRGB) ? 3 : 1;
+  h.HWResolution[0] = h.HWResolution[1] = dpi;
+  h.cupsWidth = width;
+  h.cupsHeight = height;
+  h.cupsBitsPerColor = 8;
+  h.cupsBitsPerPixel = 8 * channels;
+  h.cupsBytesPerLine = width * channels;
+  h.cupsColorSpace = space;
+  h.cupsColorOrder = CUPS_ORDER_CHUNKED;
+  h.cupsNumColors = channels;
+  h.PageSize[0] = static_cast<unsigned>(pageWidthPt > 0 ? pageWidthPt : width * 72.0 / dpi);
+  h.PageSize[1] = static_cast<unsigned>(pageHeightPt > 0 ? pageHeightPt : height * 72.0 / dpi);
+  h.cupsPageSize[0] = static_cast<float>(pageWidthPt > 0 ? pageWidthPt : width * 72.0 / dpi);
+  h.cupsPageSize[1] = static_cast<float>(pageHeightPt > 0 ? pageHeightPt : height * 72.0 / dpi);
+  return h;
+}
+
+inline std::vector<std::uint8_t> PageRow(const RasterPage& page, unsigned y) {
+  std::vector<std::uint8_t> row(page.Header.cupsBytesPerLine);
+  const unsigned channels = page.Header.cupsBitsPerPixel / 8;
+  for (unsigned x = 0; x < page.Header.cupsWidth; ++x) page.Pixel(x, y, row.data() + x * channels);
+  return row;
+}
+
+// Version 1 ("RaSt" in the writer's byte order): the version-1 part of the page header
+// (cups_page_header_t), then the rows uncompressed. libcups writes only versions 2 and 3, so this one
+// is written by hand.
+inline void WriteRasterV1(const fs::path& path, const std::vector<RasterPage>& pages) {
+  std::ofstream out(path, std::ios::binary);
+  const std::uint32_t sync = CUPS_RASTER_SYNCv1;
+  out.write(reinterpret_cast<const char*>(&sync), sizeof sync);
+  for (const RasterPage& page : pages) {
+    out.write(reinterpret_cast<const char*>(&page.Header), sizeof(cups_page_header_t));
+    for (unsigned y = 0; y < page.Header.cupsHeight; ++y) {
+      const auto row = PageRow(page, y);
+      out.write(reinterpret_cast<const char*>(row.data()), static_cast<std::streamsize>(row.size()));
+    }
+  }
+}
+
+// Version 3 (CUPS_RASTER_WRITE) or 2 (CUPS_RASTER_WRITE_COMPRESSED) through libcups.
+inline void WriteRaster(const fs::path& path, cups_mode_t mode, const std::vector<RasterPage>& pages) {
+  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  ASSERT_GE(fd, 0);
+  cups_raster_t* raster = cupsRasterOpen(fd, mode);
+  ASSERT_NE(raster, nullptr);
+  for (const RasterPage& page : pages) {
+    cups_page_header2_t header = page.Header;
+    ASSERT_TRUE(cupsRasterWriteHeader2(raster, &header));
+    for (unsigned y = 0; y < page.Header.cupsHeight; ++y) {
+      auto row = PageRow(page, y);
+      ASSERT_EQ(cupsRasterWritePixels(raster, row.data(), static_cast<unsigned>(row.size())), row.size());
+    }
+  }
+  cupsRasterClose(raster);
+  close(fd);
+}
+
+// The printer stream put on paper by the decoder.
+inline std::vector<decode::PrintedPage> Print(const std::string& stream, decode::Job* jobOut = nullptr) {
+  const auto* bytes = reinterpret_cast<const std::uint8_t*>(stream.data());
+  auto parsed = decode::ParseJob({bytes, stream.size()});
+  if (auto* error = std::get_if<decode::Error>(&parsed)) {
+    ADD_FAILURE() << "stream does not parse at byte " << error->Offset << ": " << error->Message;
+    return {};
+  }
+  auto printed = decode::PrintJob(std::get<decode::Job>(parsed));
+  if (auto* error = std::get_if<decode::Error>(&printed)) {
+    ADD_FAILURE() << "stream does not print at byte " << error->Offset << ": " << error->Message;
+    return {};
+  }
+  if (jobOut) *jobOut = std::get<decode::Job>(parsed);
+  return std::get<std::vector<decode::PrintedPage>>(printed);
+}
+
+// Box of the dots inked in any of the given planes (either bit of two-bit dots), in page dots; empty
+// (Left > Right) when there are none.
+struct Box {
+  int Left = 1 << 30, Top = 1 << 30, Right = -1, Bottom = -1;
+  bool Empty() const { return Left > Right; }
+};
+inline Box InkBox(const decode::PrintedPage& page, std::initializer_list<int> planes) {
+  Box box;
+  for (int plane : planes) {
+    for (const decode::BitPlane& bits : page.Bits[plane]) {
+      for (int y = 0; y < static_cast<int>(bits.Rows.size()); ++y) {
+        const auto& row = bits.Rows[y];
+        for (int i = 0; i < static_cast<int>(row.size()); ++i) {
+          for (int b = 0; b < 8; ++b) {
+            if (!(row[i] & (0x80 >> b))) continue;
+            box.Left = std::min(box.Left, i * 8 + b);
+            box.Right = std::max(box.Right, i * 8 + b);
+            box.Top = std::min(box.Top, y);
+            box.Bottom = std::max(box.Bottom, y);
+          }
+        }
+      }
+    }
+  }
+  return box;
+}
+
+// Every row of the inked box carries ink from exactly one head pass, and no row anywhere from two.
+// (Blank head rows may land twice, and passes over blank paper are fed over: only ink counts.)
+inline void ExpectRowsInkedOnce(const decode::PrintedPage& page, const Box& box) {
+  ASSERT_FALSE(box.Empty()) << "no ink on the page";
+  EXPECT_EQ(page.RowsInkedTwice, 0);
+  ASSERT_GT(static_cast<int>(page.InkCounts.size()), box.Bottom);
+  int wrong = 0, first = -1;
+  for (int r = box.Top; r <= box.Bottom; ++r)
+    if (page.InkCounts[r] != 1 && wrong++ == 0) first = r;
+  EXPECT_EQ(wrong, 0) << "rows of the box not inked exactly once, the first is row " << first;
+}
+
+}  // namespace inkweave::cupstest

@@ -1,0 +1,209 @@
+// The filter run as CUPS runs it, on hand-made raster streams: every raster version and pixel format,
+// odd widths, a change of device between pages, cancelling, and malformed input (each must give an
+// "ERROR:" line and a non-zero exit, never a crash or a hang). The printer stream is checked by the
+// decoder: pages, every row printed once, the ink where the raster put it.
+#include <sys/stat.h>
+
+#include "cups/page_plan.h"
+#include "host/papers.h"
+#include "tests/cups/cups_support.h"
+
+namespace inkweave::cupstest {
+namespace {
+
+const std::string kFilter = RASTERTOINKWEAVE_PATH;
+const std::string kPluginEnv = std::string("INKWEAVE_PLUGIN=") + INKWEAVE_PLUGIN_PATH;
+
+RunResult RunFilter(const TempDir& dir, const fs::path& raster, const std::vector<std::string>& env = {kPluginEnv},
+                    const std::string& options = "") {
+  return RunProgram({kFilter, "7", "user", "title", "1", options}, raster, dir.Path(), env);
+}
+
+// An A5 sheet at 150 dpi, one pixel narrower than the sheet so that rows are odd: white, with a
+// 100 x 80 pixel box of full ink at (left, top).
+constexpr unsigned kDpi = 150, kWidth = 873, kHeight = 1240;
+RasterPage BoxPage(cups_cspace_t space, unsigned left, unsigned top) {
+  RasterPage page{PageHeader(kWidth, kHeight, kDpi, space, 420, 595), {}};
+  page.Pixel = [=](unsigned x, unsigned y, std::uint8_t* p) {
+    const bool in = x >= left && x < left + 100 && y >= top && y < top + 80;
+    if (space == CUPS_CSPACE_RGB) {
+      p[0] = p[1] = in ? 0 : 255;  // blue
+      p[2] = 255;
+    } else {
+      p[0] = (space == CUPS_CSPACE_K) == in ? 255 : 0;  // K: 255 is full ink
+    }
+  };
+  return page;
+}
+
+// The box on the printed page sits where the raster put it, less the sheet's margins.
+void ExpectBox(const decode::PrintedPage& page, bool color, unsigned left, unsigned top) {
+  const host::PrintableArea area = host::PrintableAreaOf(*host::FindPaper("a5"), kDpi);
+  const Box box = color ? InkBox(page, {0, 1}) : InkBox(page, {3});
+  ExpectRowsInkedOnce(page, box);
+  const int x = static_cast<int>(left - area.Left), y = static_cast<int>(top - area.Top);
+  EXPECT_NEAR(box.Left, x, 2);
+  EXPECT_NEAR(box.Right, x + 99, 2);
+  EXPECT_NEAR(box.Top, y, 2);
+  EXPECT_NEAR(box.Bottom, y + 79, 2);
+  if (!color) {
+    EXPECT_TRUE(InkBox(page, {0, 1, 2}).Empty()) << "a gray page printed colour";
+  } else {
+    EXPECT_TRUE(InkBox(page, {3}).Empty() || InkBox(page, {3}).Left >= box.Left) << "ink outside the box";
+  }
+}
+
+TEST(Filter, ReadsEveryRasterVersionAndPixelFormat) {
+  for (const int version : {1, 2, 3}) {
+    for (const cups_cspace_t space : {CUPS_CSPACE_RGB, CUPS_CSPACE_W, CUPS_CSPACE_K}) {
+      SCOPED_TRACE("version " + std::to_string(version) + ", colour space " + std::to_string(space));
+      TempDir dir("formats");
+      const std::vector<RasterPage> pages = {BoxPage(space, 200, 300), BoxPage(space, 651, 1100)};
+      const fs::path raster = dir / "in.ras";
+      if (version == 1)
+        WriteRasterV1(raster, pages);
+      else
+        WriteRaster(raster, version == 2 ? CUPS_RASTER_WRITE_COMPRESSED : CUPS_RASTER_WRITE, pages);
+      // Version 2 runs under error diffusion (gray pages then go to the plug-in as 24-bit bands).
+      const RunResult run = RunFilter(dir, raster, {kPluginEnv}, version == 2 ? "InkweaveHalftone=Diffusion" : "");
+      ASSERT_EQ(run.ExitCode, 0) << run.Err;
+      EXPECT_NE(run.Err.find("PAGE: 1 1\n"), std::string::npos);
+      EXPECT_NE(run.Err.find("PAGE: 2 1\n"), std::string::npos);
+      decode::Job job;
+      const auto printed = Print(run.Out, &job);
+      ASSERT_EQ(printed.size(), 2u);
+      EXPECT_TRUE(job.Ended);
+      ExpectBox(printed[0], space == CUPS_CSPACE_RGB, 200, 300);
+      ExpectBox(printed[1], space == CUPS_CSPACE_RGB, 651, 1100);
+    }
+  }
+}
+
+TEST(Filter, OpensANewDeviceContextWhenAPageNeedsOtherSettings) {
+  TempDir dir("switch");
+  RasterPage a4 = BoxPage(CUPS_CSPACE_W, 0, 0);
+  a4.Header = PageHeader(2480, 3508, 300, CUPS_CSPACE_W, 595, 842);
+  WriteRaster(dir / "in.ras", CUPS_RASTER_WRITE, {BoxPage(CUPS_CSPACE_RGB, 200, 300), a4, a4});
+  const RunResult run = RunFilter(dir, dir / "in.ras");
+  ASSERT_EQ(run.ExitCode, 0) << run.Err;
+  EXPECT_NE(run.Err.find("page 2 needs a new device context"), std::string::npos);
+  EXPECT_EQ(run.Err.find("page 3 needs a new device context"), std::string::npos);
+  const auto printed = Print(run.Out);
+  ASSERT_EQ(printed.size(), 3u);
+  EXPECT_EQ(printed[0].Dpi, 150);
+  EXPECT_TRUE(printed[0].Color);
+  for (int i : {1, 2}) {
+    EXPECT_EQ(printed[i].Dpi, 300);
+    EXPECT_FALSE(printed[i].Color);
+    ExpectRowsInkedOnce(printed[i], InkBox(printed[i], {3}));
+  }
+}
+
+TEST(Filter, StopsAtABandOnSigtermAndEndsTheJob) {
+  TempDir dir("cancel");
+  const fs::path fifo = dir / "in.fifo";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  const RasterPage page = BoxPage(CUPS_CSPACE_RGB, 200, 300);
+  const RunResult run = RunProgram({kFilter, "7", "user", "title", "1", ""}, fifo, dir.Path(), {kPluginEnv}, [&](pid_t pid) {
+    const int fd = open(fifo.c_str(), O_WRONLY);
+    cups_raster_t* raster = cupsRasterOpen(fd, CUPS_RASTER_WRITE);
+    cups_page_header2_t header = page.Header;
+    cupsRasterWriteHeader2(raster, &header);
+    for (unsigned y = 0; y < 600; ++y) {
+      auto row = PageRow(page, y);
+      cupsRasterWritePixels(raster, row.data(), static_cast<unsigned>(row.size()));
+    }
+    // Wait for the job start on the output, then cancel while the filter waits for more rows.
+    for (int i = 0; i < 2000 && fs::file_size(dir / "stdout") == 0; ++i) usleep(5000);
+    usleep(100000);
+    kill(pid, SIGTERM);
+    usleep(100000);
+    cupsRasterClose(raster);
+    close(fd);
+  });
+  EXPECT_EQ(run.ExitCode, 0) << run.Err;
+  EXPECT_NE(run.Err.find("Job canceled"), std::string::npos) << run.Err;
+  EXPECT_EQ(run.Err.find("ERROR:"), std::string::npos) << run.Err;
+  decode::Job job;
+  const auto printed = Print(run.Out, &job);
+  EXPECT_EQ(printed.size(), 1u);
+  EXPECT_TRUE(job.Ended) << "no job end after the cancel";
+}
+
+// Malformed and unsupported input: a clear error and exit status 1.
+TEST(Filter, RefusesBadInputWithAClearError) {
+  struct Case {
+    std::string Name;
+    std::function<void(const fs::path&)> Write;
+    std::string Expect;
+  };
+  const auto header = [](auto change) {
+    return [change](const fs::path& path) {
+      RasterPage page = BoxPage(CUPS_CSPACE_RGB, 0, 0);
+      change(page.Header);
+      page.Header.cupsHeight = std::min(page.Header.cupsHeight, 4u);
+      WriteRasterV1(path, {page});
+    };
+  };
+  // The stream cut to `keep` bytes (counted from its end when negative).
+  const auto cut = [](cups_mode_t mode, int pages, std::intmax_t keep) {
+    return [=](const fs::path& path) {
+      WriteRaster(path, mode, std::vector<RasterPage>(pages, BoxPage(CUPS_CSPACE_RGB, 10, 10)));
+      const auto size = static_cast<std::intmax_t>(fs::file_size(path));
+      fs::resize_file(path, static_cast<std::uintmax_t>(keep < 0 ? size + keep : keep));
+    };
+  };
+  const std::intmax_t v3Page = 4 + sizeof(cups_page_header2_t) + std::intmax_t{kWidth} * 3 * kHeight;
+  const std::vector<Case> cases = {
+      {"empty", [](const fs::path& p) { std::ofstream{p}; }, "empty or not a CUPS raster stream"},
+      {"not raster", [](const fs::path& p) { std::ofstream{p} << "%PDF-1.4 hello"; }, "not a CUPS raster stream"},
+      {"header cut", cut(CUPS_RASTER_WRITE, 1, 500), "ends inside the header of page 1"},
+      {"second header cut", cut(CUPS_RASTER_WRITE, 2, v3Page + 300), "ends inside the header of page 2"},
+      {"page cut", cut(CUPS_RASTER_WRITE, 1, v3Page - 5000), "ends inside page 1"},
+      {"compressed page cut", cut(CUPS_RASTER_WRITE_COMPRESSED, 1, -20), "ends inside page 1"},
+      {"zero width", header([](auto& h) { h.cupsWidth = 0; h.cupsBytesPerLine = 0; }), "invalid raster header"},
+      {"absurd size", header([](auto& h) { h.cupsWidth = 4000000; h.cupsBytesPerLine = 12000000; }),
+       "larger than any paper"},
+      {"bytes per line", header([](auto& h) { h.cupsBytesPerLine += 3; }), "ERROR: Page 1"},
+      {"16-bit", header([](auto& h) { h.cupsBitsPerColor = 16; h.cupsBitsPerPixel = 48; h.cupsBytesPerLine *= 2; }),
+       "16 bits per colour"},
+      {"CMYK", header([](auto& h) { h.cupsColorSpace = CUPS_CSPACE_CMYK; h.cupsBitsPerPixel = 32;
+                                    h.cupsBytesPerLine = kWidth * 4; }),
+       "colour space 6"},
+      {"200 dpi", header([](auto& h) { h.HWResolution[0] = h.HWResolution[1] = 200; }), "resolution 200x200"},
+      {"uneven dpi", header([](auto& h) { h.HWResolution[1] = 300; }), "resolution 150x300"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.Name);
+    TempDir dir("bad");
+    c.Write(dir / "in.ras");
+    const RunResult run = RunFilter(dir, dir / "in.ras");
+    EXPECT_EQ(run.Signal, 0);
+    EXPECT_EQ(run.ExitCode, 1);
+    EXPECT_NE(run.Err.find("ERROR: "), std::string::npos) << run.Err;
+    EXPECT_NE(run.Err.find(c.Expect), std::string::npos) << run.Err;
+  }
+}
+
+TEST(Filter, RefusesBadArgumentsAndAMissingPlugin) {
+  TempDir dir("args");
+  WriteRaster(dir / "in.ras", CUPS_RASTER_WRITE, {BoxPage(CUPS_CSPACE_RGB, 10, 10)});
+  RunResult run = RunProgram({kFilter, "7", "user"}, {}, dir.Path());
+  EXPECT_EQ(run.ExitCode, 1);
+  EXPECT_NE(run.Err.find("Usage: "), std::string::npos);
+  run = RunProgram({kFilter, "7", "user", "title", "1", "", (dir / "missing.ras").string()}, {}, dir.Path(), {kPluginEnv});
+  EXPECT_EQ(run.ExitCode, 1);
+  EXPECT_NE(run.Err.find("ERROR: Unable to open raster file"), std::string::npos) << run.Err;
+  run = RunFilter(dir, dir / "in.ras", {"INKWEAVE_PLUGIN=" + (dir / "none.so").string()});
+  EXPECT_EQ(run.ExitCode, 1);
+  EXPECT_NE(run.Err.find("ERROR: Unable to load the render plug-in"), std::string::npos) << run.Err;
+  // The raster as the file argument, and an unknown option value only warns.
+  run = RunProgram({kFilter, "7", "user", "title", "1", "InkweaveHalftone=Stipple", (dir / "in.ras").string()}, {},
+            dir.Path(), {kPluginEnv});
+  EXPECT_EQ(run.ExitCode, 0) << run.Err;
+  EXPECT_NE(run.Err.find("WARNING: Unknown InkweaveHalftone value \"Stipple\""), std::string::npos) << run.Err;
+  EXPECT_EQ(Print(run.Out).size(), 1u);
+}
+
+}  // namespace
+}  // namespace inkweave::cupstest

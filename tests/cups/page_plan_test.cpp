@@ -1,0 +1,126 @@
+// Page planning: which device a raster header asks for, where the printable area lies in the raster,
+// and the job's options over the PPD's defaults.
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "cups/page_plan.h"
+#include "tests/cups/cups_support.h"
+
+namespace inkweave::cupstest {
+namespace {
+
+using cups::HighRes;
+using cups::PagePlan;
+
+PagePlan Plan(const cups_page_header2_t& header, const cups::JobOptions& options = {}) {
+  auto planned = cups::PlanPage(header, options);
+  if (auto* error = std::get_if<std::string>(&planned)) {
+    ADD_FAILURE() << *error;
+    return {};
+  }
+  return std::get<PagePlan>(planned);
+}
+
+TEST(PagePlan, TakesTheNearestKnownPaperElseTheCustomCode) {
+  struct Case {
+    double Width, Height;  // points
+    std::int16_t Code;
+  };
+  for (const Case& c : {Case{595, 842, 9}, Case{612, 792, 1}, Case{612, 1008, 5}, Case{522, 756, 7},
+                        Case{420, 595, 11}, Case{297, 684, 20}, Case{312, 624, 27}, Case{459, 649, 28},
+                        Case{649, 918, 30}, Case{499, 709, 34}, Case{279, 540, 37}, Case{600, 845, 9},
+                        Case{842, 595, cups::kPaperUser}, Case{400, 400, cups::kPaperUser}}) {
+    SCOPED_TRACE(std::to_string(c.Width) + " x " + std::to_string(c.Height));
+    const unsigned w = static_cast<unsigned>(c.Width * 300 / 72), h = static_cast<unsigned>(c.Height * 300 / 72);
+    const PagePlan plan = Plan(PageHeader(w, h, 300, CUPS_CSPACE_RGB, c.Width, c.Height));
+    EXPECT_EQ(plan.Setup.PaperSize, c.Code);
+    EXPECT_EQ(plan.Warnings.size(), c.Code == cups::kPaperUser ? 1u : 0u);
+  }
+}
+
+TEST(PagePlan, PlacesThePrintableAreaInTheRaster) {
+  const host::PrintableArea area = host::PrintableAreaOf(*host::FindPaper("a4"), 600);
+  // The raster is the whole sheet: the printable area starts at the margins.
+  PagePlan plan = Plan(PageHeader(4960, 7016, 600, CUPS_CSPACE_RGB, 595, 842));
+  EXPECT_EQ(plan.OffsetX, area.Left);
+  EXPECT_EQ(plan.OffsetY, area.Top);
+  EXPECT_EQ(plan.Setup.PageWidth, area.Width);
+  EXPECT_EQ(plan.Setup.PageHeight, area.Height);
+  EXPECT_EQ(plan.Setup.Quality, 600);
+  // The raster is only the imaging box (10, 20)-(585, 830) points: it starts at the box's corner.
+  cups_page_header2_t header = PageHeader(4792, 6750, 600, CUPS_CSPACE_RGB, 595, 842);
+  header.cupsImagingBBox[0] = 10, header.cupsImagingBBox[1] = 20;
+  header.cupsImagingBBox[2] = 585, header.cupsImagingBBox[3] = 830;
+  plan = Plan(header);
+  EXPECT_EQ(plan.OffsetX, static_cast<std::int64_t>(area.Left) - 83);  // 10 pt at 600 dpi
+  EXPECT_EQ(plan.OffsetY, static_cast<std::int64_t>(area.Top) - 100);  // 12 pt
+}
+
+TEST(PagePlan, CutsAPageWiderThanTheHeadAndWarns) {
+  const PagePlan plan = Plan(PageHeader(5409, 7653, 600, CUPS_CSPACE_RGB, 649, 918));  // envelope C4
+  EXPECT_EQ(plan.Setup.PaperSize, 30);
+  EXPECT_EQ(plan.Setup.PageWidth, host::kMaxLineDots);
+  ASSERT_EQ(plan.Warnings.size(), 1u);
+  EXPECT_NE(plan.Warnings[0].find("cut off"), std::string::npos);
+}
+
+TEST(PagePlan, MapsColourMediaAndHighResolution) {
+  cups_page_header2_t header = PageHeader(2480, 3508, 300, CUPS_CSPACE_K, 595, 842);
+  std::strcpy(header.MediaType, "Glossy");
+  PagePlan plan = Plan(header, {cups::Halftone::Diffusion, HighRes::Print1200});
+  EXPECT_FALSE(plan.Setup.Color);
+  EXPECT_TRUE(plan.InvertGray);
+  EXPECT_EQ(plan.MediaCallback, host::kCallbackMediaGlossy);
+  EXPECT_EQ(plan.Method, cups::Halftone::Diffusion);
+  EXPECT_FALSE(plan.HighResolution) << "high resolution needs 600 dpi";
+  EXPECT_EQ(plan.Warnings.size(), 1u);
+
+  header = PageHeader(4960, 7016, 600, CUPS_CSPACE_SRGB, 595, 842);
+  std::strcpy(header.MediaType, "photographic");
+  const PagePlan high = Plan(header, {cups::Halftone::Dither, HighRes::HighRes600});
+  EXPECT_TRUE(high.Setup.Color);
+  EXPECT_TRUE(high.HighResolution);
+  EXPECT_EQ(high.MediaCallback, host::kCallbackMediaPhoto);
+  EXPECT_TRUE(high.SameDevice(high));
+  EXPECT_FALSE(high.SameDevice(Plan(header, {cups::Halftone::Diffusion, HighRes::HighRes600})));
+
+  std::strcpy(header.MediaType, "Cardboard");
+  plan = Plan(header);
+  EXPECT_EQ(plan.MediaCallback, host::kCallbackMediaPlain);
+  EXPECT_EQ(plan.Warnings.size(), 1u);
+}
+
+TEST(JobOptions, TakeThePpdDefaultsUnderTheJobsOptions) {
+  TempDir dir("options");
+  std::string ppd = ReadFile(INKWEAVE_PPD_EN_PATH);
+  for (auto [from, to] : {std::pair{"*DefaultInkweaveHalftone: Dither", "*DefaultInkweaveHalftone: Diffusion"},
+                          std::pair{"*DefaultInkweaveHighRes: Off", "*DefaultInkweaveHighRes: Print1200"}}) {
+    const auto at = ppd.find(from);
+    ASSERT_NE(at, std::string::npos);
+    ppd.replace(at, std::strlen(from), to);
+  }
+  std::ofstream(dir / "queue.ppd") << ppd;
+  const std::string path = (dir / "queue.ppd").string();
+
+  std::vector<std::string> warnings;
+  cups::JobOptions options = cups::ReadJobOptions(path.c_str(), "", &warnings);
+  EXPECT_EQ(options.Method, cups::Halftone::Diffusion);
+  EXPECT_EQ(options.Resolution, HighRes::Print1200);
+  options = cups::ReadJobOptions(path.c_str(), "InkweaveHalftone=Dither InkweaveHighRes=Off", &warnings);
+  EXPECT_EQ(options.Method, cups::Halftone::Dither);
+  EXPECT_EQ(options.Resolution, HighRes::Off);
+  EXPECT_TRUE(warnings.empty());
+
+  options = cups::ReadJobOptions(nullptr, "InkweaveHighRes=Bogus InkweaveHalftone=diffusion", &warnings);
+  EXPECT_EQ(options.Method, cups::Halftone::Diffusion);
+  EXPECT_EQ(options.Resolution, HighRes::Off);
+  options = cups::ReadJobOptions((dir / "missing.ppd").c_str(), "", &warnings);
+  EXPECT_EQ(options.Method, cups::Halftone::Dither);
+  ASSERT_EQ(warnings.size(), 2u);
+  EXPECT_NE(warnings[0].find("\"Bogus\""), std::string::npos);
+  EXPECT_NE(warnings[1].find("Unable to read the PPD"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace inkweave::cupstest
