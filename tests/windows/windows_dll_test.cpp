@@ -227,7 +227,7 @@ TEST(WindowsDll, UnderWineAnswersAndWritesAsTheLinuxLibrary) {
   const std::vector<std::string> report = Lines(out / "report.txt");
   ASSERT_FALSE(report.empty()) << "inkweave-hosttest wrote no report:\n" << log;
 
-  std::vector<std::string> probes, jobs, strings, loaded;
+  std::vector<std::string> probes, jobs, strings, loaded, version;
   for (const std::string& line : report) {
     const std::size_t space = line.find(' ');
     const std::string kind = line.substr(0, space), rest = line.substr(space + 1);
@@ -235,6 +235,7 @@ TEST(WindowsDll, UnderWineAnswersAndWritesAsTheLinuxLibrary) {
     if (kind == "job") jobs.push_back(line);
     if (kind == "string") strings.push_back(rest);
     if (kind == "loadstring") loaded.push_back(rest);
+    if (kind == "version") version.push_back(rest);
   }
 
   // The same probes and jobs through the Linux shared object.
@@ -267,6 +268,13 @@ TEST(WindowsDll, UnderWineAnswersAndWritesAsTheLinuxLibrary) {
   }
   EXPECT_EQ(strings.size(), 22u * 23u + 2u * 19u);
   EXPECT_EQ(strings, expected);
+
+  // The version resource carries the project's version.
+  std::ifstream project(std::string(INKWEAVE_SOURCE_DIR) + "/CMakeLists.txt");
+  std::string projectVersion;
+  for (std::string line; std::getline(project, line);)
+    if (line.rfind("project(inkweave VERSION ", 0) == 0) projectVersion = line.substr(25, line.find(' ', 25) - 25);
+  EXPECT_EQ(version, std::vector<std::string>{projectVersion + ".0"});
 
   // LoadStringW in Wine's English (C locale) answers the English texts.
   ASSERT_FALSE(loaded.empty());

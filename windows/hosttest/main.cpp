@@ -9,6 +9,7 @@
 //   job <name> <status> <bytes> <writes> <abort writes> <bands>
 //   string <language> <id> <text>      every string resource, read per language
 //   loadstring <id> <text>             LoadStringW in the process's UI language
+//   version <major.minor.patch.build>  the file version of the version resource
 // The Linux tests run the same probes and jobs through libinkweave.so and compare.
 #include <cstdio>
 #include <fstream>
@@ -61,12 +62,9 @@ int main(int argc, char** argv) {
     std::ofstream stream(Join(folder, job.Name + ".bin"), std::ios::binary | std::ios::trunc);
     stream.write(reinterpret_cast<const char*>(result.Stream.data()), static_cast<std::streamsize>(result.Stream.size()));
     if (!stream.good()) ++failures;
-    char line[256];
-    std::snprintf(line, sizeof line, "job %s %08X %zu %u %u %d\n", job.Name.c_str(),
-                  static_cast<unsigned>(result.Status), result.Stream.size(), static_cast<unsigned>(result.Writes),
-                  static_cast<unsigned>(result.AbortWrites), result.Bands);
-    report << line;
-    std::printf("%s", line);
+    const std::string line = hosttest::JobLine(job, result);
+    report << line << "\n";
+    std::printf("%s\n", line.c_str());
   }
   library.reset();
 
@@ -84,6 +82,7 @@ int main(int argc, char** argv) {
     std::snprintf(prefix, sizeof prefix, "loadstring %u ", id);
     report << prefix << hosttest::LoadStringDefault(dll, id) << "\n";
   }
+  report << "version " << hosttest::ReadFileVersion(dll) << "\n";
   report.flush();
   if (!report.good()) ++failures;
   std::printf("%zu strings read\n", strings.size());

@@ -6,6 +6,7 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <cstring>
 #include <tuple>
 
 namespace inkweave::hosttest {
@@ -71,6 +72,28 @@ bool ReadStringResources(const std::string& path, std::vector<StringResource>* s
     return std::tie(a.Language, a.Id) < std::tie(b.Language, b.Id);
   });
   return true;
+}
+
+std::string ReadFileVersion(const std::string& path) {
+  HMODULE module = LoadLibraryExA(path.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE);
+  if (!module) return {};
+  std::string version;
+  HRSRC found = FindResourceW(module, MAKEINTRESOURCEW(1), MAKEINTRESOURCEW(16) /* RT_VERSION */);
+  if (found) {
+    // VS_VERSIONINFO holds its VS_FIXEDFILEINFO on a 32-bit boundary, found by its signature.
+    const auto* data = static_cast<const BYTE*>(LockResource(LoadResource(module, found)));
+    const DWORD size = SizeofResource(module, found);
+    for (DWORD at = 0; at + sizeof(VS_FIXEDFILEINFO) <= size; at += 4) {
+      VS_FIXEDFILEINFO info;
+      std::memcpy(&info, data + at, sizeof info);
+      if (info.dwSignature != 0xFEEF04BD) continue;
+      version = std::to_string(HIWORD(info.dwFileVersionMS)) + "." + std::to_string(LOWORD(info.dwFileVersionMS)) + "." +
+                std::to_string(HIWORD(info.dwFileVersionLS)) + "." + std::to_string(LOWORD(info.dwFileVersionLS));
+      break;
+    }
+  }
+  FreeLibrary(module);
+  return version;
 }
 
 std::string LoadStringDefault(const std::string& path, std::uint16_t id) {

@@ -19,6 +19,9 @@ struct StringResource {
 // in *error, when the library cannot be loaded or its resources read.
 bool ReadStringResources(const std::string& path, std::vector<StringResource>* strings, std::string* error);
 
+// The file version of the library's version resource, "major.minor.patch.build"; empty without one.
+std::string ReadFileVersion(const std::string& path);
+
 // The text LoadStringW gives for id in the process's own UI language (the Windows loader's choice
 // among the languages); empty when there is none.
 std::string LoadStringDefault(const std::string& path, std::uint16_t id);
