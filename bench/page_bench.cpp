@@ -86,9 +86,7 @@ void BM_A4Page(benchmark::State& state) {
     state.SkipWithError("the plug-in would not start");
     return;
   }
-  session.Command(diffusion ? host::kCallbackErrorDiffusion : host::kCallbackDither);
-  session.Command(host::kCallbackMediaPlain);
-  if (highRes) session.Command(host::kCallbackHighResolution);
+  host::SelectModes(session, diffusion, highRes, host::kCallbackMediaPlain);
   session.Command(host::kCallbackJobStart);
 
   host::PageSource source;

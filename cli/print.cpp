@@ -125,9 +125,7 @@ int RunPrint(const PrintOptions& options) {
     ReportError("the plug-in refused the device set-up (" + Hex(hr) + ")");
     return kExitFailure;
   }
-  session.Command(options.Method == Halftone::Diffusion ? host::kCallbackErrorDiffusion : host::kCallbackDither);
-  session.Command(medium->Callback);
-  if (options.HighRes) session.Command(host::kCallbackHighResolution);
+  host::SelectModes(session, options.Method == Halftone::Diffusion, options.HighRes, medium->Callback);
   session.Command(host::kCallbackJobStart);
 
   InstallInterruptHandlers();

@@ -185,10 +185,8 @@ class Device {
       session_.Disable();
       return hr;
     }
-    session_.Command(plan.MediaCallback);
-    session_.Command(plan.Method == inkweave::cups::Halftone::Diffusion ? host::kCallbackErrorDiffusion
-                                                                          : host::kCallbackDither);
-    if (plan.HighResolution) session_.Command(host::kCallbackHighResolution);
+    host::SelectModes(session_, plan.Method == inkweave::cups::Halftone::Diffusion, plan.HighResolution,
+                      plan.MediaCallback);
     session_.Command(host::kCallbackJobStart);
     plan_ = plan;
     open_ = true;
