@@ -34,6 +34,23 @@ std::uint32_t Store(std::uint8_t* out, std::uint32_t c, std::uint32_t m, std::ui
   return c | m << 8 | y << 16 | k << 24;
 }
 
+// The four ink bytes of a grid point spread into the 16-bit lanes of a 64-bit word, in the lane order
+// cyan, yellow, magenta, black (bytes 0 and 2 stay where they are, bytes 1 and 3 move up 24 bits).
+constexpr std::uint64_t kLaneOnes = 0x0001000100010001u;
+constexpr std::uint64_t kLaneLowBytes = 0x00FF00FF00FF00FFu;
+
+std::uint64_t Lanes(const std::uint8_t* point) {
+  const std::uint32_t v = point[0] | std::uint32_t{point[1]} << 8 | std::uint32_t{point[2]} << 16 |
+                          std::uint32_t{point[3]} << 24;
+  return (v & 0x00FF00FFu) | (std::uint64_t{v & 0xFF00FF00u} << 24);
+}
+
+// Stores four lanes of byte values (in the order of Lanes) as cyan, magenta, yellow, black.
+std::uint32_t StoreLanes(std::uint8_t* out, std::uint64_t lanes) {
+  const auto packed = static_cast<std::uint32_t>(lanes | (lanes >> 24));
+  return Store(out, packed & 0xFF, (packed >> 8) & 0xFF, (packed >> 16) & 0xFF, packed >> 24);
+}
+
 // The complement of the four ink amounts of one grid point.
 std::uint32_t StoreGridPoint(std::uint8_t* out, const std::uint8_t* point) {
   return Store(out, 255u - point[0], 255u - point[1], 255u - point[2], 255u - point[3]);
@@ -70,15 +87,17 @@ std::uint32_t ConvertPixel(const std::uint8_t* pixel, std::uint8_t* out, const D
   if ((red & green & blue) == 255) return StoreGridPoint(out, lut + GridOffset(16, 16, 16));
   if ((fr | fg | fb) == 0) return StoreGridPoint(out, base);
 
-  // The six full-intensity corners.
-  switch (r << 16 | g << 8 | b) {
-    case 0x0000FF: return StoreGridPoint(out, lut + GridOffset(0, 0, 16));
-    case 0x00FF00: return StoreGridPoint(out, lut + GridOffset(0, 16, 0));
-    case 0x00FFFF: return StoreGridPoint(out, lut + GridOffset(0, 16, 16));
-    case 0xFF0000: return StoreGridPoint(out, lut + GridOffset(16, 0, 0));
-    case 0xFF00FF: return StoreGridPoint(out, lut + GridOffset(16, 0, 16));
-    case 0xFFFF00: return StoreGridPoint(out, lut + GridOffset(16, 16, 0));
-    default: break;
+  // The six full-intensity corners (every channel 0 or 255; white and black were grid points).
+  if ((((r + 1) | (g + 1) | (b + 1)) & 0xFE) == 0) {
+    switch (r << 16 | g << 8 | b) {
+      case 0x0000FF: return StoreGridPoint(out, lut + GridOffset(0, 0, 16));
+      case 0x00FF00: return StoreGridPoint(out, lut + GridOffset(0, 16, 0));
+      case 0x00FFFF: return StoreGridPoint(out, lut + GridOffset(0, 16, 16));
+      case 0xFF0000: return StoreGridPoint(out, lut + GridOffset(16, 0, 0));
+      case 0xFF00FF: return StoreGridPoint(out, lut + GridOffset(16, 0, 16));
+      case 0xFFFF00: return StoreGridPoint(out, lut + GridOffset(16, 16, 0));
+      default: break;
+    }
   }
 
   // Neutral: along the diagonal by the cyan ink alone; the top cell spans 15 steps.
@@ -88,18 +107,17 @@ std::uint32_t ConvertPixel(const std::uint8_t* pixel, std::uint8_t* out, const D
     return Store(out, 255 - v, 255 - v, 255 - v, 255 - v);
   }
 
-  // Trilinear interpolation; the base corner takes what the other seven weights leave of 255.
+  // Trilinear interpolation; the base corner takes what the other seven weights leave of 255. The
+  // four inks run at once in the 16-bit lanes of one 64-bit word: the weights sum to 255, so no lane
+  // exceeds 255 * 255 and no carry crosses into the next lane.
   const std::uint8_t* w = InterpolationWeights[(fr * 16 + fg) * 16 + fb];
-  const std::uint32_t w0 = 255u - (w[1] + w[2] + w[3] + w[4] + w[5] + w[6] + w[7]);
-  std::uint32_t ink[4];
-  for (int n = 0; n < 4; ++n) {
-    const std::uint8_t* t = base + n;
-    const std::uint32_t sum = w0 * t[kCornerOffset[0]] + w[1] * t[kCornerOffset[1]] + w[2] * t[kCornerOffset[2]] +
-                              w[3] * t[kCornerOffset[3]] + w[4] * t[kCornerOffset[4]] + w[5] * t[kCornerOffset[5]] +
-                              w[6] * t[kCornerOffset[6]] + w[7] * t[kCornerOffset[7]];
-    ink[n] = 255u - DivideBy255(sum);
-  }
-  return Store(out, ink[0], ink[1], ink[2], ink[3]);
+  const std::uint64_t w0 = 255u - (w[1] + w[2] + w[3] + w[4] + w[5] + w[6] + w[7]);
+  std::uint64_t sum = w0 * Lanes(base);
+  for (int corner = 1; corner < 8; ++corner) sum += w[corner] * Lanes(base + kCornerOffset[corner]);
+
+  // Each lane divided by 255 (exact up to 255 * 255), then the complement: lightness, not ink.
+  const std::uint64_t quotient = ((sum + kLaneOnes + ((sum >> 8) & kLaneLowBytes)) >> 8) & kLaneLowBytes;
+  return StoreLanes(out, kLaneLowBytes - quotient);
 }
 
 }  // namespace inkweave

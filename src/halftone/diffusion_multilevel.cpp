@@ -93,6 +93,57 @@ struct MultiStripe {
   std::uint32_t Result;
 };
 
+// One ink's state along an output line: the five previous-row errors around the dot (a window that
+// slides with the dot, so each dot reads one new cell), the two errors just stored on this line, and
+// the dot bits collected for the current byte.
+struct InkLine {
+  const std::int16_t* Previous;  // the previous row's slot of the ink's error line
+  std::int16_t* Current;         // this row's slot
+  int Behind2, Behind1, Here, Ahead1;  // previous-row errors at x - 2 step .. x + step
+  int C1, C2;
+  unsigned Bits0, Bits1;
+};
+
+// What all inks of one dot share.
+struct DotContext {
+  int Cell;            // 2 (x + 2)
+  int MapThreshold;
+  bool JitterHere;
+  int JitterLow, JitterHigh;
+  unsigned Mask;       // the dot's bit within its byte
+};
+
+// Diffuses one ink of one dot; draws a jitter threshold from s when the ink asks for one.
+template <Quantiser kQ, int kStep>
+[[gnu::always_inline]] inline void DiffuseInk(MultiStripe& s, InkLine& ink, const DotContext& dot, int amount,
+                                              int floor) {
+  int threshold = dot.MapThreshold;
+  if (dot.JitterHere && amount >= dot.JitterLow && amount <= dot.JitterHigh) {
+    threshold = (ThresholdJitterWide[s.JitterIndex] >> 4) + 200;
+    s.JitterIndex = (s.JitterIndex + 1) & 1023u;
+  }
+
+  // Gather the error (a 16-bit sum; the weights are symmetric, so the window's direction is free).
+  const int ahead2 = ink.Previous[dot.Cell + 4 * kStep];
+  const int gathered = detail::Wrap16(4 * ink.Here + 2 * ink.Behind1 + 2 * ink.Ahead1 + ink.Behind2 + ahead2 +
+                                      4 * ink.C1 + 2 * ink.C2);
+  const Dot result = Quantise<kQ>(amount, amount + gathered / 16, threshold, floor);
+
+  // Store the error, slide the windows, collect the bits.
+  const std::int16_t stored = detail::Wrap16(result.Error);
+  ink.Current[dot.Cell] = stored;
+  ink.C2 = ink.C1;
+  ink.C1 = stored;
+  ink.Behind2 = ink.Behind1;
+  ink.Behind1 = ink.Here;
+  ink.Here = ink.Ahead1;
+  ink.Ahead1 = ahead2;
+  if (result.First) ink.Bits0 |= dot.Mask;
+  if constexpr (Layout<kQ>::kTwoBits) {
+    if (result.Second) ink.Bits1 |= dot.Mask;
+  }
+}
+
 // Output line `line` in the direction kStep over dots first..first + count - 1.
 template <Quantiser kQ, int kStep>
 void DiffuseMultiLine(MultiStripe& s, int line, const std::uint8_t* mapRow, detail::SourceLine src,
@@ -101,61 +152,53 @@ void DiffuseMultiLine(MultiStripe& s, int line, const std::uint8_t* mapRow, deta
   const int currentSlot = previousSlot ^ 1;
   const bool evenLine = (line & 1) == 0;
   const int jitterColumn = evenLine ? 0 : 2;
-  const int jitterLow = evenLine ? 31 : 121;
-  const int jitterHigh = evenLine ? 165 : 199;
+  DotContext dot{0, 0, false, evenLine ? 31 : 121, evenLine ? 165 : 199, 0};
 
-  int c1[4] = {0, 0, 0, 0};
-  int c2[4] = {0, 0, 0, 0};
+  // The guard cells of the row being written, then each ink's state at the line's first dot.
+  const int begin = kStep > 0 ? first : first + count - 1;
+  const int end = kStep > 0 ? first + count : first - 1;
+  InkLine inks[4];
   for (int ink = 0; ink < 4; ++ink) {
     std::int16_t* row = s.Error[ink] + currentSlot;
     row[2 * first] = 0;
     row[2 * (first + 1)] = 0;
     row[2 * (first + count + 2)] = 0;
     row[2 * (first + count + 3)] = 0;
+    InkLine& state = inks[ink];
+    state.Previous = s.Error[ink] + previousSlot;
+    state.Current = row;
+    const std::int16_t* p = state.Previous + 2 * (begin + 2);
+    state.Behind2 = p[-4 * kStep];
+    state.Behind1 = p[-2 * kStep];
+    state.Here = p[0];
+    state.Ahead1 = p[2 * kStep];
+    state.C1 = state.C2 = 0;
+    state.Bits0 = state.Bits1 = 0;
   }
 
-  std::uint8_t bits0[4] = {0, 0, 0, 0};
-  std::uint8_t bits1[4] = {0, 0, 0, 0};
+  // Stores the collected bytes of all inks at plane byte `byte`.
   auto store = [&](int byte) {
     for (int ink = 0; ink < 4; ++ink) {
-      planes0[ink * L::kPlaneBytes + byte] = bits0[ink];
-      if constexpr (L::kTwoBits) planes1[ink * L::kPlaneBytes + byte] = bits1[ink];
-      if (bits0[ink] | bits1[ink]) s.Result = 1;
-      bits0[ink] = 0;
-      bits1[ink] = 0;
+      planes0[ink * L::kPlaneBytes + byte] = static_cast<std::uint8_t>(inks[ink].Bits0);
+      if constexpr (L::kTwoBits) planes1[ink * L::kPlaneBytes + byte] = static_cast<std::uint8_t>(inks[ink].Bits1);
+      if (inks[ink].Bits0 | inks[ink].Bits1) s.Result = 1;
+      inks[ink].Bits0 = 0;
+      inks[ink].Bits1 = 0;
     }
   };
 
-  const int begin = kStep > 0 ? first : first + count - 1;
-  const int end = kStep > 0 ? first + count : first - 1;
   for (int x = begin; x != end; x += kStep) {
-    const int sourceX = x / L::kScale;
-    const InkAmounts& inks = detail::AmountsOf(s.Cache, s.Source + (src.Origin + src.Step * sourceX), *s.State);
-    const int mapThreshold = mapRow[x & 127];
-    const bool jitterHere = (x & 3) == jitterColumn;
-    const std::uint8_t mask = static_cast<std::uint8_t>(0x80u >> (x & 7));
-    const int cell = 2 * (x + 2);
-    for (const int ink : detail::kInkOrder) {
-      const int amount = inks.Amount[ink];
-      int threshold = mapThreshold;
-      if (jitterHere && amount >= jitterLow && amount <= jitterHigh) {
-        threshold = (ThresholdJitterWide[s.JitterIndex] >> 4) + 200;
-        s.JitterIndex = (s.JitterIndex + 1) & 1023u;
-      }
-      const std::int16_t* p = s.Error[ink] + cell + previousSlot;
-      const int gathered = detail::Wrap16(4 * p[0] + 2 * p[-2] + 2 * p[2] + p[-4] + p[4] + 4 * c1[ink] + 2 * c2[ink]);
-      const int floor = DiffusionSeedErrors[(4 * x + ink) & 255];
-      const Dot dot = Quantise<kQ>(amount, amount + gathered / 16, threshold, floor);
-
-      const std::int16_t stored = detail::Wrap16(dot.Error);
-      s.Error[ink][cell + currentSlot] = stored;
-      c2[ink] = c1[ink];
-      c1[ink] = stored;
-      if (dot.First) bits0[ink] |= mask;
-      if constexpr (L::kTwoBits) {
-        if (dot.Second) bits1[ink] |= mask;
-      }
-    }
+    // The dot's source pixel, threshold, jitter column and bit; the four inks in their fixed order.
+    const InkAmounts& amounts = detail::AmountsOf(s.Cache, s.Source + (src.Origin + src.Step * (x / L::kScale)), *s.State);
+    dot.Cell = 2 * (x + 2);
+    dot.MapThreshold = mapRow[x & 127];
+    dot.JitterHere = (x & 3) == jitterColumn;
+    dot.Mask = 0x80u >> (x & 7);
+    const std::int16_t* floors = DiffusionSeedErrors + ((4 * x) & 255);
+    DiffuseInk<kQ, kStep>(s, inks[detail::kBlack], dot, amounts.Amount[detail::kBlack], floors[detail::kBlack]);
+    DiffuseInk<kQ, kStep>(s, inks[detail::kCyan], dot, amounts.Amount[detail::kCyan], floors[detail::kCyan]);
+    DiffuseInk<kQ, kStep>(s, inks[detail::kMagenta], dot, amounts.Amount[detail::kMagenta], floors[detail::kMagenta]);
+    DiffuseInk<kQ, kStep>(s, inks[detail::kYellow], dot, amounts.Amount[detail::kYellow], floors[detail::kYellow]);
     if ((kStep > 0 && (x & 7) == 7) || (kStep < 0 && (x & 7) == 0)) store(x >> 3);
   }
   // The partial byte at the far end of the line (left to right: its last byte; right to left: the
