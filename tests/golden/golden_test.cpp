@@ -237,7 +237,7 @@ TEST_P(GoldenStream, MatchesManifest) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Jobs, GoldenStream, ::testing::ValuesIn(Cases()),
-                         [](const ::testing::TestParamInfo<GoldenCase>& info) { return info.param.name; });
+                         [](const ::testing::TestParamInfo<GoldenCase>& param) { return param.param.name; });
 
 // Rewrites the manifest from today's code; prints the cases that changed, were added or dropped.
 int UpdateManifest() {
