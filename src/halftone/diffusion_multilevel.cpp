@@ -52,34 +52,42 @@ struct Dot {
   bool Second;
 };
 
+// c ? a : b without a branch: within one kind of amount the quantiser's decisions follow the error
+// and the threshold, which no branch predictor can follow.
+inline int Select(bool c, int a, int b) { return b ^ ((a ^ b) & -static_cast<int>(c)); }
+
+// The quantiser on v = amount + gathered error / 16. The kind of amount (none, full, between) is a
+// branch, as it follows the image; the decisions within a kind are selected without branches.
 template <Quantiser kQ>
 inline Dot Quantise(int amount, int v, int threshold, int floor) {
   if constexpr (kQ == Quantiser::Top) {
     if (amount == 0) {
-      if (v > floor) return {v - 16, false, false};
-      return {v + 16 > 0 ? 0 : v + 16, false, false};
+      // v > floor ? v - 16 : min(v + 16, 0); no dot.
+      const int rise = v + 16;
+      return {Select(v > floor, v - 16, Select(rise > 0, 0, rise)), false, false};
     }
-    if (v >= threshold + 5) return {v - 350, true, false};
-    return {v, false, false};
+    // v >= threshold + 5: a dot, v - 350; otherwise v.
+    const bool dot = v >= threshold + 5;
+    return {v - Select(dot, 350, 0), dot, false};
   } else {
     if (amount == 0) {
-      if (v <= floor) return {v + 32 > 0 ? 0 : v + 32, false, false};
-      return {v - 32, false, false};
+      // v <= floor ? min(v + 32, 0) : v - 32; no dot.
+      const int rise = v + 32;
+      return {Select(v <= floor, Select(rise > 0, 0, rise), v - 32), false, false};
     }
     if (amount == 255) {
-      v -= 255;
-      v = v <= floor ? v + 32 : v - 32;
-      return {v, true, kQ == Quantiser::Mid};
+      // w = v - 255, w <= floor ? w + 32 : w - 32; the first bit (Mid: both).
+      const int w = v - 255;
+      return {Select(w <= floor, w + 32, w - 32), true, kQ == Quantiser::Mid};
     }
     if constexpr (kQ == Quantiser::Mid) {
-      if (v >= threshold + 255) return {v - 255, true, true};
-      if (v >= threshold + 208) return {v - 248, true, false};
-      if (v >= threshold + 5) return {v - 100, false, true};
-      return {v, false, false};
+      // v >= threshold + 255: v - 255, both bits; + 208: v - 248, first; + 5: v - 100, second.
+      const bool large = v >= threshold + 255, medium = v >= threshold + 208, small = v >= threshold + 5;
+      return {v - Select(large, 255, Select(medium, 248, Select(small, 100, 0))), medium, large || (small && !medium)};
     } else {
-      if (v >= threshold + 200) return {v - 255, true, false};
-      if (v >= threshold + 5) return {v - 212, false, true};
-      return {v, false, false};
+      // v >= threshold + 200: v - 255, first bit; + 5: v - 212, second.
+      const bool large = v >= threshold + 200, small = v >= threshold + 5;
+      return {v - Select(large, 255, Select(small, 212, 0)), large, small && !large};
     }
   }
 }
@@ -93,55 +101,76 @@ struct MultiStripe {
   std::uint32_t Result;
 };
 
-// One ink's state along an output line: the five previous-row errors around the dot (a window that
-// slides with the dot, so each dot reads one new cell), the two errors just stored on this line, and
-// the dot bits collected for the current byte.
+// One ink's state along an output line: its error rows and planes, the five previous-row errors
+// around the dot (a window that slides with the dot, so each dot reads one new cell), the two errors
+// just stored on this line, and the dot bits collected for the current byte.
 struct InkLine {
   const std::int16_t* Previous;  // the previous row's slot of the ink's error line
   std::int16_t* Current;         // this row's slot
+  std::uint8_t* Plane0;          // the ink's plane in the first and second buffer
+  std::uint8_t* Plane1;
   int Behind2, Behind1, Here, Ahead1;  // previous-row errors at x - 2 step .. x + step
   int C1, C2;
   unsigned Bits0, Bits1;
 };
 
-// What all inks of one dot share.
-struct DotContext {
-  int Cell;            // 2 (x + 2)
-  int MapThreshold;
-  bool JitterHere;
-  int JitterLow, JitterHigh;
-  unsigned Mask;       // the dot's bit within its byte
+// A line is worked through in runs of this many dots: first the amounts and thresholds of every
+// ink (the jitter draws in the fixed ink order), then each ink along the run on its own, its state
+// in registers.
+constexpr int kRunDots = 256;
+
+// The amounts and thresholds of a run, by ink.
+struct RunInputs {
+  int Amount[4][kRunDots];
+  int Threshold[4][kRunDots];
 };
 
-// Diffuses one ink of one dot; draws a jitter threshold from s when the ink asks for one.
+// Stores the collected bytes of one ink at plane byte `byte` and starts the next byte.
+template <Quantiser kQ>
+inline void StoreInkByte(InkLine& ink, int byte, std::uint32_t& result) {
+  ink.Plane0[byte] = static_cast<std::uint8_t>(ink.Bits0);
+  if constexpr (Layout<kQ>::kTwoBits) ink.Plane1[byte] = static_cast<std::uint8_t>(ink.Bits1);
+  if (ink.Bits0 | ink.Bits1) result = 1;
+  ink.Bits0 = 0;
+  ink.Bits1 = 0;
+}
+
+// Diffuses one ink (index inkIndex) over the n dots x, x + kStep, ... of a run.
 template <Quantiser kQ, int kStep>
-[[gnu::always_inline]] inline void DiffuseInk(MultiStripe& s, InkLine& ink, const DotContext& dot, int amount,
-                                              int floor) {
-  int threshold = dot.MapThreshold;
-  if (dot.JitterHere && amount >= dot.JitterLow && amount <= dot.JitterHigh) {
-    threshold = (ThresholdJitterWide[s.JitterIndex] >> 4) + 200;
-    s.JitterIndex = (s.JitterIndex + 1) & 1023u;
-  }
+void DiffuseInkRun(InkLine& line, int inkIndex, const int* amounts, const int* thresholds, int x, int n,
+                   std::uint32_t& result) {
+  // The ink's state in locals, so that the loop keeps it in registers.
+  InkLine ink = line;
+  std::uint32_t inked = 0;
+  for (int i = 0; i < n; ++i, x += kStep) {
+    // Gather the error (a 16-bit sum; the weights are symmetric, so the window's direction is
+    // free). Everything but the last error is summed first: that one is the loop's critical path.
+    const int cell = 2 * (x + 2);
+    const int ahead2 = ink.Previous[cell + 4 * kStep];
+    const int known = 4 * ink.Here + 2 * ink.Behind1 + 2 * ink.Ahead1 + ink.Behind2 + ahead2 + 2 * ink.C2;
+    const int gathered = detail::Wrap16(known + 4 * ink.C1);
+    const int amount = amounts[i];
+    const int floor = DiffusionSeedErrors[(4 * x + inkIndex) & 255];
+    const Dot dot = Quantise<kQ>(amount, amount + gathered / 16, thresholds[i], floor);
 
-  // Gather the error (a 16-bit sum; the weights are symmetric, so the window's direction is free).
-  const int ahead2 = ink.Previous[dot.Cell + 4 * kStep];
-  const int gathered = detail::Wrap16(4 * ink.Here + 2 * ink.Behind1 + 2 * ink.Ahead1 + ink.Behind2 + ahead2 +
-                                      4 * ink.C1 + 2 * ink.C2);
-  const Dot result = Quantise<kQ>(amount, amount + gathered / 16, threshold, floor);
+    // Store the error and slide the windows.
+    const std::int16_t stored = detail::Wrap16(dot.Error);
+    ink.Current[cell] = stored;
+    ink.C2 = ink.C1;
+    ink.C1 = stored;
+    ink.Behind2 = ink.Behind1;
+    ink.Behind1 = ink.Here;
+    ink.Here = ink.Ahead1;
+    ink.Ahead1 = ahead2;
 
-  // Store the error, slide the windows, collect the bits.
-  const std::int16_t stored = detail::Wrap16(result.Error);
-  ink.Current[dot.Cell] = stored;
-  ink.C2 = ink.C1;
-  ink.C1 = stored;
-  ink.Behind2 = ink.Behind1;
-  ink.Behind1 = ink.Here;
-  ink.Here = ink.Ahead1;
-  ink.Ahead1 = ahead2;
-  if (result.First) ink.Bits0 |= dot.Mask;
-  if constexpr (Layout<kQ>::kTwoBits) {
-    if (result.Second) ink.Bits1 |= dot.Mask;
+    // Collect the bits; a byte is stored when the line leaves it.
+    const int shift = 7 - (x & 7);
+    ink.Bits0 |= static_cast<unsigned>(dot.First) << shift;
+    if constexpr (Layout<kQ>::kTwoBits) ink.Bits1 |= static_cast<unsigned>(dot.Second) << shift;
+    if ((kStep > 0 && (x & 7) == 7) || (kStep < 0 && (x & 7) == 0)) StoreInkByte<kQ>(ink, x >> 3, inked);
   }
+  if (inked) result = 1;
+  line = ink;
 }
 
 // Output line `line` in the direction kStep over dots first..first + count - 1.
@@ -152,11 +181,11 @@ void DiffuseMultiLine(MultiStripe& s, int line, const std::uint8_t* mapRow, deta
   const int currentSlot = previousSlot ^ 1;
   const bool evenLine = (line & 1) == 0;
   const int jitterColumn = evenLine ? 0 : 2;
-  DotContext dot{0, 0, false, evenLine ? 31 : 121, evenLine ? 165 : 199, 0};
+  const int jitterLow = evenLine ? 31 : 121;
+  const int jitterHigh = evenLine ? 165 : 199;
 
   // The guard cells of the row being written, then each ink's state at the line's first dot.
   const int begin = kStep > 0 ? first : first + count - 1;
-  const int end = kStep > 0 ? first + count : first - 1;
   InkLine inks[4];
   for (int ink = 0; ink < 4; ++ink) {
     std::int16_t* row = s.Error[ink] + currentSlot;
@@ -167,6 +196,8 @@ void DiffuseMultiLine(MultiStripe& s, int line, const std::uint8_t* mapRow, deta
     InkLine& state = inks[ink];
     state.Previous = s.Error[ink] + previousSlot;
     state.Current = row;
+    state.Plane0 = planes0 + ink * L::kPlaneBytes;
+    state.Plane1 = L::kTwoBits ? planes1 + ink * L::kPlaneBytes : nullptr;
     const std::int16_t* p = state.Previous + 2 * (begin + 2);
     state.Behind2 = p[-4 * kStep];
     state.Behind1 = p[-2 * kStep];
@@ -176,35 +207,42 @@ void DiffuseMultiLine(MultiStripe& s, int line, const std::uint8_t* mapRow, deta
     state.Bits0 = state.Bits1 = 0;
   }
 
-  // Stores the collected bytes of all inks at plane byte `byte`.
-  auto store = [&](int byte) {
-    for (int ink = 0; ink < 4; ++ink) {
-      planes0[ink * L::kPlaneBytes + byte] = static_cast<std::uint8_t>(inks[ink].Bits0);
-      if constexpr (L::kTwoBits) planes1[ink * L::kPlaneBytes + byte] = static_cast<std::uint8_t>(inks[ink].Bits1);
-      if (inks[ink].Bits0 | inks[ink].Bits1) s.Result = 1;
-      inks[ink].Bits0 = 0;
-      inks[ink].Bits1 = 0;
-    }
-  };
+  RunInputs run;
+  for (int done = 0; done < count; done += kRunDots) {
+    const int n = count - done < kRunDots ? count - done : kRunDots;
+    const int runStart = begin + kStep * done;
 
-  for (int x = begin; x != end; x += kStep) {
-    // The dot's source pixel, threshold, jitter column and bit; the four inks in their fixed order.
-    const InkAmounts& amounts = detail::AmountsOf(s.Cache, s.Source + (src.Origin + src.Step * (x / L::kScale)), *s.State);
-    dot.Cell = 2 * (x + 2);
-    dot.MapThreshold = mapRow[x & 127];
-    dot.JitterHere = (x & 3) == jitterColumn;
-    dot.Mask = 0x80u >> (x & 7);
-    const std::int16_t* floors = DiffusionSeedErrors + ((4 * x) & 255);
-    DiffuseInk<kQ, kStep>(s, inks[detail::kBlack], dot, amounts.Amount[detail::kBlack], floors[detail::kBlack]);
-    DiffuseInk<kQ, kStep>(s, inks[detail::kCyan], dot, amounts.Amount[detail::kCyan], floors[detail::kCyan]);
-    DiffuseInk<kQ, kStep>(s, inks[detail::kMagenta], dot, amounts.Amount[detail::kMagenta], floors[detail::kMagenta]);
-    DiffuseInk<kQ, kStep>(s, inks[detail::kYellow], dot, amounts.Amount[detail::kYellow], floors[detail::kYellow]);
-    if ((kStep > 0 && (x & 7) == 7) || (kStep < 0 && (x & 7) == 0)) store(x >> 3);
+    // The run's amounts (through the conversion cache) and thresholds: the map's, or on the jitter
+    // column a draw for each mid-tone ink, drawn in the fixed ink order.
+    int x = runStart;
+    for (int i = 0; i < n; ++i, x += kStep) {
+      const InkAmounts& amounts =
+          detail::AmountsOf(s.Cache, s.Source + (src.Origin + src.Step * (x / L::kScale)), *s.State);
+      const int mapThreshold = mapRow[x & 127];
+      const bool jitterHere = (x & 3) == jitterColumn;
+      for (const int ink : detail::kInkOrder) {
+        const int amount = amounts.Amount[ink];
+        int threshold = mapThreshold;
+        if (jitterHere && amount >= jitterLow && amount <= jitterHigh) {
+          threshold = (ThresholdJitterWide[s.JitterIndex] >> 4) + 200;
+          s.JitterIndex = (s.JitterIndex + 1) & 1023u;
+        }
+        run.Amount[ink][i] = amount;
+        run.Threshold[ink][i] = threshold;
+      }
+    }
+
+    // Each ink along the run.
+    for (int ink = 0; ink < 4; ++ink)
+      DiffuseInkRun<kQ, kStep>(inks[ink], ink, run.Amount[ink], run.Threshold[ink], runStart, n, s.Result);
   }
+
   // The partial byte at the far end of the line (left to right: its last byte; right to left: the
   // byte of the first dot when the line does not start on a byte boundary).
-  if (kStep > 0 && count > 0 && ((first + count) & 7) != 0) store((first + count - 1) >> 3);
-  if (kStep < 0 && count > 0 && (first & 7) != 0) store(first >> 3);
+  for (InkLine& ink : inks) {
+    if (kStep > 0 && count > 0 && ((first + count) & 7) != 0) StoreInkByte<kQ>(ink, (first + count - 1) >> 3, s.Result);
+    if (kStep < 0 && count > 0 && (first & 7) != 0) StoreInkByte<kQ>(ink, first >> 3, s.Result);
+  }
 }
 
 template <Quantiser kQ>
