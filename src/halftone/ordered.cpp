@@ -146,11 +146,20 @@ std::uint64_t ExtractBlack(std::uint8_t* planes, std::ptrdiff_t lineStart, int w
   return flag;
 }
 
-// The one-pixel conversion memory of a colour stripe.
+// The one-pixel conversion memory of a colour stripe: the last pixel and its cyan, magenta and
+// yellow lightness in the 16-bit lanes of one word (cyan lowest), ready for DotLanes.
+constexpr std::uint64_t kLaneOnes = 0x0000000100010001u;  // one in each of the three lanes
+
 struct PixelMemory {
   std::uint32_t key = kWhiteKey;
-  std::uint8_t ink[4] = {255, 255, 255, 255};
+  std::uint64_t lanes = 255 * kLaneOnes;
 };
+
+// The dots of the three lanes against threshold t: lane value 255 + t - ink reaches 256 exactly where
+// ink < t, so bit 8 of each lane is the dot (no lane goes negative, so none borrows from the next).
+inline std::uint64_t DotLanes(std::uint64_t inks, std::uint32_t t) {
+  return (((255 + t) * kLaneOnes - inks) >> 8) & kLaneOnes;
+}
 
 std::uint32_t DitherColor(DeviceState& state, int firstLine, int width, const BandInfo& band, int lineCount,
                           const IPPARAMS* params, bool landscape) {
@@ -173,31 +182,31 @@ std::uint32_t DitherColor(DeviceState& state, int firstLine, int width, const Ba
     const std::ptrdiff_t step = landscape ? -stride : 3;
     const DotRun run = InsideRun(window, base, step, 3, width);
 
-    // Cyan, magenta and yellow dots, collected a byte at a time.
-    std::uint32_t cyan = 0, magenta = 0, yellow = 0;
+    // Cyan, magenta and yellow dots, collected a byte at a time in the lanes of one word.
     std::ptrdiff_t at = base + step * run.first;
-    for (int x = run.first; x < run.last; ++x, at += step) {
-      const std::uint8_t* pixel = band.Bits + at;
-      const std::uint32_t key = pixel[0] | (static_cast<std::uint32_t>(pixel[1]) << 8) |
-                                (static_cast<std::uint32_t>(pixel[2]) << 16);
-      if (key != memory.key) {
-        // A copy, so that the conversion's four-byte read stays inside the band.
-        const std::uint8_t rgb[4] = {pixel[0], pixel[1], pixel[2], 0};
-        ConvertPixel(rgb, memory.ink, state);
-        memory.key = key;
+    for (int x = run.first; x < run.last;) {
+      const int byteEnd = std::min(run.last, (x | 7) + 1);
+      std::uint64_t dots = 0;
+      for (; x < byteEnd; ++x, at += step) {
+        const std::uint8_t* pixel = band.Bits + at;
+        const std::uint32_t key = pixel[0] | (static_cast<std::uint32_t>(pixel[1]) << 8) |
+                                  (static_cast<std::uint32_t>(pixel[2]) << 16);
+        if (key != memory.key) {
+          // A copy, so that the conversion's four-byte read stays inside the band.
+          const std::uint8_t rgb[4] = {pixel[0], pixel[1], pixel[2], 0};
+          std::uint8_t ink[4];
+          ConvertPixel(rgb, ink, state);
+          memory.key = key;
+          memory.lanes = ink[0] | std::uint64_t{ink[1]} << 16 | std::uint64_t{ink[2]} << 32;
+        }
+        dots |= DotLanes(memory.lanes, threshold[x & 127]) << (7 - (x & 7));
       }
-      const std::uint32_t t = threshold[x & 127];
-      const int shift = 7 - (x & 7);
-      cyan |= static_cast<std::uint32_t>(memory.ink[0] < t) << shift;
-      magenta |= static_cast<std::uint32_t>(memory.ink[1] < t) << shift;
-      yellow |= static_cast<std::uint32_t>(memory.ink[2] < t) << shift;
-      if (shift == 0 || x + 1 == run.last) {
-        const std::ptrdiff_t byte = lineStart + (x >> 3);
-        OrDots(planes, byte + kCyanPlane, cyan);
-        OrDots(planes, byte + kMagentaPlane, magenta);
-        OrDots(planes, byte + kYellowPlane, yellow);
-        cyan = magenta = yellow = 0;
-      }
+
+      // The byte's dots into the three planes.
+      const std::ptrdiff_t byte = lineStart + ((x - 1) >> 3);
+      OrDots(planes, byte + kCyanPlane, static_cast<std::uint32_t>(dots & 0xFF));
+      OrDots(planes, byte + kMagentaPlane, static_cast<std::uint32_t>((dots >> 16) & 0xFF));
+      OrDots(planes, byte + kYellowPlane, static_cast<std::uint32_t>((dots >> 32) & 0xFF));
     }
 
     flag |= ExtractBlack(planes, lineStart, width);
