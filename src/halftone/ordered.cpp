@@ -195,9 +195,9 @@ std::uint32_t DitherColor(DeviceState& state, int firstLine, int width, const Ba
           // A copy, so that the conversion's four-byte read stays inside the band.
           const std::uint8_t rgb[4] = {pixel[0], pixel[1], pixel[2], 0};
           std::uint8_t ink[4];
-          ConvertPixel(rgb, ink, state);
+          const std::uint64_t v = ConvertPixel(rgb, ink, state);  // cyan in the low byte
           memory.key = key;
-          memory.lanes = ink[0] | std::uint64_t{ink[1]} << 16 | std::uint64_t{ink[2]} << 32;
+          memory.lanes = (v & 0xFF) | (v & 0xFF00) << 8 | (v & 0xFF0000) << 16;
         }
         dots |= DotLanes(memory.lanes, threshold[x & 127]) << (7 - (x & 7));
       }
