@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "src/color/color.h"
+#include "src/color/convert_pixel.h"
 #include "src/data/tables.h"
 #include "src/device/device_state.h"
 #include "src/pipeline/band_info.h"
@@ -121,7 +122,7 @@ inline const InkAmounts& AmountsOf(ConversionCache& cache, const std::uint8_t* p
     // ConvertPixel reads four bytes; hand it a copy so the last pixel of a band is never overread.
     const std::uint8_t pixel[4] = {p[0], p[1], p[2], 0};
     std::uint8_t out[4];
-    ConvertPixel(pixel, out, state);
+    ConvertPixelInline(pixel, out, state);
     cache.Key = key;
     cache.Amounts = SplitInks(out, cache.Split, cache.YellowCap);
   }

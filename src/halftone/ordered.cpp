@@ -23,6 +23,7 @@
 #include <cstring>
 
 #include "src/color/color.h"
+#include "src/color/convert_pixel.h"
 #include "src/data/tables.h"
 #include "src/halftone/halftone.h"
 
@@ -195,7 +196,7 @@ std::uint32_t DitherColor(DeviceState& state, int firstLine, int width, const Ba
           // A copy, so that the conversion's four-byte read stays inside the band.
           const std::uint8_t rgb[4] = {pixel[0], pixel[1], pixel[2], 0};
           std::uint8_t ink[4];
-          const std::uint64_t v = ConvertPixel(rgb, ink, state);  // cyan in the low byte
+          const std::uint64_t v = ConvertPixelInline(rgb, ink, state);  // cyan in the low byte
           memory.key = key;
           memory.lanes = (v & 0xFF) | (v & 0xFF00) << 8 | (v & 0xFF0000) << 16;
         }
