@@ -80,15 +80,19 @@ inline Dot Quantise(int amount, int v, int threshold, int floor) {
       const int w = v - 255;
       return {Select(w <= floor, w + 32, w - 32), true, kQ == Quantiser::Mid};
     }
-    if constexpr (kQ == Quantiser::Mid) {
-      // v >= threshold + 255: v - 255, both bits; + 208: v - 248, first; + 5: v - 100, second.
-      const bool large = v >= threshold + 255, medium = v >= threshold + 208, small = v >= threshold + 5;
-      return {v - Select(large, 255, Select(medium, 248, Select(small, 100, 0))), medium, large || (small && !medium)};
-    } else {
-      // v >= threshold + 200: v - 255, first bit; + 5: v - 212, second.
-      const bool large = v >= threshold + 200, small = v >= threshold + 5;
-      return {v - Select(large, 255, Select(small, 212, 0)), large, small && !large};
-    }
+    // Between: the thresholds passed count the dot size, which picks what is taken off v and the bits.
+    //   Mid:  + 5: v - 100, second bit; + 208: v - 248, first; + 255: v - 255, both.
+    //   High: + 5: v - 212, second bit; + 200: v - 255, first.
+    struct Size {
+      int Taken;
+      bool First, Second;
+    };
+    static constexpr Size kMidSizes[4] = {{0, false, false}, {100, false, true}, {248, true, false}, {255, true, true}};
+    static constexpr Size kHighSizes[3] = {{0, false, false}, {212, false, true}, {255, true, false}};
+    int passed = (v >= threshold + 5) + (v >= threshold + (kQ == Quantiser::Mid ? 208 : 200));
+    if constexpr (kQ == Quantiser::Mid) passed += v >= threshold + 255;
+    const Size& size = kQ == Quantiser::Mid ? kMidSizes[passed] : kHighSizes[passed];
+    return {v - size.Taken, size.First, size.Second};
   }
 }
 
