@@ -4,9 +4,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <vips/vips8>
+
+#include "cli/pdf_page.h"
 
 namespace inkweave::cli {
 namespace {
@@ -145,6 +148,10 @@ std::optional<std::vector<InputPage>> ListPages(const std::vector<std::string>& 
 }
 
 struct PageImage::State {
+  // A PDF page is rendered by poppler a band at a time, placed at (Left, Top) of the surface, which is
+  // white elsewhere; every other input is a libvips pipeline read a region at a time.
+  std::unique_ptr<PdfPage> Pdf;
+  std::int64_t Left = 0, Top = 0, Width = 0, Height = 0;
   vips::VImage Image;
   VipsRegion* Region = nullptr;
   ~State() {
@@ -168,7 +175,18 @@ std::unique_ptr<PageImage> PageImage::Open(const InputPage& page, const Request&
                           request.Height, request.Fit);
 
     vips::VImage image;
-    if (IsDocument(page.Loader)) {
+    if (page.Loader == "pdfload") {
+      std::string why;
+      state->Pdf = PdfPage::Open(page.File, page.Page, placement.Factor * dotsPerPixel, &why);
+      if (!state->Pdf) {
+        if (error) *error = page.File + ": cannot read it: " + why;
+        return nullptr;
+      }
+      state->Left = placement.Left;
+      state->Top = placement.Top;
+      state->Width = request.Width;
+      state->Height = request.Height;
+    } else if (IsDocument(page.Loader)) {
       // Documents are rendered at the final scale (a PDF point is 1/72 in at scale 1).
       const double scale = placement.Factor * dotsPerPixel;
       image = vips::VImage::new_from_file(page.File.c_str(), LoadOptions(page, false)->set("scale", scale));
@@ -179,12 +197,14 @@ std::unique_ptr<PageImage> PageImage::Open(const InputPage& page, const Request&
       const double v = static_cast<double>(placement.Height) / image.height();
       if (h != 1.0 || v != 1.0) image = image.resize(h, vips::VImage::option()->set("vscale", v));
     }
-    image = image.embed(static_cast<int>(placement.Left), static_cast<int>(placement.Top),
-                        static_cast<int>(request.Width), static_cast<int>(request.Height),
-                        vips::VImage::option()->set("extend", VIPS_EXTEND_WHITE));
-    state->Image = image;
-    state->Region = vips_region_new(state->Image.get_image());
-    if (!state->Region) throw vips::VError(TakeVipsError());
+    if (!state->Pdf) {
+      image = image.embed(static_cast<int>(placement.Left), static_cast<int>(placement.Top),
+                          static_cast<int>(request.Width), static_cast<int>(request.Height),
+                          vips::VImage::option()->set("extend", VIPS_EXTEND_WHITE));
+      state->Image = image;
+      state->Region = vips_region_new(state->Image.get_image());
+      if (!state->Region) throw vips::VError(TakeVipsError());
+    }
   } catch (const vips::VError&) {
     if (error) *error = page.File + ": cannot read it: " + TakeVipsError();
     return nullptr;
@@ -196,6 +216,7 @@ std::unique_ptr<PageImage> PageImage::Open(const InputPage& page, const Request&
 
 bool PageImage::Render(std::int32_t x, std::int32_t y, std::int32_t w, std::int32_t h, std::uint8_t* dst,
                        std::size_t stride) {
+  if (state_->Pdf) return RenderPdf(x, y, w, h, dst, stride);
   VipsRect rect{x, y, w, h};
   if (vips_region_prepare(state_->Region, &rect) != 0) {
     error_ = TakeVipsError();
@@ -205,6 +226,23 @@ bool PageImage::Render(std::int32_t x, std::int32_t y, std::int32_t w, std::int3
   for (std::int32_t row = 0; row < h; ++row)
     std::memcpy(dst + stride * static_cast<std::size_t>(row), VIPS_REGION_ADDR(state_->Region, x, y + row), rowBytes);
   return true;
+}
+
+bool PageImage::RenderPdf(std::int32_t x, std::int32_t y, std::int32_t w, std::int32_t h, std::uint8_t* dst,
+                          std::size_t stride) {
+  const State& s = *state_;
+  for (std::int32_t row = 0; row < h; ++row)
+    std::memset(dst + stride * static_cast<std::size_t>(row), 0xFF, static_cast<std::size_t>(w) * 3);
+  // The part of the rectangle the page covers, in surface pixels.
+  const std::int64_t left = std::max<std::int64_t>(x, s.Left);
+  const std::int64_t top = std::max<std::int64_t>(y, s.Top);
+  const std::int64_t right = std::min<std::int64_t>(std::int64_t{x} + w, s.Left + s.Pdf->Width());
+  const std::int64_t bottom = std::min<std::int64_t>(std::int64_t{y} + h, s.Top + s.Pdf->Height());
+  if (left >= right || top >= bottom) return true;
+  std::uint8_t* at = dst + stride * static_cast<std::size_t>(top - y) + static_cast<std::size_t>(left - x) * 3;
+  return state_->Pdf->Render(static_cast<std::int32_t>(left - s.Left), static_cast<std::int32_t>(top - s.Top),
+                             static_cast<std::int32_t>(right - left), static_cast<std::int32_t>(bottom - top), at,
+                             stride, &error_);
 }
 
 }  // namespace inkweave::cli

@@ -1,0 +1,105 @@
+#include "cli/pdf_page.h"
+
+#include <cairo.h>
+#include <fcntl.h>
+#include <poppler.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+
+namespace inkweave::cli {
+
+struct PdfPage::Handles {
+  PopplerDocument* Document = nullptr;
+  PopplerPage* Page = nullptr;
+  ~Handles() {
+    if (Page) g_object_unref(Page);
+    if (Document) g_object_unref(Document);
+  }
+};
+
+PdfPage::~PdfPage() = default;
+
+std::unique_ptr<PdfPage> PdfPage::Open(const std::string& file, int index, double scale, std::string* error) {
+  auto fail = [&](const std::string& why) -> std::unique_ptr<PdfPage> {
+    if (error) *error = why;
+    return nullptr;
+  };
+  if (!(scale > 0) || !std::isfinite(scale)) return fail("the page scale is out of range");
+  const int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return fail(std::strerror(errno));
+  std::unique_ptr<PdfPage> page(new PdfPage);
+  page->handles_ = std::make_unique<Handles>();
+  GError* gerror = nullptr;
+  page->handles_->Document = poppler_document_new_from_fd(fd, nullptr, &gerror);  // owns fd from here
+  if (!page->handles_->Document) {
+    const std::string why = gerror && gerror->message ? gerror->message : "not a readable PDF";
+    if (gerror) g_error_free(gerror);
+    return fail(why);
+  }
+  const int pages = poppler_document_get_n_pages(page->handles_->Document);
+  if (index < 0 || index >= pages) return fail("the PDF has no page " + std::to_string(index + 1));
+  page->handles_->Page = poppler_document_get_page(page->handles_->Document, index);
+  if (!page->handles_->Page) return fail("cannot read page " + std::to_string(index + 1));
+  double width = 0, height = 0;
+  poppler_page_get_size(page->handles_->Page, &width, &height);
+  page->scale_ = scale;
+  page->width_ = static_cast<std::int64_t>(std::rint(width * scale));
+  page->height_ = static_cast<std::int64_t>(std::rint(height * scale));
+  if (page->width_ < 1 || page->height_ < 1) return fail("the page is empty");
+  return page;
+}
+
+bool PdfPage::Render(std::int32_t x, std::int32_t y, std::int32_t w, std::int32_t h, std::uint8_t* dst,
+                     std::size_t stride, std::string* error) {
+  if (w < 1 || h < 1) return true;
+  // Opaque white under the page, as premultiplied ARGB: poppler does not paint the background itself,
+  // and over an opaque ground every pixel stays opaque, so the colour channels are the final RGB.
+  pixels_.assign(static_cast<std::size_t>(w) * static_cast<std::size_t>(h), 0xFFFFFFFFu);
+  // libvips' loader rendered a page in tiles of 4000 x 4000 pixels, each on a surface whose origin is
+  // the tile's corner. Where the rectangle crosses tiles it is rendered a piece per tile, with the
+  // tile's transform and the piece's place in the tile as the surface's device offset, so that every
+  // path lands on the same pixels as before: a page of text and graphics comes out byte for byte as it
+  // did through libvips. (Images in a PDF can differ by a level or two: cairo splits an image's
+  // transform about the centre of the area drawn, which is now a band, not a tile.)
+  constexpr std::int32_t kTile = 4000;
+  for (std::int32_t tileTop = y / kTile * kTile; tileTop < y + h; tileTop += kTile) {
+    for (std::int32_t tileLeft = x / kTile * kTile; tileLeft < x + w; tileLeft += kTile) {
+      const std::int32_t left = std::max(x, tileLeft), top = std::max(y, tileTop);
+      const std::int32_t right = std::min(x + w, tileLeft + kTile), bottom = std::min(y + h, tileTop + kTile);
+      std::uint32_t* corner = pixels_.data() + static_cast<std::size_t>(top - y) * static_cast<std::size_t>(w) +
+                              static_cast<std::size_t>(left - x);
+      cairo_surface_t* surface = cairo_image_surface_create_for_data(
+          reinterpret_cast<unsigned char*>(corner), CAIRO_FORMAT_ARGB32, right - left, bottom - top, w * 4);
+      cairo_surface_set_device_offset(surface, tileLeft - left, tileTop - top);
+      cairo_t* cr = cairo_create(surface);
+      cairo_surface_destroy(surface);
+      if (cairo_status(cr) != CAIRO_STATUS_SUCCESS) {
+        if (error) *error = std::string("cannot render the page: ") + cairo_status_to_string(cairo_status(cr));
+        cairo_destroy(cr);
+        return false;
+      }
+      // Page units, the origin moved to the tile's corner.
+      cairo_scale(cr, scale_, scale_);
+      cairo_translate(cr, (0.0 - tileLeft) / scale_, (0.0 - tileTop) / scale_);
+      poppler_page_render(handles_->Page, cr);
+      cairo_destroy(cr);
+    }
+  }
+
+  for (std::int32_t row = 0; row < h; ++row) {
+    const std::uint32_t* in = pixels_.data() + static_cast<std::size_t>(row) * static_cast<std::size_t>(w);
+    std::uint8_t* out = dst + stride * static_cast<std::size_t>(row);
+    for (std::int32_t col = 0; col < w; ++col, out += 3) {
+      const std::uint32_t argb = in[col];
+      out[0] = static_cast<std::uint8_t>(argb >> 16);
+      out[1] = static_cast<std::uint8_t>(argb >> 8);
+      out[2] = static_cast<std::uint8_t>(argb);
+    }
+  }
+  return true;
+}
+
+}  // namespace inkweave::cli

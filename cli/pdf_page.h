@@ -1,0 +1,42 @@
+// One PDF page rendered with poppler (cairo) a rectangle at a time. libvips' PDF loader renders a page
+// in strips thousands of rows high (77 MB for an A4 page at 600 dpi); here only the rectangle a band
+// asks for is rendered, into a buffer of that rectangle's size.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace inkweave::cli {
+
+class PdfPage {
+ public:
+  // Page `index` (from 0) of the file, at `scale` device pixels per PDF point. Null with the reason
+  // in *error when the file cannot be opened as a PDF or has no such page.
+  static std::unique_ptr<PdfPage> Open(const std::string& file, int index, double scale, std::string* error);
+  ~PdfPage();
+  PdfPage(const PdfPage&) = delete;
+  PdfPage& operator=(const PdfPage&) = delete;
+
+  // The page in pixels: its size in points times the scale, rounded to nearest (as libvips sizes it).
+  std::int64_t Width() const { return width_; }
+  std::int64_t Height() const { return height_; }
+
+  // Renders the rectangle (page pixels, inside the page) on white into dst as R, G, B bytes, one row
+  // every stride bytes. False with the reason in *error when cairo cannot make the surface.
+  bool Render(std::int32_t x, std::int32_t y, std::int32_t w, std::int32_t h, std::uint8_t* dst, std::size_t stride,
+              std::string* error);
+
+ private:
+  PdfPage() = default;
+  struct Handles;
+  std::unique_ptr<Handles> handles_;
+  double scale_ = 1.0;
+  std::int64_t width_ = 0;
+  std::int64_t height_ = 0;
+  std::vector<std::uint32_t> pixels_;  // cairo ARGB32, one rectangle
+};
+
+}  // namespace inkweave::cli

@@ -1,0 +1,147 @@
+// PDF pages rendered a band at a time with poppler (cli/pdf_page.cpp) against the same page rendered by
+// libvips' PDF loader, which the command used before: the same size at every scale, the same pixels
+// for text and graphics (also across the loader's 4000-pixel tile edges), images within two levels;
+// and the printer stream of the test page's first page pinned to the one the loader gave.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <vips/vips8>
+
+#include "cli/pdf_page.h"
+#include "tests/cli/run.h"
+#include "tests/support/sha256.h"
+
+namespace inkweave::cli::testing {
+namespace {
+
+void StartVips() {
+  static const bool started = VIPS_INIT("pdf_page_test") == 0;
+  ASSERT_TRUE(started);
+}
+
+// libvips' rendering of the rectangle (RGB of its RGBA).
+std::vector<std::uint8_t> ThroughLibvips(const std::string& file, int page, double scale, int x, int y, int w, int h) {
+  vips::VImage image = vips::VImage::new_from_file(
+      file.c_str(), vips::VImage::option()->set("page", page)->set("scale", scale));
+  image = image.extract_area(x, y, w, h).extract_band(0, vips::VImage::option()->set("n", 3));
+  std::size_t size = 0;
+  void* memory = image.write_to_memory(&size);
+  std::vector<std::uint8_t> pixels(static_cast<std::uint8_t*>(memory), static_cast<std::uint8_t*>(memory) + size);
+  g_free(memory);
+  return pixels;
+}
+
+struct Difference {
+  int Largest = 0;
+  std::size_t Count = 0;
+};
+Difference Compare(const std::vector<std::uint8_t>& a, const std::vector<std::uint8_t>& b) {
+  Difference d;
+  EXPECT_EQ(a.size(), b.size());
+  for (std::size_t i = 0; i < std::min(a.size(), b.size()); ++i) {
+    const int delta = std::abs(int{a[i]} - int{b[i]});
+    d.Largest = std::max(d.Largest, delta);
+    d.Count += delta != 0;
+  }
+  return d;
+}
+
+std::vector<std::uint8_t> ThroughPoppler(PdfPage& page, int x, int y, int w, int h) {
+  std::vector<std::uint8_t> pixels(static_cast<std::size_t>(w) * static_cast<std::size_t>(h) * 3, 0);
+  std::string error;
+  EXPECT_TRUE(page.Render(x, y, w, h, pixels.data(), static_cast<std::size_t>(w) * 3, &error)) << error;
+  return pixels;
+}
+
+TEST(PdfPage, SizedLikeTheLibvipsLoaderAtEveryScale) {
+  StartVips();
+  for (const int index : {0, 1}) {
+    for (const double scale : {0.37, 1.0, 1.9607843, 2.0833333, 4.1666667, 7.843, 8.3333333, 12.5}) {
+      std::string error;
+      auto page = PdfPage::Open(Example("testpage.pdf"), index, scale, &error);
+      ASSERT_TRUE(page) << error;
+      const vips::VImage header = vips::VImage::new_from_file(
+          Example("testpage.pdf").c_str(), vips::VImage::option()->set("page", index)->set("scale", scale));
+      EXPECT_EQ(page->Width(), header.width()) << "scale " << scale;
+      EXPECT_EQ(page->Height(), header.height()) << "scale " << scale;
+    }
+  }
+}
+
+TEST(PdfPage, TextAndGraphicsBandsEqualTheLibvipsPageAcrossItsTiles) {
+  StartVips();
+  // 600 dpi on A4: 4669 x 6603 pixels, so bands cross the loader's tile edges at x and y = 4000.
+  const double scale = 7.843;
+  std::string error;
+  auto page = PdfPage::Open(Example("testpage.pdf"), 0, scale, &error);
+  ASSERT_TRUE(page) << error;
+  const int width = static_cast<int>(page->Width());
+  const int height = static_cast<int>(page->Height());
+  for (const auto& [top, rows] : {std::pair{0, 256}, std::pair{1792, 256}, std::pair{3900, 256},
+                                  std::pair{4000, 16}, std::pair{height - 99, 99}}) {
+    const Difference d = Compare(ThroughPoppler(*page, 0, top, width, rows),
+                                 ThroughLibvips(Example("testpage.pdf"), 0, scale, 0, top, width, rows));
+    EXPECT_EQ(d.Count, 0u) << "band at row " << top << ", largest difference " << d.Largest;
+  }
+}
+
+TEST(PdfPage, ImagesWithinTwoLevelsOfTheLibvipsPage) {
+  StartVips();
+  const double scale = 3.92;  // page 2 holds a photograph, drawn scaled by cairo
+  std::string error;
+  auto page = PdfPage::Open(Example("testpage.pdf"), 1, scale, &error);
+  ASSERT_TRUE(page) << error;
+  const int width = static_cast<int>(page->Width());
+  for (const int top : {256, 512, 768}) {
+    const std::vector<std::uint8_t> ours = ThroughPoppler(*page, 0, top, width, 256);
+    const Difference d = Compare(ours, ThroughLibvips(Example("testpage.pdf"), 1, scale, 0, top, width, 256));
+    EXPECT_LE(d.Largest, 2) << "band at row " << top;
+    EXPECT_LT(d.Count, ours.size() / 20) << "band at row " << top;
+  }
+}
+
+TEST(PdfPage, PiecesOfABandEqualTheBandRenderedWhole) {
+  StartVips();
+  std::string error;
+  auto page = PdfPage::Open(Example("testpage.pdf"), 0, 4.1666667, &error);
+  ASSERT_TRUE(page) << error;
+  const int width = static_cast<int>(page->Width());
+  const std::vector<std::uint8_t> whole = ThroughPoppler(*page, 0, 1000, width, 64);
+  ASSERT_NE(std::count(whole.begin(), whole.end(), 0xFF), static_cast<std::ptrdiff_t>(whole.size()));
+  // The same rows as two half-height bands: text and rules must not shift by a pixel at the seam.
+  std::vector<std::uint8_t> halves = ThroughPoppler(*page, 0, 1000, width, 32);
+  const std::vector<std::uint8_t> lower = ThroughPoppler(*page, 0, 1032, width, 32);
+  halves.insert(halves.end(), lower.begin(), lower.end());
+  EXPECT_EQ(Compare(whole, halves).Count, 0u);
+}
+
+TEST(PdfPage, NotAPdfOrNoSuchPageIsAnError) {
+  StartVips();
+  std::string error;
+  EXPECT_FALSE(PdfPage::Open(Example("testpage.png"), 0, 1.0, &error));
+  EXPECT_FALSE(error.empty());
+  error.clear();
+  EXPECT_FALSE(PdfPage::Open(Example("testpage.pdf"), 2, 1.0, &error));
+  EXPECT_EQ(error, "the PDF has no page 3");
+  EXPECT_FALSE(PdfPage::Open(Example("missing.pdf"), 0, 1.0, &error));
+  EXPECT_EQ(error, "No such file or directory");
+  EXPECT_FALSE(PdfPage::Open(Example("testpage.pdf"), 0, 0.0, &error));
+}
+
+// The stream of the test page's first page (text and graphics) at 600 dpi, as printed when the page
+// still went through libvips' PDF loader. A change of the page rendering that moves a single pixel
+// of it changes this stream.
+TEST(PdfPage, FirstTestPageStreamUnchangedFromTheLibvipsLoader) {
+  ScratchDir dir;
+  const RunResult run =
+      RunInkweave({"print", Example("testpage.pdf"), "--pages", "1", "--quality", "600", "-o", dir / "p1.prn"});
+  ASSERT_EQ(run.Exit, 0) << run.Err;
+  const std::vector<unsigned char> stream = ReadFile(dir / "p1.prn");
+  EXPECT_EQ(stream.size(), 1692222u);
+  EXPECT_EQ(inkweave::testing::Sha256Hex(stream.data(), stream.size()),
+            "031082bf65ac7094bb3cfe5c1c10adebf153d404a437d7c3d01a06c938f001a6");
+}
+
+}  // namespace
+}  // namespace inkweave::cli::testing
