@@ -146,6 +146,9 @@ void DiffuseInkRun(InkLine& line, int inkIndex, const int* amounts, const int* t
   // The ink's state in locals, so that the loop keeps it in registers.
   InkLine ink = line;
   std::uint32_t inked = 0;
+  constexpr unsigned kFirstMask = kStep > 0 ? 0x80u : 0x01u;
+  constexpr unsigned kLastMask = kStep > 0 ? 0x01u : 0x80u;
+  unsigned mask = 0x80u >> (x & 7);
   for (int i = 0; i < n; ++i, x += kStep) {
     // Gather the error (a 16-bit sum; the weights are symmetric, so the window's direction is
     // free). Everything but the last error is summed first: that one is the loop's critical path.
@@ -167,11 +170,16 @@ void DiffuseInkRun(InkLine& line, int inkIndex, const int* amounts, const int* t
     ink.Here = ink.Ahead1;
     ink.Ahead1 = ahead2;
 
-    // Collect the bits; a byte is stored when the line leaves it.
-    const int shift = 7 - (x & 7);
-    ink.Bits0 |= static_cast<unsigned>(dot.First) << shift;
-    if constexpr (Layout<kQ>::kTwoBits) ink.Bits1 |= static_cast<unsigned>(dot.Second) << shift;
-    if ((kStep > 0 && (x & 7) == 7) || (kStep < 0 && (x & 7) == 0)) StoreInkByte<kQ>(ink, x >> 3, inked);
+    // Collect the bits under the dot's mask, which walks with the dot; a byte is stored when the line
+    // leaves it (its last dot: mask 0x01 left to right, 0x80 right to left).
+    ink.Bits0 |= mask & -static_cast<unsigned>(dot.First);
+    if constexpr (Layout<kQ>::kTwoBits) ink.Bits1 |= mask & -static_cast<unsigned>(dot.Second);
+    if (mask == kLastMask) {
+      StoreInkByte<kQ>(ink, x >> 3, inked);
+      mask = kFirstMask;
+    } else {
+      mask = kStep > 0 ? mask >> 1 : mask << 1;
+    }
   }
   if (inked) result = 1;
   line = ink;
