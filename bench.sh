@@ -8,8 +8,7 @@ set -euo pipefail
 cd "$(dirname "$0")"
 only="${1:-all}"
 
-cmake -S . -B build-bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DINKWEAVE_BENCH=ON -DINKWEAVE_TESTS=OFF -DINKWEAVE_WERROR=OFF >/dev/null
-# Warnings do not stop a measurement (GCC 12 at -O3 reports false -Wrestrict positives).
+cmake -S . -B build-bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DINKWEAVE_BENCH=ON -DINKWEAVE_TESTS=OFF >/dev/null
 log=build-bench/build.log
 mkdir -p build-bench
 cmake --build build-bench -j "${JOBS:-2}" >"$log" 2>&1 || { grep -E "error|FAILED" -A3 "$log" | head -30; exit 1; }

@@ -131,7 +131,10 @@ std::string RowRanges(const std::vector<int>& rows) {
     while (j + 1 < rows.size() && rows[j + 1] == rows[j] + 1) ++j;
     if (!text.empty()) text += ", ";
     text += std::to_string(rows[i]);
-    if (j > i) text += "-" + std::to_string(rows[j]);
+    if (j > i) {
+      text += '-';  // appended separately: "-" + std::string trips GCC 12's -O3 -Wrestrict
+      text += std::to_string(rows[j]);
+    }
     i = j + 1;
     if (text.size() > 200) {
       text += ", ...";

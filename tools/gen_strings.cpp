@@ -155,7 +155,10 @@ bool PpdFragment(const Table& table, std::string* fragment) {
          "*% Translations of the inkweave options, appended to the PPD.\n";
   std::string languages;
   for (const Language& l : kLanguages)
-    if (l.Tag != "en") languages += (languages.empty() ? "" : " ") + std::string(l.Tag);
+    if (l.Tag != "en") {
+      if (!languages.empty()) languages += ' ';
+      languages.append(l.Tag);
+    }
   out << "*cupsLanguages: \"" << languages << "\"\n";
   for (const Language& l : kLanguages) {
     if (l.Tag == "en") continue;
@@ -164,8 +167,10 @@ bool PpdFragment(const Table& table, std::string* fragment) {
     for (const PpdLine& p : kPpdLines) {
       const auto text = strings.find(p.Id);
       if (text == strings.end()) continue;  // left untranslated (Arabic and Hebrew paper types)
-      const std::string line =
-          "*" + std::string(l.Tag) + "." + std::string(p.Keyword) + " " + std::string(p.Option) + "/" + text->second + ": \"\"";
+      // Appended piece by piece: GCC 12 at -O3 reports a false -Wrestrict for `"literal" + std::string`.
+      std::string line = "*";
+      line.append(l.Tag).append(".").append(p.Keyword).append(" ").append(p.Option).append("/");
+      line.append(text->second).append(": \"\"");
       if (text->second.size() > kTranslationMax) return Fail(line + ": translation too long");
       if (line.size() > kPpdLineMax) return Fail(line + ": line too long");
       out << line << "\n";
