@@ -139,50 +139,54 @@ inline void StoreInkByte(InkLine& ink, int byte, std::uint32_t& result) {
   ink.Bits1 = 0;
 }
 
-// Diffuses one ink (index inkIndex) over the n dots x, x + kStep, ... of a run.
+// Diffuses dot x of one ink (index inkIndex); `mask` is the dot's bit in its byte.
 template <Quantiser kQ, int kStep>
-void DiffuseInkRun(InkLine& line, int inkIndex, const int* amounts, const int* thresholds, int x, int n,
-                   std::uint32_t& result) {
-  // The ink's state in locals, so that the loop keeps it in registers.
-  InkLine ink = line;
+[[gnu::always_inline]] inline void DiffuseDot(InkLine& ink, int inkIndex, int amount, int threshold, int x,
+                                              unsigned mask, std::uint32_t& inked) {
+  // Gather the error (a 16-bit sum; the weights are symmetric, so the window's direction is free).
+  // Everything but the last error is summed first: that one is the ink's critical path.
+  const int cell = 2 * (x + 2);
+  const int ahead2 = ink.Previous[cell + 4 * kStep];
+  const int known = 4 * ink.Here + 2 * ink.Behind1 + 2 * ink.Ahead1 + ink.Behind2 + ahead2 + 2 * ink.C2;
+  const int gathered = detail::Wrap16(known + 4 * ink.C1);
+  const int floor = DiffusionSeedErrors[(4 * x + inkIndex) & 255];
+  const Dot dot = Quantise<kQ>(amount, amount + gathered / 16, threshold, floor);
+
+  // Store the error and slide the windows.
+  const std::int16_t stored = detail::Wrap16(dot.Error);
+  ink.Current[cell] = stored;
+  ink.C2 = ink.C1;
+  ink.C1 = stored;
+  ink.Behind2 = ink.Behind1;
+  ink.Behind1 = ink.Here;
+  ink.Here = ink.Ahead1;
+  ink.Ahead1 = ahead2;
+
+  // Collect the bits; a byte is stored when the line leaves it (its last dot: mask 0x01 left to
+  // right, 0x80 right to left).
+  ink.Bits0 |= mask & -static_cast<unsigned>(dot.First);
+  if constexpr (Layout<kQ>::kTwoBits) ink.Bits1 |= mask & -static_cast<unsigned>(dot.Second);
+  if (mask == (kStep > 0 ? 0x01u : 0x80u)) StoreInkByte<kQ>(ink, x >> 3, inked);
+}
+
+// Diffuses inks a and b (indexes ia, ib) over the n dots x, x + kStep, ... of a run: two independent
+// chains of errors, so that the processor works on one while the other waits for its last error.
+template <Quantiser kQ, int kStep>
+void DiffuseInkPair(InkLine& lineA, int ia, InkLine& lineB, int ib, const RunInputs& run, int x, int n,
+                    std::uint32_t& result) {
+  // The inks' states in locals, so that the loop keeps them in registers.
+  InkLine a = lineA, b = lineB;
   std::uint32_t inked = 0;
-  constexpr unsigned kFirstMask = kStep > 0 ? 0x80u : 0x01u;
-  constexpr unsigned kLastMask = kStep > 0 ? 0x01u : 0x80u;
-  unsigned mask = 0x80u >> (x & 7);
+  unsigned mask = 0x80u >> (x & 7);  // walks with the dot
   for (int i = 0; i < n; ++i, x += kStep) {
-    // Gather the error (a 16-bit sum; the weights are symmetric, so the window's direction is
-    // free). Everything but the last error is summed first: that one is the loop's critical path.
-    const int cell = 2 * (x + 2);
-    const int ahead2 = ink.Previous[cell + 4 * kStep];
-    const int known = 4 * ink.Here + 2 * ink.Behind1 + 2 * ink.Ahead1 + ink.Behind2 + ahead2 + 2 * ink.C2;
-    const int gathered = detail::Wrap16(known + 4 * ink.C1);
-    const int amount = amounts[i];
-    const int floor = DiffusionSeedErrors[(4 * x + inkIndex) & 255];
-    const Dot dot = Quantise<kQ>(amount, amount + gathered / 16, thresholds[i], floor);
-
-    // Store the error and slide the windows.
-    const std::int16_t stored = detail::Wrap16(dot.Error);
-    ink.Current[cell] = stored;
-    ink.C2 = ink.C1;
-    ink.C1 = stored;
-    ink.Behind2 = ink.Behind1;
-    ink.Behind1 = ink.Here;
-    ink.Here = ink.Ahead1;
-    ink.Ahead1 = ahead2;
-
-    // Collect the bits under the dot's mask, which walks with the dot; a byte is stored when the line
-    // leaves it (its last dot: mask 0x01 left to right, 0x80 right to left).
-    ink.Bits0 |= mask & -static_cast<unsigned>(dot.First);
-    if constexpr (Layout<kQ>::kTwoBits) ink.Bits1 |= mask & -static_cast<unsigned>(dot.Second);
-    if (mask == kLastMask) {
-      StoreInkByte<kQ>(ink, x >> 3, inked);
-      mask = kFirstMask;
-    } else {
-      mask = kStep > 0 ? mask >> 1 : mask << 1;
-    }
+    DiffuseDot<kQ, kStep>(a, ia, run.Amount[ia][i], run.Threshold[ia][i], x, mask, inked);
+    DiffuseDot<kQ, kStep>(b, ib, run.Amount[ib][i], run.Threshold[ib][i], x, mask, inked);
+    if (kStep > 0) mask = mask == 0x01u ? 0x80u : mask >> 1;
+    else mask = mask == 0x80u ? 0x01u : mask << 1;
   }
   if (inked) result = 1;
-  line = ink;
+  lineA = a;
+  lineB = b;
 }
 
 // Output line `line` in the direction kStep over dots first..first + count - 1.
@@ -244,9 +248,9 @@ void DiffuseMultiLine(MultiStripe& s, int line, const std::uint8_t* mapRow, deta
       }
     }
 
-    // Each ink along the run.
-    for (int ink = 0; ink < 4; ++ink)
-      DiffuseInkRun<kQ, kStep>(inks[ink], ink, run.Amount[ink], run.Threshold[ink], runStart, n, s.Result);
+    // The inks along the run, two at a time.
+    DiffuseInkPair<kQ, kStep>(inks[0], 0, inks[1], 1, run, runStart, n, s.Result);
+    DiffuseInkPair<kQ, kStep>(inks[2], 2, inks[3], 3, run, runStart, n, s.Result);
   }
 
   // The partial byte at the far end of the line (left to right: its last byte; right to left: the
