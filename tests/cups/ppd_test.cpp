@@ -43,7 +43,11 @@ TEST(Ppd, CarriesTheSharedKeywordsAndTexts) {
     EXPECT_NE(ppd.find(std::string(line)), std::string::npos) << line;
   EXPECT_EQ(ppd.find("*cupsLanguages"), std::string::npos);
   for (const host::Paper& paper : host::Papers())
-    EXPECT_NE(ppd.find("/" + std::string(paper.Title) + ": \"<</PageSize["), std::string::npos) << paper.Title;
+  {
+    std::string entry("/");
+    entry.append(paper.Title).append(": \"<</PageSize[");
+    EXPECT_NE(ppd.find(entry), std::string::npos) << paper.Title;
+  }
 }
 
 TEST(Ppd, FillsUntranslatedTextsWithEnglish) {

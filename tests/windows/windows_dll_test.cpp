@@ -66,7 +66,11 @@ std::string RunShell(const std::string& command, int* status) {
   return output;
 }
 
-std::string Quote(const fs::path& path) { return "'" + path.string() + "'"; }
+std::string Quote(const fs::path& path) {
+  std::string quoted("'");
+  quoted.append(path.string()).append("'");
+  return quoted;
+}
 
 std::vector<std::string> Lines(const fs::path& path) {
   std::ifstream in(path, std::ios::binary);
