@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "decode/decoder.h"
+#include "tests/support/print_stream.h"
 
 namespace inkweave::cupstest {
 
@@ -173,18 +174,7 @@ inline void WriteRaster(const fs::path& path, cups_mode_t mode, const std::vecto
 // The printer stream put on paper by the decoder.
 inline std::vector<decode::PrintedPage> Print(const std::string& stream, decode::Job* jobOut = nullptr) {
   const auto* bytes = reinterpret_cast<const std::uint8_t*>(stream.data());
-  auto parsed = decode::ParseJob({bytes, stream.size()});
-  if (auto* error = std::get_if<decode::Error>(&parsed)) {
-    ADD_FAILURE() << "stream does not parse at byte " << error->Offset << ": " << error->Message;
-    return {};
-  }
-  auto printed = decode::PrintJob(std::get<decode::Job>(parsed));
-  if (auto* error = std::get_if<decode::Error>(&printed)) {
-    ADD_FAILURE() << "stream does not print at byte " << error->Offset << ": " << error->Message;
-    return {};
-  }
-  if (jobOut) *jobOut = std::get<decode::Job>(parsed);
-  return std::get<std::vector<decode::PrintedPage>>(printed);
+  return inkweave::testing::PrintStream({bytes, stream.size()}, {}, jobOut);
 }
 
 // Box of the dots inked in any of the given planes (either bit of two-bit dots), in page dots; empty

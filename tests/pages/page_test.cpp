@@ -26,6 +26,7 @@
 #include "src/plugin/render_plugin.h"
 #include "tests/support/emit_driver.h"
 #include "tests/support/plugin_library.h"
+#include "tests/support/print_stream.h"
 
 // Allocations made by the plug-in while it takes a band (counted only inside ImageProcessing).
 namespace {
@@ -235,17 +236,7 @@ JobResult RunJob(const host::PluginEntry& entry, const JobConfig& config, const 
 }
 
 std::vector<decode::PrintedPage> Decode(const std::vector<std::uint8_t>& stream) {
-  auto parsed = decode::ParseJob(stream);
-  if (auto* error = std::get_if<decode::Error>(&parsed)) {
-    ADD_FAILURE() << "stream does not parse at byte " << error->Offset << ": " << error->Message;
-    return {};
-  }
-  auto printed = decode::PrintJob(std::get<decode::Job>(parsed));
-  if (auto* error = std::get_if<decode::Error>(&printed)) {
-    ADD_FAILURE() << "stream does not print at byte " << error->Offset << ": " << error->Message;
-    return {};
-  }
-  return std::get<std::vector<decode::PrintedPage>>(printed);
+  return testing::PrintStream(stream);
 }
 
 bool Bit(const std::vector<std::uint8_t>& row, int x) { return (row[x / 8] >> (7 - x % 8)) & 1; }
