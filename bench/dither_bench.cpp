@@ -57,7 +57,9 @@ struct Setup {
       for (int x = 0; x < bandWidth; ++x) {
         const double u = (landscape ? y : x) / static_cast<double>(dots);
         const int noise = static_cast<int>(rng() % 9) - 4;
-        auto level = [&](double v) { return static_cast<std::uint8_t>(std::clamp(static_cast<int>(v) + noise, 0, 255)); };
+        auto level = [&](double v) {
+          return static_cast<std::uint8_t>(std::clamp(static_cast<int>(v) + noise, 0, 255));
+        };
         switch (image) {
           case Image::Photo:
             row[3 * x] = level(255 * u);
@@ -67,9 +69,7 @@ struct Setup {
           case Image::Text:
             if (rng() % 100 < 8) row[3 * x] = row[3 * x + 1] = row[3 * x + 2] = 0;
             break;
-          case Image::Gray:
-            row[x] = level(255 * u);
-            break;
+          case Image::Gray: row[x] = level(255 * u); break;
         }
       }
     }

@@ -96,7 +96,8 @@ void BM_A4Page(benchmark::State& state) {
                                  std::size_t stride) {
     for (std::int32_t row = 0; row < h; ++row)
       std::memcpy(dst + stride * static_cast<std::size_t>(row),
-                  &tile[(static_cast<std::size_t>((y + row) % kTileRows) * width + x) * 3], static_cast<std::size_t>(w) * 3);
+                  &tile[(static_cast<std::size_t>((y + row) % kTileRows) * width + x) * 3],
+                  static_cast<std::size_t>(w) * 3);
     return true;
   };
   for (auto _ : state) {

@@ -10,8 +10,8 @@ namespace inkweave::cli {
 
 // Exit codes.
 inline constexpr int kExitOk = 0;
-inline constexpr int kExitFailure = 1;     // the job or the decode failed
-inline constexpr int kExitUsage = 2;       // bad option or option value
+inline constexpr int kExitFailure = 1;  // the job or the decode failed
+inline constexpr int kExitUsage = 2;    // bad option or option value
 inline constexpr int kExitInterrupted = 130;
 
 int RunPrint(const PrintOptions& options);
@@ -21,7 +21,7 @@ struct DecodeOptions {
   std::string Preview;  // empty: no picture
   int Page = 0;         // 0: every page
   int PreviewDpi = 100;
-  bool Stats = false;   // per-row detail on top of the summary
+  bool Stats = false;  // per-row detail on top of the summary
   bool Json = false;
   bool Quiet = false;
 };

@@ -51,15 +51,19 @@ struct Preview {
 Preview RenderPreview(const decode::PrintedPage& page, int previewDpi) {
   Preview preview;
   const int dpi = page.Dpi > 0 ? page.Dpi : 300;
-  const auto scaled = [&](int dots) { return static_cast<int>((static_cast<long long>(dots) * previewDpi + dpi - 1) / dpi); };
+  const auto scaled = [&](int dots) {
+    return static_cast<int>((static_cast<long long>(dots) * previewDpi + dpi - 1) / dpi);
+  };
   preview.Width = std::max(1, scaled(page.WidthDots));
   preview.Height = std::max(1, scaled(page.HeightRows));
   const std::size_t pixels = static_cast<std::size_t>(preview.Width) * static_cast<std::size_t>(preview.Height);
   auto toPixel = [&](int dot) { return static_cast<int>(static_cast<long long>(dot) * previewDpi / dpi); };
   // How many page dots fall in each preview column and row.
   std::vector<int> perColumn(static_cast<std::size_t>(preview.Width)), perRow(static_cast<std::size_t>(preview.Height));
-  for (int x = 0; x < page.WidthDots; ++x) ++perColumn[static_cast<std::size_t>(std::min(toPixel(x), preview.Width - 1))];
-  for (int y = 0; y < page.HeightRows; ++y) ++perRow[static_cast<std::size_t>(std::min(toPixel(y), preview.Height - 1))];
+  for (int x = 0; x < page.WidthDots; ++x)
+    ++perColumn[static_cast<std::size_t>(std::min(toPixel(x), preview.Width - 1))];
+  for (int y = 0; y < page.HeightRows; ++y)
+    ++perRow[static_cast<std::size_t>(std::min(toPixel(y), preview.Height - 1))];
 
   std::array<std::vector<std::uint32_t>, 4> ink;
   for (int p = 0; p < 4; ++p) {
@@ -72,7 +76,8 @@ Preview RenderPreview(const decode::PrintedPage& page, int previewDpi) {
       const std::size_t bytes = std::max(b0 ? b0->size() : 0, b1 ? b1->size() : 0);
       if (bytes == 0) continue;
       const int py = std::min(toPixel(static_cast<int>(r)), preview.Height - 1);
-      std::uint32_t* row = ink[static_cast<std::size_t>(p)].data() + static_cast<std::size_t>(py) * static_cast<std::size_t>(preview.Width);
+      std::uint32_t* row = ink[static_cast<std::size_t>(p)].data() +
+                           static_cast<std::size_t>(py) * static_cast<std::size_t>(preview.Width);
       for (std::size_t i = 0; i < bytes; ++i) {
         const std::uint8_t lo = b0 && i < b0->size() ? (*b0)[i] : 0;
         const std::uint8_t hi = b1 && i < b1->size() ? (*b1)[i] : 0;
@@ -92,8 +97,10 @@ Preview RenderPreview(const decode::PrintedPage& page, int previewDpi) {
   preview.Rgb.resize(pixels * 3);
   for (int y = 0; y < preview.Height; ++y) {
     for (int x = 0; x < preview.Width; ++x) {
-      const std::size_t i = static_cast<std::size_t>(y) * static_cast<std::size_t>(preview.Width) + static_cast<std::size_t>(x);
-      const double area = full * std::max(1, perColumn[static_cast<std::size_t>(x)] * perRow[static_cast<std::size_t>(y)]);
+      const std::size_t i =
+          static_cast<std::size_t>(y) * static_cast<std::size_t>(preview.Width) + static_cast<std::size_t>(x);
+      const double area =
+          full * std::max(1, perColumn[static_cast<std::size_t>(x)] * perRow[static_cast<std::size_t>(y)]);
       double cover[4];
       for (int p = 0; p < 4; ++p) cover[p] = std::min(1.0, ink[static_cast<std::size_t>(p)][i] / area);
       for (int c = 0; c < 3; ++c)
@@ -160,8 +167,9 @@ bool WritePreview(const Preview& preview, const std::string& path, int previewDp
   void* buffer = nullptr;
   std::size_t size = 0;
   try {
-    vips::VImage image = vips::VImage::new_from_memory(const_cast<std::uint8_t*>(preview.Rgb.data()), preview.Rgb.size(),
-                                                       preview.Width, preview.Height, 3, VIPS_FORMAT_UCHAR);
+    vips::VImage image =
+        vips::VImage::new_from_memory(const_cast<std::uint8_t*>(preview.Rgb.data()), preview.Rgb.size(), preview.Width,
+                                      preview.Height, 3, VIPS_FORMAT_UCHAR);
     image = image.copy(vips::VImage::option()
                            ->set("interpretation", VIPS_INTERPRETATION_sRGB)
                            ->set("xres", previewDpi / 25.4)
@@ -209,8 +217,9 @@ int RunDecode(const DecodeOptions& options) {
   }
 
   const bool numbered = options.Page == 0 && pages.size() > 1;
-  if (options.Json) std::printf("{\"stream\": \"%s\", \"bytes\": %zu, \"ended\": %s, \"pages\": [", options.Stream.c_str(),
-                                stream->size(), job.Ended ? "true" : "false");
+  if (options.Json)
+    std::printf("{\"stream\": \"%s\", \"bytes\": %zu, \"ended\": %s, \"pages\": [", options.Stream.c_str(),
+                stream->size(), job.Ended ? "true" : "false");
   bool firstJson = true;
   for (std::size_t index = 0; index < pages.size(); ++index) {
     const int number = static_cast<int>(index) + 1;
@@ -228,22 +237,23 @@ int RunDecode(const DecodeOptions& options) {
       }
     }
     if (options.Json) {
-      std::printf("%s\n  {\"page\": %d, \"dpi\": %d, \"widthDots\": %d, \"heightRows\": %d, \"mode\": %d, \"color\": %s, "
-                  "\"bitsPerDot\": %d, \"passes\": %d, \"feeds\": %d, \"feedUnits\": %ld, \"bytes\": %zu, \"passBytes\": %zu, "
-                  "\"compressionRatio\": %.3f, \"records\": %zu, \"blankRecords\": %zu, \"rawRecords\": %zu, "
-                  "\"coverage\": {\"cyan\": %.5f, \"magenta\": %.5f, \"yellow\": %.5f, \"black\": %.5f}, "
-                  "\"rowsPrinted\": %d, \"rowsPrintedTwice\": %d, \"rowsInkedTwice\": %d, \"rowsNeverPrinted\": %d, "
-                  "\"firstPrintedRow\": %d, \"lastPrintedRow\": %d}",
-                  firstJson ? "" : ",", number, page.Dpi, page.WidthDots, page.HeightRows, page.Mode,
-                  page.Color ? "true" : "false", page.BitsPerDot, s.Passes, s.Feeds, s.TotalFeed, s.StreamBytes, s.PassBytes,
-                  Ratio(s), s.Records, s.BlankRecords, s.RawRecords, coverage[0], coverage[1], coverage[2], coverage[3],
-                  page.RowsPrinted, page.RowsPrintedTwice, page.RowsInkedTwice, page.UnprintedRows, page.FirstPrintedRow,
-                  page.LastPrintedRow);
+      std::printf(
+          "%s\n  {\"page\": %d, \"dpi\": %d, \"widthDots\": %d, \"heightRows\": %d, \"mode\": %d, \"color\": %s, "
+          "\"bitsPerDot\": %d, \"passes\": %d, \"feeds\": %d, \"feedUnits\": %ld, \"bytes\": %zu, \"passBytes\": %zu, "
+          "\"compressionRatio\": %.3f, \"records\": %zu, \"blankRecords\": %zu, \"rawRecords\": %zu, "
+          "\"coverage\": {\"cyan\": %.5f, \"magenta\": %.5f, \"yellow\": %.5f, \"black\": %.5f}, "
+          "\"rowsPrinted\": %d, \"rowsPrintedTwice\": %d, \"rowsInkedTwice\": %d, \"rowsNeverPrinted\": %d, "
+          "\"firstPrintedRow\": %d, \"lastPrintedRow\": %d}",
+          firstJson ? "" : ",", number, page.Dpi, page.WidthDots, page.HeightRows, page.Mode,
+          page.Color ? "true" : "false", page.BitsPerDot, s.Passes, s.Feeds, s.TotalFeed, s.StreamBytes, s.PassBytes,
+          Ratio(s), s.Records, s.BlankRecords, s.RawRecords, coverage[0], coverage[1], coverage[2], coverage[3],
+          page.RowsPrinted, page.RowsPrintedTwice, page.RowsInkedTwice, page.UnprintedRows, page.FirstPrintedRow,
+          page.LastPrintedRow);
       firstJson = false;
     } else if (!options.Quiet) {
       std::printf("page %d: %.1f x %.1f mm (%d x %d dots at %d dpi), mode %d, %s, %d-bit dots\n", number,
-                  page.WidthDots * mmPerDot, page.HeightRows * mmPerDot, page.WidthDots, page.HeightRows, page.Dpi, page.Mode,
-                  page.Color ? "colour" : "monochrome", page.BitsPerDot);
+                  page.WidthDots * mmPerDot, page.HeightRows * mmPerDot, page.WidthDots, page.HeightRows, page.Dpi,
+                  page.Mode, page.Color ? "colour" : "monochrome", page.BitsPerDot);
       std::printf("  %d passes, %d feeds (%.1f mm), %zu bytes, compression %.2f:1\n", s.Passes, s.Feeds,
                   s.TotalFeed * 25.4 / 400.0, s.StreamBytes, Ratio(s));
       std::printf("  ink coverage: cyan %.1f%%, magenta %.1f%%, yellow %.1f%%, black %.1f%%\n", coverage[0] * 100,
@@ -251,11 +261,14 @@ int RunDecode(const DecodeOptions& options) {
       std::printf("  rows: %d printed, %d printed twice (%d inked twice), %d never printed\n", page.RowsPrinted,
                   page.RowsPrintedTwice, page.RowsInkedTwice, page.UnprintedRows);
       if (options.Stats) {
-        std::printf("  records: %zu (%zu coded, %zu raw, %zu blank), %zu data bytes for %zu decoded, %zu depth mismatches\n",
-                    s.Records, s.CompressedRecords, s.RawRecords, s.BlankRecords, s.CompressedSize, s.UncompressedSize,
-                    s.DepthMismatches);
-        std::printf("  first printed row %d, last %d, inked rows %d\n", page.FirstPrintedRow, page.LastPrintedRow, page.InkedRows);
-        std::printf("  rows printed twice: %s\n  rows never printed: %s\n", RowRanges(twice).c_str(), RowRanges(never).c_str());
+        std::printf(
+            "  records: %zu (%zu coded, %zu raw, %zu blank), %zu data bytes for %zu decoded, %zu depth mismatches\n",
+            s.Records, s.CompressedRecords, s.RawRecords, s.BlankRecords, s.CompressedSize, s.UncompressedSize,
+            s.DepthMismatches);
+        std::printf("  first printed row %d, last %d, inked rows %d\n", page.FirstPrintedRow, page.LastPrintedRow,
+                    page.InkedRows);
+        std::printf("  rows printed twice: %s\n  rows never printed: %s\n", RowRanges(twice).c_str(),
+                    RowRanges(never).c_str());
       }
     }
     if (!options.Preview.empty()) {

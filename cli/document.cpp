@@ -15,7 +15,7 @@ namespace inkweave::cli {
 namespace {
 
 // Loaders we accept: documents and the common raster formats, not the catch-all or raw ones.
-constexpr const char* kLoaders[] = {"pdfload", "svgload", "pngload", "jpegload", "tiffload", "webpload",
+constexpr const char* kLoaders[] = {"pdfload", "svgload", "pngload",  "jpegload", "tiffload", "webpload",
                                     "ppmload", "gifload", "heifload", "jp2kload", "jxlload"};
 
 bool IsDocument(const std::string& loader) { return loader == "pdfload" || loader == "svgload"; }
@@ -89,7 +89,8 @@ VipsRuntime::VipsRuntime(const char* argv0) {
   vips_concurrency_set(1);  // regions are computed on the calling thread anyway
   vips_cache_set_max(0);    // nothing is computed twice, so keep nothing
   // libvips warns on stderr about what then fails; the failure is reported once, in one line.
-  g_log_set_handler("VIPS", G_LOG_LEVEL_WARNING, [](const gchar*, GLogLevelFlags, const gchar*, gpointer) {}, nullptr);
+  g_log_set_handler(
+      "VIPS", G_LOG_LEVEL_WARNING, [](const gchar*, GLogLevelFlags, const gchar*, gpointer) {}, nullptr);
 }
 
 VipsRuntime::~VipsRuntime() {
@@ -127,8 +128,7 @@ std::optional<std::vector<InputPage>> ListPages(const std::vector<std::string>& 
     }
     bool known = false;
     for (const char* l : kLoaders) known = known || loader == l;
-    if (!known)
-      return fail("not a format inkweave can read (PDF, PNG, JPEG, TIFF, WebP, SVG, PNM, GIF)");
+    if (!known) return fail("not a format inkweave can read (PDF, PNG, JPEG, TIFF, WebP, SVG, PNM, GIF)");
 
     int count = 1;
     try {
@@ -171,8 +171,8 @@ std::unique_ptr<PageImage> PageImage::Open(const InputPage& page, const Request&
     vips::VImage header = vips::VImage::new_from_file(page.File.c_str(), LoadOptions(page, false));
     const double perMm = PixelsPerMm(header);
     const double dotsPerPixel = request.Dpi / 25.4 / perMm;
-    placement = PlacePage(header.width() * dotsPerPixel, header.height() * dotsPerPixel, request.Width,
-                          request.Height, request.Fit);
+    placement = PlacePage(header.width() * dotsPerPixel, header.height() * dotsPerPixel, request.Width, request.Height,
+                          request.Fit);
 
     vips::VImage image;
     if (page.Loader == "pdfload") {

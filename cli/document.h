@@ -43,7 +43,7 @@ class PageImage {
  public:
   struct Request {
     int Dpi = 300;
-    std::int64_t Width = 0;   // surface (printable area, turned for landscape), dots
+    std::int64_t Width = 0;  // surface (printable area, turned for landscape), dots
     std::int64_t Height = 0;
     Scale Fit;
     bool InOrder = true;  // regions are asked for top to bottom (portrait bands): stream the decoder

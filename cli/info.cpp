@@ -61,8 +61,8 @@ int RunInfo(const std::string& pluginPath, bool json) {
     const auto papers = host::Papers();
     for (std::size_t i = 0; i < papers.size(); ++i) {
       const host::Paper& p = papers[i];
-      std::printf("    {\"name\": %s, \"title\": %s, \"code\": %d, \"printable\": {", JsonString(std::string(p.Name)).c_str(),
-                  JsonString(std::string(p.Title)).c_str(), p.Code);
+      std::printf("    {\"name\": %s, \"title\": %s, \"code\": %d, \"printable\": {",
+                  JsonString(std::string(p.Name)).c_str(), JsonString(std::string(p.Title)).c_str(), p.Code);
       for (int q = 0; q < 3; ++q) {
         const auto a = host::PrintableAreaOf(p, kQualities[q]);
         std::printf("%s\"%d\": [%u, %u]", q ? ", " : "", kQualities[q], a.Width, a.Height);
@@ -72,7 +72,8 @@ int RunInfo(const std::string& pluginPath, bool json) {
     std::printf("  ],\n  \"media\": [");
     bool first = true;
     for (const Medium& m : kMedia) {
-      std::printf("%s{\"name\": %s, \"title\": %s, \"command\": %u}", first ? "" : ", ", JsonString(std::string(m.Name)).c_str(),
+      std::printf("%s{\"name\": %s, \"title\": %s, \"command\": %u}", first ? "" : ", ",
+                  JsonString(std::string(m.Name)).c_str(),
                   JsonString(EnglishString(m.StringId) ? EnglishString(m.StringId) : "").c_str(), m.Callback);
       first = false;
     }
@@ -86,8 +87,8 @@ int RunInfo(const std::string& pluginPath, bool json) {
     return kExitOk;
   }
 
-  std::printf("Plug-in\n  signature \"%s\" (0x%08X), interface version 0x%X, version 0x%X\n", Signature(info.Signature).c_str(),
-              info.Signature, info.InterfaceVersion, info.Version);
+  std::printf("Plug-in\n  signature \"%s\" (0x%08X), interface version 0x%X, version 0x%X\n",
+              Signature(info.Signature).c_str(), info.Signature, info.InterfaceVersion, info.Version);
   std::printf("  implements ImageProcessing %s, CommandCallback %s, FilterGraphics %s\n",
               info.ImplementsImageProcessing ? "yes" : "no", info.ImplementsCommandCallback ? "yes" : "no",
               info.ImplementsFilterGraphics ? "yes" : "no");
@@ -106,12 +107,13 @@ int RunInfo(const std::string& pluginPath, bool json) {
 
   std::printf("\nMedia (--media)\n");
   for (const Medium& m : kMedia)
-    std::printf("  %-8s %-20s (command %u)\n", std::string(m.Name).c_str(), EnglishString(m.StringId) ? EnglishString(m.StringId) : "?",
-                m.Callback);
+    std::printf("  %-8s %-20s (command %u)\n", std::string(m.Name).c_str(),
+                EnglishString(m.StringId) ? EnglishString(m.StringId) : "?", m.Callback);
 
   std::printf("\nModes\n");
   std::printf("  --quality 150 | 300 | 600   print quality, dpi (default 300)\n");
-  std::printf("  --high-res                  %s (600 dpi and command 14)\n", EnglishString(271) ? EnglishString(271) : "");
+  std::printf("  --high-res                  %s (600 dpi and command 14)\n",
+              EnglishString(271) ? EnglishString(271) : "");
   std::printf("  --halftone dither           %s (command 11, default)\n", EnglishString(269) ? EnglishString(269) : "");
   std::printf("  --halftone diffusion        %s (command 12)\n", EnglishString(270) ? EnglishString(270) : "");
   std::printf("  colour / --mono             %s / %s\n", EnglishString(1031) ? EnglishString(1031) : "",

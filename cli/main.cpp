@@ -41,30 +41,43 @@ int main(int argc, char** argv) {
   // print
   PrintOptions print;
   std::string pages, scale = "fit", halftone = "dither";
-  CLI::App* printCmd = app.add_subcommand("print", "Print documents (PDF, PNG, JPEG, TIFF, WebP, SVG, PNM) to a printer stream");
+  CLI::App* printCmd =
+      app.add_subcommand("print", "Print documents (PDF, PNG, JPEG, TIFF, WebP, SVG, PNM) to a printer stream");
   printCmd->add_option("INPUT", print.Inputs, "Documents, printed in order as one job")->required();
-  printCmd->add_option("-o,--output", print.Output, "The printer stream to write ('-' for standard output)")->required();
+  printCmd->add_option("-o,--output", print.Output, "The printer stream to write ('-' for standard output)")
+      ->required();
   printCmd->add_option("--paper", print.Paper, "Paper size")->check(CLI::IsMember(PaperNames()))->capture_default_str();
-  printCmd->add_option("--quality", print.Quality, "Print quality in dpi")->check(CLI::IsMember({150, 300, 600}))->capture_default_str();
+  printCmd->add_option("--quality", print.Quality, "Print quality in dpi")
+      ->check(CLI::IsMember({150, 300, 600}))
+      ->capture_default_str();
   printCmd->add_flag("--high-res", print.HighRes, "The 600 dpi high-resolution mode");
   printCmd->add_option("--media", print.Media, "Paper type")->check(CLI::IsMember(MediaNames()))->capture_default_str();
-  printCmd->add_option("--halftone", halftone, "dither or diffusion")->check(CLI::IsMember({"dither", "diffusion"}))->capture_default_str();
+  printCmd->add_option("--halftone", halftone, "dither or diffusion")
+      ->check(CLI::IsMember({"dither", "diffusion"}))
+      ->capture_default_str();
   printCmd->add_flag("--mono", print.Mono, "Print in black only");
   printCmd->add_flag("--landscape", print.Landscape, "Landscape orientation");
   printCmd->add_option("--band-height", print.BandHeight, "Rows per band handed to the plug-in (a multiple of 16)")
-      ->check(CLI::Range(16, 2048))->capture_default_str();
+      ->check(CLI::Range(16, 2048))
+      ->capture_default_str();
   printCmd->add_option("--pages", pages, "Pages of the job to print, e.g. 1-3,7 (counted over all inputs)");
-  printCmd->add_option("--scale", scale, "'fit' the printable area, or a percentage of the natural size (100% = no scaling)")->capture_default_str();
+  printCmd
+      ->add_option("--scale", scale,
+                   "'fit' the printable area, or a percentage of the natural size (100% = no scaling)")
+      ->capture_default_str();
   printCmd->add_flag("-q,--quiet", print.Quiet, "No progress");
   printCmd->add_option("--plugin", print.Plugin, "The plug-in library to use");
 
   // decode
   DecodeOptions decode;
-  CLI::App* decodeCmd = app.add_subcommand("decode", "Decode a printer stream: a summary per page and a preview picture");
+  CLI::App* decodeCmd =
+      app.add_subcommand("decode", "Decode a printer stream: a summary per page and a preview picture");
   decodeCmd->add_option("STREAM", decode.Stream, "The printer stream")->required()->check(CLI::ExistingFile);
   decodeCmd->add_option("-o,--output", decode.Preview, "Preview PNG (several pages: NAME-1.png, NAME-2.png, ...)");
   decodeCmd->add_option("--page", decode.Page, "Only this page (from 1)")->check(CLI::PositiveNumber);
-  decodeCmd->add_option("--preview-dpi", decode.PreviewDpi, "Resolution of the preview")->check(CLI::Range(10, 600))->capture_default_str();
+  decodeCmd->add_option("--preview-dpi", decode.PreviewDpi, "Resolution of the preview")
+      ->check(CLI::Range(10, 600))
+      ->capture_default_str();
   decodeCmd->add_flag("--stats", decode.Stats, "Also the rows printed twice or never, and the passes per page");
   decodeCmd->add_flag("--json", decode.Json, "The summary as JSON");
   decodeCmd->add_flag("-q,--quiet", decode.Quiet, "No summary");
@@ -87,9 +100,11 @@ int main(int argc, char** argv) {
     app.parse(argc, argv);
     if (printCmd->parsed()) {
       std::string error;
-      if (print.BandHeight % 16 != 0) throw CLI::ValidationError("--band-height", std::to_string(print.BandHeight) + " is not a multiple of 16");
+      if (print.BandHeight % 16 != 0)
+        throw CLI::ValidationError("--band-height", std::to_string(print.BandHeight) + " is not a multiple of 16");
       if (print.HighRes && printCmd->count("--quality") && print.Quality != 600)
-        throw CLI::ValidationError("--high-res", "is a 600 dpi mode; it cannot be combined with --quality " + std::to_string(print.Quality));
+        throw CLI::ValidationError(
+            "--high-res", "is a 600 dpi mode; it cannot be combined with --quality " + std::to_string(print.Quality));
       print.Method = halftone == "diffusion" ? Halftone::Diffusion : Halftone::Dither;
       if (!pages.empty() || printCmd->count("--pages")) {
         auto selection = ParsePages(pages, &error);

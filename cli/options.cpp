@@ -35,12 +35,14 @@ std::string Quoted(std::string_view text) {
 
 bool PageSelection::Contains(int page) const {
   if (Ranges.empty()) return true;
-  return std::any_of(Ranges.begin(), Ranges.end(), [page](const PageRange& r) { return page >= r.First && page <= r.Last; });
+  return std::any_of(Ranges.begin(), Ranges.end(),
+                     [page](const PageRange& r) { return page >= r.First && page <= r.Last; });
 }
 
 int PageSelection::Highest() const {
   int highest = 0;
-  for (const PageRange& r : Ranges) highest = std::max(highest, r.Last == std::numeric_limits<int>::max() ? r.First : r.Last);
+  for (const PageRange& r : Ranges)
+    highest = std::max(highest, r.Last == std::numeric_limits<int>::max() ? r.First : r.Last);
   return highest;
 }
 

@@ -74,7 +74,7 @@ std::optional<Medium> FindMedium(std::string_view name);
 // fixed percentage, and centred. Width and Height are the scaled size; Left and Top may be negative
 // when the page is larger than the area (it is then cropped about its centre).
 struct Placement {
-  double Factor = 1.0;   // scaled size / natural size
+  double Factor = 1.0;  // scaled size / natural size
   std::int64_t Width = 0;
   std::int64_t Height = 0;
   std::int64_t Left = 0;

@@ -39,9 +39,7 @@ class Progress {
   void Abandon() {
     if (show_) std::fputc('\n', stderr);
   }
-  double Elapsed() const {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
-  }
+  double Elapsed() const { return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count(); }
 
  private:
   bool show_;
@@ -164,14 +162,14 @@ int RunPrint(const PrintOptions& options) {
       return true;
     };
     const int pageNumber = static_cast<int>(index) + 1;
-    const host::PageResult result =
-        host::PrintPage(session, source, options.BandHeight, [&](int band, int bands) {
-          progress.Band(pageNumber, static_cast<int>(chosen.size()), band, bands);
-        });
+    const host::PageResult result = host::PrintPage(session, source, options.BandHeight, [&](int band, int bands) {
+      progress.Band(pageNumber, static_cast<int>(chosen.size()), band, bands);
+    });
     if (result.Stopped || Failed(result.Status)) {
       progress.Abandon();
       if (Interrupted()) failure = "interrupted; no output written";
-      if (failure.empty()) failure = "the plug-in failed on page " + std::to_string(pageNumber) + " (" + Hex(result.Status) + ")";
+      if (failure.empty())
+        failure = "the plug-in failed on page " + std::to_string(pageNumber) + " (" + Hex(result.Status) + ")";
       ReportError(failure);
       ok = false;
     }

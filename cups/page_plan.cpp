@@ -1,10 +1,10 @@
 #include "cups/page_plan.h"
 
+#include <strings.h>
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <strings.h>
 
 #include <cups/cups.h>
 #include <cups/ppd.h>
@@ -34,10 +34,14 @@ std::optional<std::uint32_t> MediaCallback(std::string_view media) {
     std::uint32_t Callback;
   };
   static constexpr Entry kEntries[] = {
-      {"", host::kCallbackMediaPlain},           {"Plain", host::kCallbackMediaPlain},
-      {"stationery", host::kCallbackMediaPlain}, {"Inkjet", host::kCallbackMediaInkjet},
-      {"stationery-inkjet", host::kCallbackMediaInkjet}, {"Glossy", host::kCallbackMediaGlossy},
-      {"photographic-glossy", host::kCallbackMediaGlossy}, {"Photo", host::kCallbackMediaPhoto},
+      {"", host::kCallbackMediaPlain},
+      {"Plain", host::kCallbackMediaPlain},
+      {"stationery", host::kCallbackMediaPlain},
+      {"Inkjet", host::kCallbackMediaInkjet},
+      {"stationery-inkjet", host::kCallbackMediaInkjet},
+      {"Glossy", host::kCallbackMediaGlossy},
+      {"photographic-glossy", host::kCallbackMediaGlossy},
+      {"Photo", host::kCallbackMediaPhoto},
       {"photographic", host::kCallbackMediaPhoto},
   };
   for (const Entry& e : kEntries)
@@ -108,8 +112,9 @@ JobOptions ReadJobOptions(const char* ppdPath, const char* optionText, std::vect
   for (std::string_view keyword : kOurOptions) {
     const char* value = cupsGetOption(std::string(keyword).c_str(), count, options);
     if (value && !ParseChoice(keyword, value, result) && warnings)
-      warnings->push_back(Format("Unknown %s value \"%s\" (%s); ignored", std::string(keyword).c_str(), value,
-                                 keyword == "InkweaveHalftone" ? "Dither or Diffusion" : "Off, HighRes600 or Print1200"));
+      warnings->push_back(
+          Format("Unknown %s value \"%s\" (%s); ignored", std::string(keyword).c_str(), value,
+                 keyword == "InkweaveHalftone" ? "Dither or Diffusion" : "Off, HighRes600 or Print1200"));
   }
   cupsFreeOptions(count, options);
   return result;
@@ -131,8 +136,8 @@ std::optional<host::Paper> NearestPaper(double widthMm, double heightMm) {
 bool PagePlan::SameDevice(const PagePlan& other) const {
   return Setup.PaperSize == other.Setup.PaperSize && Setup.Quality == other.Setup.Quality &&
          Setup.Color == other.Setup.Color && Setup.PageWidth == other.Setup.PageWidth &&
-         Setup.PageHeight == other.Setup.PageHeight && MediaCallback == other.MediaCallback &&
-         Method == other.Method && HighResolution == other.HighResolution;
+         Setup.PageHeight == other.Setup.PageHeight && MediaCallback == other.MediaCallback && Method == other.Method &&
+         HighResolution == other.HighResolution;
 }
 
 std::variant<PagePlan, std::string> PlanPage(const cups_page_header2_t& header, const JobOptions& options) {
@@ -143,13 +148,9 @@ std::variant<PagePlan, std::string> PlanPage(const cups_page_header2_t& header, 
     return Format("Unsupported raster: %u bits per colour (the printer takes 8)", header.cupsBitsPerColor);
   switch (header.cupsColorSpace) {
     case CUPS_CSPACE_RGB:
-    case CUPS_CSPACE_SRGB:
-      plan.Channels = 3;
-      break;
+    case CUPS_CSPACE_SRGB: plan.Channels = 3; break;
     case CUPS_CSPACE_W:
-    case CUPS_CSPACE_SW:
-      plan.Channels = 1;
-      break;
+    case CUPS_CSPACE_SW: plan.Channels = 1; break;
     case CUPS_CSPACE_K:
       plan.Channels = 1;
       plan.InvertGray = true;
@@ -168,8 +169,8 @@ std::variant<PagePlan, std::string> PlanPage(const cups_page_header2_t& header, 
   // Resolution: one of the device's print qualities.
   const unsigned dpi = header.HWResolution[0];
   if (dpi != header.HWResolution[1] || (dpi != 150 && dpi != 300 && dpi != 600))
-    return Format("Unsupported resolution %ux%u dpi (150, 300 or 600 dpi, the same both ways)",
-                  header.HWResolution[0], header.HWResolution[1]);
+    return Format("Unsupported resolution %ux%u dpi (150, 300 or 600 dpi, the same both ways)", header.HWResolution[0],
+                  header.HWResolution[1]);
 
   // Size: something, and nothing larger than any paper.
   if (header.cupsWidth == 0 || header.cupsHeight == 0)
@@ -200,19 +201,20 @@ std::variant<PagePlan, std::string> PlanPage(const cups_page_header2_t& header, 
   if (const auto known = NearestPaper(sheetWidth * kMmPerPoint, sheetHeight * kMmPerPoint)) {
     paper = *known;
   } else {
-    plan.Warnings.push_back(Format("Page size %.0fx%.0f points is not a paper the printer knows; printing it as "
-                                   "a custom size",
-                                   sheetWidth, sheetHeight));
+    plan.Warnings.push_back(
+        Format("Page size %.0fx%.0f points is not a paper the printer knows; printing it as "
+               "a custom size",
+               sheetWidth, sheetHeight));
   }
   plan.PaperName = std::string(paper.Name);
   host::PrintableArea area = host::PrintableAreaOf(paper, static_cast<int>(dpi));
   if (area.Width < 1 || area.Height < 1)
-    return Format("Page size %.0fx%.0f points leaves no printable area inside the margins", sheetWidth,
-                  sheetHeight);
+    return Format("Page size %.0fx%.0f points leaves no printable area inside the margins", sheetWidth, sheetHeight);
   if (area.Width > host::kMaxLineDots) {
-    plan.Warnings.push_back(Format("The printable width of %u dots at %u dpi is wider than the print head's %u; "
-                                   "the right edge is cut off",
-                                   area.Width, dpi, host::kMaxLineDots));
+    plan.Warnings.push_back(
+        Format("The printable width of %u dots at %u dpi is wider than the print head's %u; "
+               "the right edge is cut off",
+               area.Width, dpi, host::kMaxLineDots));
     area.Width = host::kMaxLineDots;
   }
 

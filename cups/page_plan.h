@@ -34,31 +34,31 @@ enum class HighRes { Off, HighRes600, Print1200 };
 // The queue's choices for the two options of our own: the PPD's defaults (as the queue was set up),
 // overridden by the job's options (argv[5] of the filter).
 struct JobOptions {
-  Halftone Method = Halftone::Dither;    // InkweaveHalftone
-  HighRes Resolution = HighRes::Off;     // InkweaveHighRes
+  Halftone Method = Halftone::Dither;  // InkweaveHalftone
+  HighRes Resolution = HighRes::Off;   // InkweaveHighRes
 };
 // ppdPath may be null (no PPD: the job's options over the built-in defaults). Unknown values and an
 // unreadable PPD are reported in *warnings and leave the defaults in place.
 JobOptions ReadJobOptions(const char* ppdPath, const char* optionText, std::vector<std::string>* warnings);
 
 struct PagePlan {
-  host::DeviceSetup Setup;          // paper code, quality, colour, printable area in device pixels
-  std::string PaperName;            // host paper name, or "custom"
+  host::DeviceSetup Setup;  // paper code, quality, colour, printable area in device pixels
+  std::string PaperName;    // host paper name, or "custom"
   std::uint32_t MediaCallback = host::kCallbackMediaPlain;
   Halftone Method = Halftone::Dither;
-  bool HighResolution = false;      // send the high-resolution command (600 dpi only)
+  bool HighResolution = false;  // send the high-resolution command (600 dpi only)
 
-  std::uint32_t RasterWidth = 0;    // pixels
-  std::uint32_t RasterHeight = 0;   // pixels
-  std::uint32_t BytesPerLine = 0;   // bytes
-  int Channels = 3;                 // 3 RGB, 1 gray
+  std::uint32_t RasterWidth = 0;   // pixels
+  std::uint32_t RasterHeight = 0;  // pixels
+  std::uint32_t BytesPerLine = 0;  // bytes
+  int Channels = 3;                // 3 RGB, 1 gray
   // Bits per pixel of the bands handed to the plug-in: 24 for RGB; for gray, 8 under dither (the gray
   // renderer) but 24 (R = G = B) whenever error diffusion runs (diffusion, or high resolution, which
   // always diffuses): the diffusion renderers read three bytes per pixel whatever the band's depth.
   std::uint16_t BandBits = 24;
-  bool InvertGray = false;          // K: 0 is white
-  std::int64_t OffsetX = 0;         // raster column of the printable area's left edge, pixels
-  std::int64_t OffsetY = 0;         // raster row of the printable area's top edge, pixels
+  bool InvertGray = false;   // K: 0 is white
+  std::int64_t OffsetX = 0;  // raster column of the printable area's left edge, pixels
+  std::int64_t OffsetY = 0;  // raster row of the printable area's top edge, pixels
 
   std::vector<std::string> Warnings;
 

@@ -90,8 +90,7 @@ struct Output {
 // ---------------------------------------------------------------------------------------------------
 class PageReader {
  public:
-  PageReader(cups_raster_t* raster, const PagePlan& plan)
-      : raster_(raster), plan_(plan), row_(plan.BytesPerLine) {}
+  PageReader(cups_raster_t* raster, const PagePlan& plan) : raster_(raster), plan_(plan), row_(plan.BytesPerLine) {}
 
   // Fills device rows [y, y + h) of width w into dst (already white). False on a read error.
   bool Fill(std::int32_t y, std::int32_t h, std::int32_t w, std::uint8_t* dst, std::size_t stride) {
@@ -224,7 +223,8 @@ const char* HalftoneName(inkweave::cups::Halftone h) {
 
 int Run(int argc, char** argv) {
   if (argc < 6 || argc > 7) {
-    std::fprintf(stderr, "Usage: %s job-id user title copies options [file]\n", argc > 0 ? argv[0] : "rastertoinkweave");
+    std::fprintf(stderr, "Usage: %s job-id user title copies options [file]\n",
+                 argc > 0 ? argv[0] : "rastertoinkweave");
     return 1;
   }
 
@@ -312,15 +312,16 @@ int Run(int argc, char** argv) {
                  "DEBUG: inkweave: page %d: %ux%u pixels, paper %s (%d), %d dpi%s, %s, %s, media command %u, "
                  "printable %ux%u at raster offset %lld,%lld\n",
                  page, plan.RasterWidth, plan.RasterHeight, plan.PaperName.c_str(), plan.Setup.PaperSize,
-                 plan.Setup.Quality, plan.HighResolution ? " high resolution" : "", plan.Setup.Color ? "colour" : "gray",
-                 HalftoneName(plan.Method), plan.MediaCallback, plan.Setup.PageWidth, plan.Setup.PageHeight,
-                 static_cast<long long>(plan.OffsetX), static_cast<long long>(plan.OffsetY));
+                 plan.Setup.Quality, plan.HighResolution ? " high resolution" : "",
+                 plan.Setup.Color ? "colour" : "gray", HalftoneName(plan.Method), plan.MediaCallback,
+                 plan.Setup.PageWidth, plan.Setup.PageHeight, static_cast<long long>(plan.OffsetX),
+                 static_cast<long long>(plan.OffsetY));
 
     if (!device.IsOpenFor(plan)) {
       if (page > 1) std::fprintf(stderr, "DEBUG: inkweave: page %d needs a new device context\n", page);
       if (const HRESULT hr = device.Open(plan); hr != S_OK) {
-        std::fprintf(stderr, "ERROR: Page %d: the render plug-in could not set up the device (result 0x%08X)\n",
-                     page, static_cast<unsigned>(hr));
+        std::fprintf(stderr, "ERROR: Page %d: the render plug-in could not set up the device (result 0x%08X)\n", page,
+                     static_cast<unsigned>(hr));
         status = 1;
         break;
       }

@@ -20,8 +20,7 @@ Error CodeError(std::size_t offset, const std::string& what) { return Error{offs
 
 }  // namespace
 
-std::variant<std::vector<std::uint8_t>, Error> DecodePattern(std::span<const std::uint8_t> codes,
-                                                             std::size_t maxBytes,
+std::variant<std::vector<std::uint8_t>, Error> DecodePattern(std::span<const std::uint8_t> codes, std::size_t maxBytes,
                                                              std::vector<std::size_t>* boundaries) {
   std::vector<std::uint8_t> out;
   std::size_t pos = 0;
@@ -37,8 +36,7 @@ std::variant<std::vector<std::uint8_t>, Error> DecodePattern(std::span<const std
         case 0: unit = 1; break;
         case 1: unit = 2; break;
         case 3: unit = 4; break;
-        default:
-          return CodeError(pos, "pattern code " + Hex(control) + " names no unit (low bits 10)");
+        default: return CodeError(pos, "pattern code " + Hex(control) + " names no unit (low bits 10)");
       }
       count = ((control >> 2) & 0x1F) + 1u;
       dataBytes = unit;
@@ -63,8 +61,7 @@ std::variant<std::vector<std::uint8_t>, Error> DecodePattern(std::span<const std
   return out;
 }
 
-std::variant<std::vector<std::uint8_t>, Error> DecodePackBits(std::span<const std::uint8_t> codes,
-                                                              std::size_t maxBytes,
+std::variant<std::vector<std::uint8_t>, Error> DecodePackBits(std::span<const std::uint8_t> codes, std::size_t maxBytes,
                                                               std::vector<std::size_t>* boundaries) {
   std::vector<std::uint8_t> out;
   std::size_t pos = 0;

@@ -33,10 +33,10 @@ struct DecodeOptions {
 };
 
 // Hard limits that bound time and memory on any input.
-inline constexpr int kHeadRows = 106;               // nozzle rows 0..105
-inline constexpr int kMaxRowBytes = 2560;           // decoded bytes of one bit plane of a row record
-inline constexpr int kMaxPageWidthDots = 10240;     // page dots across, after mode-1 halving
-inline constexpr int kMaxPageInches = 24;           // paper fed on one page
+inline constexpr int kHeadRows = 106;                             // nozzle rows 0..105
+inline constexpr int kMaxRowBytes = 2560;                         // decoded bytes of one bit plane of a row record
+inline constexpr int kMaxPageWidthDots = 10240;                   // page dots across, after mode-1 halving
+inline constexpr int kMaxPageInches = 24;                         // paper fed on one page
 inline constexpr long kMaxPageFeedUnits = kMaxPageInches * 400L;  // 1/400 in
 inline constexpr std::size_t kMaxPassesPerPage = 16384;
 
@@ -52,49 +52,49 @@ struct Command {
 
 // The settings in force, as the commands last set them (-1: not sent yet).
 struct Settings {
-  int ResolutionX = -1;   // "R" x
-  int ResolutionY = -1;   // "R" y
-  int Dpi = 0;            // 150, 300, 600, or 1200 for "R" 03 03; 0 before any "R"
-  int InkMode = -1;       // "I" code: 0x10, 0x00, 0x31, 0x30
-  int Compression = -1;   // "M" code: 0x05 pattern coder, 0x02 PackBits, 0x00 raw
-  int DValue = -1;        // "D" d
-  int Media = -1;         // "N" 05 m: m
-  int Paper = -1;         // "s" p; 0xFF for both 73 FF and the long form
-  bool PaperLong = false; // "s" sent as 73 FF E8 02
-  bool Envelope = false;  // "Fn" followed the paper command
+  int ResolutionX = -1;    // "R" x
+  int ResolutionY = -1;    // "R" y
+  int Dpi = 0;             // 150, 300, 600, or 1200 for "R" 03 03; 0 before any "R"
+  int InkMode = -1;        // "I" code: 0x10, 0x00, 0x31, 0x30
+  int Compression = -1;    // "M" code: 0x05 pattern coder, 0x02 PackBits, 0x00 raw
+  int DValue = -1;         // "D" d
+  int Media = -1;          // "N" 05 m: m
+  int Paper = -1;          // "s" p; 0xFF for both 73 FF and the long form
+  bool PaperLong = false;  // "s" sent as 73 FF E8 02
+  bool Envelope = false;   // "Fn" followed the paper command
 };
 
 // One plane row record ("G" or "Z") of a pass.
 struct PlaneRow {
-  std::size_t Offset = 0;      // offset of the "G" or "Z"
-  std::size_t WireBytes = 0;   // bytes on the wire, header included
-  int HeadRow = 0;             // 0..105 inside the pass
-  int Plane = 3;               // 0 cyan, 1 magenta, 2 yellow, 3 black
-  bool Blank = true;           // "Z"
-  bool Raw = false;            // sent uncompressed
-  int BitsPerDot = 0;          // 1 or 2; 0 for "Z"
-  bool DepthMismatch = false;  // decoded with the depth that the "I" in force does not name
+  std::size_t Offset = 0;            // offset of the "G" or "Z"
+  std::size_t WireBytes = 0;         // bytes on the wire, header included
+  int HeadRow = 0;                   // 0..105 inside the pass
+  int Plane = 3;                     // 0 cyan, 1 magenta, 2 yellow, 3 black
+  bool Blank = true;                 // "Z"
+  bool Raw = false;                  // sent uncompressed
+  int BitsPerDot = 0;                // 1 or 2; 0 for "Z"
+  bool DepthMismatch = false;        // decoded with the depth that the "I" in force does not name
   std::vector<std::uint8_t> First;   // decoded bytes of the (first) bit plane, as on the wire
   std::vector<std::uint8_t> Second;  // second bit plane of a two-bit record, else empty
 };
 
 // The records that one head pass prints: written after a feed (and any "I"), blank top rows included.
 struct Pass {
-  std::size_t Offset = 0;       // offset of the pass's first record
-  long Feed = 0;                // 1/400 in: feeds written since the previous pass (usually one "F")
-  std::size_t FeedOffset = 0;   // offset of the last "F" before the pass (the pass's offset when none)
-  long PaperAdvance = 0;        // 1/400 in: paper fed on this page so far, Feed included
-  bool Color = true;            // four records per head row (planes 3, 2, 0, 1), else one (plane 3)
-  int InkMode = -1;             // "I" code in force
-  int HeadRows = 0;             // head rows in the pass
-  std::size_t Bytes = 0;        // record bytes of the pass
+  std::size_t Offset = 0;         // offset of the pass's first record
+  long Feed = 0;                  // 1/400 in: feeds written since the previous pass (usually one "F")
+  std::size_t FeedOffset = 0;     // offset of the last "F" before the pass (the pass's offset when none)
+  long PaperAdvance = 0;          // 1/400 in: paper fed on this page so far, Feed included
+  bool Color = true;              // four records per head row (planes 3, 2, 0, 1), else one (plane 3)
+  int InkMode = -1;               // "I" code in force
+  int HeadRows = 0;               // head rows in the pass
+  std::size_t Bytes = 0;          // record bytes of the pass
   std::vector<PlaneRow> Records;  // in stream order: head row by head row, planes in wire order
 };
 
 // Counts of the stream of one page.
 struct StreamStats {
-  std::size_t StreamBytes = 0;        // from the page's first command to its form feed, inclusive
-  std::size_t PassBytes = 0;          // bytes of all row records
+  std::size_t StreamBytes = 0;  // from the page's first command to its form feed, inclusive
+  std::size_t PassBytes = 0;    // bytes of all row records
   int Passes = 0;
   int Feeds = 0;                      // "F" commands
   long TotalFeed = 0;                 // 1/400 in
@@ -108,22 +108,22 @@ struct StreamStats {
 };
 
 struct Page {
-  std::size_t Offset = 0;     // first command of the page (its page-start group when there is one)
-  std::size_t EndOffset = 0;  // offset of the form feed
-  int Mode = 0;               // weave mode 1..6 used to print it
-  Settings PageSettings;      // in force when the page opened; paper fields from its own paper group
+  std::size_t Offset = 0;         // first command of the page (its page-start group when there is one)
+  std::size_t EndOffset = 0;      // offset of the form feed
+  int Mode = 0;                   // weave mode 1..6 used to print it
+  Settings PageSettings;          // in force when the page opened; paper fields from its own paper group
   std::vector<Command> Commands;  // the page's commands in order (feeds and "I" included)
   std::vector<Pass> Passes;
-  int RowBytes = 0;           // decoded bytes of one bit plane of the page's row records (0: no "G")
+  int RowBytes = 0;  // decoded bytes of one bit plane of the page's row records (0: no "G")
   StreamStats Stats;
 };
 
 struct Job {
   std::vector<Command> Commands;  // everything outside the pages, in order
   std::vector<Page> Pages;
-  Settings FinalSettings;         // in force at the end of the stream
-  bool Ended = false;             // the stream ends with the reset 1B 40 (or the abort tail)
-  bool Aborted = false;           // the stream ends with the abort tail 00 00 0C 1B 40
+  Settings FinalSettings;  // in force at the end of the stream
+  bool Ended = false;      // the stream ends with the reset 1B 40 (or the abort tail)
+  bool Aborted = false;    // the stream ends with the abort tail 00 00 0C 1B 40
 };
 
 // One bit plane of a page: Rows[r] is empty when row r holds no dot of it, else (WidthDots + 7) / 8
@@ -133,23 +133,23 @@ struct BitPlane {
 };
 
 struct PrintedPage {
-  int Dpi = 0;          // page resolution both ways: 150, 300, 600, or 1200 in the high-resolution mode
-  int Mode = 0;         // weave mode 1..6
-  bool Color = false;   // any colour pass
-  int BitsPerDot = 1;   // 2 when any two-bit record printed ink
-  int WidthDots = 0;    // widest printed row, in page dots (mode 1: the doubled wire dots halved)
-  int HeightRows = 0;   // page row 0 to the last printed row, inclusive
+  int Dpi = 0;         // page resolution both ways: 150, 300, 600, or 1200 in the high-resolution mode
+  int Mode = 0;        // weave mode 1..6
+  bool Color = false;  // any colour pass
+  int BitsPerDot = 1;  // 2 when any two-bit record printed ink
+  int WidthDots = 0;   // widest printed row, in page dots (mode 1: the doubled wire dots halved)
+  int HeightRows = 0;  // page row 0 to the last printed row, inclusive
   // Bits[plane][b]: plane 0 cyan, 1 magenta, 2 yellow, 3 black; b 0 the first bit, 1 the second bit of
   // two-bit dots. A dot's value is first + 2 * second (0..3).
   std::array<std::array<BitPlane, 2>, 4> Bits;
   std::vector<std::uint16_t> PrintCounts;  // per page row: head rows (blank or inked) that landed on it
   std::vector<std::uint16_t> InkCounts;    // per page row: head rows carrying ink that landed on it
   StreamStats Stats;
-  int RowsPrinted = 0;        // page rows with a landing
-  int RowsPrintedTwice = 0;   // page rows with more than one landing (blank ones included)
-  int RowsInkedTwice = 0;     // page rows on which more than one inked head row landed
-  int UnprintedRows = 0;      // rows between the first and the last printed row with no landing
-  int InkedRows = 0;          // page rows holding ink
+  int RowsPrinted = 0;       // page rows with a landing
+  int RowsPrintedTwice = 0;  // page rows with more than one landing (blank ones included)
+  int RowsInkedTwice = 0;    // page rows on which more than one inked head row landed
+  int UnprintedRows = 0;     // rows between the first and the last printed row with no landing
+  int InkedRows = 0;         // page rows holding ink
   int FirstPrintedRow = -1;
   int LastPrintedRow = -1;
 };
@@ -166,11 +166,9 @@ int DotAt(const PrintedPage& page, int plane, int x, int row);
 // The coders on their own (used by ParseJob), for tests and tools. Each answers the decoded bytes, or an
 // error whose offset is counted from the start of `codes` (callers add the record's data offset).
 // `boundaries`, when given, receives the decoded length after every code.
-std::variant<std::vector<std::uint8_t>, Error> DecodePattern(std::span<const std::uint8_t> codes,
-                                                             std::size_t maxBytes,
+std::variant<std::vector<std::uint8_t>, Error> DecodePattern(std::span<const std::uint8_t> codes, std::size_t maxBytes,
                                                              std::vector<std::size_t>* boundaries = nullptr);
-std::variant<std::vector<std::uint8_t>, Error> DecodePackBits(std::span<const std::uint8_t> codes,
-                                                              std::size_t maxBytes,
+std::variant<std::vector<std::uint8_t>, Error> DecodePackBits(std::span<const std::uint8_t> codes, std::size_t maxBytes,
                                                               std::vector<std::size_t>* boundaries = nullptr);
 
 }  // namespace inkweave::decode

@@ -45,8 +45,8 @@ struct Parser {
 
   std::optional<Error> Need(std::size_t bytes, const char* what) const {
     if (Left() >= bytes) return std::nullopt;
-    return Error{Pos, std::string(what) + " is cut off: it needs " + Num(bytes) + " bytes, the stream holds " +
-                          Num(Left())};
+    return Error{Pos,
+                 std::string(what) + " is cut off: it needs " + Num(bytes) + " bytes, the stream holds " + Num(Left())};
   }
 
   void AddCommand(std::string name, std::size_t length) {
@@ -150,8 +150,7 @@ struct Parser {
     row.HeadRow = static_cast<int>(pass.Records.size() / planes);
     row.Plane = pass.Color ? kColorPlaneOrder[pass.Records.size() % 4] : 3;
     if (row.HeadRow >= kHeadRows) {
-      return Error{Pos, "pass from offset " + Num(pass.Offset) + " holds more than " + Num(kHeadRows) +
-                            " head rows"};
+      return Error{Pos, "pass from offset " + Num(pass.Offset) + " holds more than " + Num(kHeadRows) + " head rows"};
     }
     StreamStats& stats = OpenPage->Stats;
     if (S[Pos] == kBlank) {
@@ -173,8 +172,8 @@ struct Parser {
     const std::size_t dataBytes = compressionOn ? (length & 0x7FFF) : length;
     if (dataBytes == 0) return Error{Pos, "row record with no data"};
     if (row.Raw && dataBytes > 2 * static_cast<std::size_t>(kMaxRowBytes)) {
-      return Error{Pos, "raw row of " + Num(dataBytes) + " bytes is beyond the " + Num(2 * kMaxRowBytes) +
-                            "-byte record limit"};
+      return Error{
+          Pos, "raw row of " + Num(dataBytes) + " bytes is beyond the " + Num(2 * kMaxRowBytes) + "-byte record limit"};
     }
     if (Left() - 3 < dataBytes) {
       return Error{Pos, "row record of " + Num(dataBytes) + " data bytes runs past the end of the stream (" +
@@ -186,9 +185,8 @@ struct Parser {
     if (row.Raw) {
       decoded.assign(data.begin(), data.end());
     } else {
-      auto result = Current.Compression == kPatternCoder
-                        ? DecodePattern(data, 2 * kMaxRowBytes, &boundaries)
-                        : DecodePackBits(data, 2 * kMaxRowBytes, &boundaries);
+      auto result = Current.Compression == kPatternCoder ? DecodePattern(data, 2 * kMaxRowBytes, &boundaries)
+                                                         : DecodePackBits(data, 2 * kMaxRowBytes, &boundaries);
       if (auto* error = std::get_if<Error>(&result)) {
         return Error{Pos + 3 + error->Offset, error->Message + " (row record at offset " + Num(Pos) + ")"};
       }
@@ -216,8 +214,8 @@ struct Parser {
                             " bytes per bit plane" + (wanted == 2 ? " and two-bit records hold two" : "")};
     }
     if (total / bits > static_cast<std::size_t>(kMaxRowBytes)) {
-      return Error{Pos, "row of " + Num(total / bits) + " bytes is beyond the " + Num(kMaxRowBytes) +
-                            "-byte row limit"};
+      return Error{Pos,
+                   "row of " + Num(total / bits) + " bytes is beyond the " + Num(kMaxRowBytes) + "-byte row limit"};
     }
     if (rowBytes == 0) OpenPage->RowBytes = static_cast<int>(total / bits);
     row.BitsPerDot = bits;
@@ -378,11 +376,9 @@ struct Parser {
         AddCommand("s", longForm ? 4 : 2);
         return std::nullopt;
       }
-      case kFeed:
-        return ParseFeed();
+      case kFeed: return ParseFeed();
       case kRecord:
-      case kBlank:
-        return ParseRecord();
+      case kBlank: return ParseRecord();
       case kFormFeed: {
         if (OpenPage) return ClosePage();
         // The abort tail 00 00 0C 1B 40 at the very end of the job.
@@ -402,8 +398,7 @@ struct Parser {
         if (auto error = OpenPageHere()) return error;
         return ClosePage();
       }
-      default:
-        return Error{Pos, "unknown command byte " + Hex(byte)};
+      default: return Error{Pos, "unknown command byte " + Hex(byte)};
     }
   }
 
@@ -415,8 +410,8 @@ struct Parser {
       if (auto error = ParseCommand()) return error;
     }
     if (OpenPage) {
-      return Error{S.size(), "stream ends inside the page that began at offset " + Num(OpenPage->Offset) +
-                                 " (no form feed)"};
+      return Error{S.size(),
+                   "stream ends inside the page that began at offset " + Num(OpenPage->Offset) + " (no form feed)"};
     }
     const auto& last = Result.Commands;
     Result.Ended = !last.empty() && (last.back().Name == "Reset" || last.back().Name == "AbortTail");

@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr double kPageWidth = 595.276;   // A4, points
+constexpr double kPageWidth = 595.276;  // A4, points
 constexpr double kPageHeight = 841.890;
 constexpr double kPi = 3.14159265358979323846;
 constexpr std::uint32_t kSeed = 0x1A2B3C4D;
@@ -31,7 +31,8 @@ struct Random {
 };
 
 void Text(cairo_t* cr, double x, double y, double size, const char* text, bool bold = false) {
-  cairo_select_font_face(cr, "DejaVu Sans", CAIRO_FONT_SLANT_NORMAL, bold ? CAIRO_FONT_WEIGHT_BOLD : CAIRO_FONT_WEIGHT_NORMAL);
+  cairo_select_font_face(cr, "DejaVu Sans", CAIRO_FONT_SLANT_NORMAL,
+                         bold ? CAIRO_FONT_WEIGHT_BOLD : CAIRO_FONT_WEIGHT_NORMAL);
   cairo_set_font_size(cr, size);
   cairo_set_source_rgb(cr, 0, 0, 0);
   cairo_move_to(cr, x, y);
@@ -52,20 +53,40 @@ cairo_surface_t* MakePhoto(int width, int height) {
       const double hill2 = 0.66 + 0.05 * std::sin(u * 2 * kPi * 2.1 + 2.0);
       const double sun = std::hypot(u - 0.72, (v - 0.22) * height / width);
       if (v < hill1) {  // sky, darker blue at the top, with the sun and its glow
-        r = 0.35 + 0.55 * v; g = 0.55 + 0.4 * v; b = 0.95;
+        r = 0.35 + 0.55 * v;
+        g = 0.55 + 0.4 * v;
+        b = 0.95;
         const double glow = std::exp(-sun * 9.0);
-        r += glow * 0.6; g += glow * 0.45; b -= glow * 0.3;
-        if (sun < 0.06) { r = 1.0; g = 0.9; b = 0.35; }
+        r += glow * 0.6;
+        g += glow * 0.45;
+        b -= glow * 0.3;
+        if (sun < 0.06) {
+          r = 1.0;
+          g = 0.9;
+          b = 0.35;
+        }
       } else if (v < hill2) {  // far hills, bluish green
-        r = 0.25; g = 0.45 + 0.1 * std::sin(u * 40); b = 0.35;
+        r = 0.25;
+        g = 0.45 + 0.1 * std::sin(u * 40);
+        b = 0.35;
       } else if (v < 0.78) {  // a lake reflecting the sky
-        r = 0.2 + 0.2 * (v - 0.66); g = 0.4; b = 0.7 + 0.1 * std::sin(u * 90 + v * 300);
+        r = 0.2 + 0.2 * (v - 0.66);
+        g = 0.4;
+        b = 0.7 + 0.1 * std::sin(u * 90 + v * 300);
       } else {  // grass with flowers
-        r = 0.2 + 0.25 * (1 - v); g = 0.55 - 0.2 * (v - 0.78); b = 0.1;
-        if (random.Next() < 0.01) { r = 0.95; g = 0.2; b = 0.3; }
+        r = 0.2 + 0.25 * (1 - v);
+        g = 0.55 - 0.2 * (v - 0.78);
+        b = 0.1;
+        if (random.Next() < 0.01) {
+          r = 0.95;
+          g = 0.2;
+          b = 0.3;
+        }
       }
       const double noise = (random.Next() - 0.5) * 0.025;
-      auto clamp = [](double c) { return static_cast<std::uint32_t>(std::lround(std::fmin(1.0, std::fmax(0.0, c)) * 255)); };
+      auto clamp = [](double c) {
+        return static_cast<std::uint32_t>(std::lround(std::fmin(1.0, std::fmax(0.0, c)) * 255));
+      };
       auto* pixel = reinterpret_cast<std::uint32_t*>(data + y * stride + x * 4);
       *pixel = clamp(r + noise) << 16 | clamp(g + noise) << 8 | clamp(b + noise);
     }
@@ -89,7 +110,10 @@ void PagePatches(cairo_t* cr) {
     for (int t = 1; t <= 3; ++t) {
       const double tint = 1.0 - 0.25 * t;
       double rgb[3] = {1, 1, 1};
-      if (ink < 3) rgb[ink] = tint; else rgb[0] = rgb[1] = rgb[2] = tint;
+      if (ink < 3)
+        rgb[ink] = tint;
+      else
+        rgb[0] = rgb[1] = rgb[2] = tint;
       cairo_set_source_rgb(cr, rgb[0], rgb[1], rgb[2]);
       cairo_rectangle(cr, 40 + (ink * 3 + t - 1) * 42, 176, 38, 38);
       cairo_fill(cr);
@@ -158,7 +182,8 @@ void PagePhoto(cairo_t* cr, cairo_surface_t* photo) {
   cairo_paint(cr);
   cairo_restore(cr);
   // Skin-like and neutral patches under the photograph.
-  const double tones[][3] = {{0.96, 0.80, 0.69}, {0.87, 0.65, 0.52}, {0.55, 0.38, 0.26}, {0.5, 0.5, 0.5}, {0.2, 0.2, 0.2}};
+  const double tones[][3] = {
+      {0.96, 0.80, 0.69}, {0.87, 0.65, 0.52}, {0.55, 0.38, 0.26}, {0.5, 0.5, 0.5}, {0.2, 0.2, 0.2}};
   for (int i = 0; i < 5; ++i) {
     cairo_set_source_rgb(cr, tones[i][0], tones[i][1], tones[i][2]);
     cairo_rectangle(cr, 40 + i * 104, 130 + h, 96, 96);
@@ -206,7 +231,8 @@ int main(int argc, char** argv) {
     return 1;
   }
   if (pdfStatus != CAIRO_STATUS_SUCCESS || pngStatus != CAIRO_STATUS_SUCCESS) {
-    std::fprintf(stderr, "make_testpage: %s\n", cairo_status_to_string(pdfStatus != CAIRO_STATUS_SUCCESS ? pdfStatus : pngStatus));
+    std::fprintf(stderr, "make_testpage: %s\n",
+                 cairo_status_to_string(pdfStatus != CAIRO_STATUS_SUCCESS ? pdfStatus : pngStatus));
     return 1;
   }
   return 0;

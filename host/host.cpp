@@ -127,8 +127,8 @@ HRESULT HostSession::Enable(const DeviceSetup& setup) {
 
   DRVENABLEDATA ded{};
   void* state = nullptr;
-  const HRESULT hr = plugin_->lpVtbl->EnablePDEV(plugin_, &devobj_, devmode_.dmDeviceName, 0, nullptr,
-                                                 sizeof gdiInfo_, &gdiInfo_, 0, nullptr, &ded, &state);
+  const HRESULT hr = plugin_->lpVtbl->EnablePDEV(plugin_, &devobj_, devmode_.dmDeviceName, 0, nullptr, sizeof gdiInfo_,
+                                                 &gdiInfo_, 0, nullptr, &ded, &state);
   devobj_.pdevOEM = state;  // held also when set-up failed: DisablePDEV frees it
   enabled_ = hr == S_OK;
   return hr;
@@ -155,8 +155,8 @@ HRESULT HostSession::ImageProcessing(const Band& band) {
   params.bBanding = 1;
   params.bBlankBand = band.Blank ? 1 : 0;
   BYTE* result = nullptr;
-  return plugin_->lpVtbl->ImageProcessing(plugin_, &devobj_, const_cast<BYTE*>(band.Bits), &header, nullptr, 0,
-                                          &params, &result);
+  return plugin_->lpVtbl->ImageProcessing(plugin_, &devobj_, const_cast<BYTE*>(band.Bits), &header, nullptr, 0, &params,
+                                          &result);
 }
 
 HRESULT HostSession::Disable() {

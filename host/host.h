@@ -89,7 +89,7 @@ struct Band {
   std::uint16_t BitCount = 24;         // 24, 8 or 1
   std::int32_t OffsetX = 0;            // the band's place on the page
   std::int32_t OffsetY = 0;
-  bool Blank = false;                  // nothing was drawn in this band
+  bool Blank = false;  // nothing was drawn in this band
 };
 
 // A device context of the plug-in, from EnablePDEV to DisablePDEV.
@@ -150,7 +150,7 @@ struct PageSource {
 struct PageResult {
   HRESULT Status = S_OK;  // the first failing ImageProcessing result, if any
   int Bands = 0;
-  bool Stopped = false;   // the source asked to stop
+  bool Stopped = false;  // the source asked to stop
 };
 
 // Hands one page (page start, bands, page end) to the plug-in. Portrait: horizontal slices of

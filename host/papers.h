@@ -9,11 +9,11 @@
 namespace inkweave::host {
 
 struct Paper {
-  std::string_view Name;       // command-line name, e.g. "a4"
-  std::string_view Title;      // e.g. "A4 (210 x 297 mm)"
-  std::int16_t Code;           // platform paper size number
-  double WidthMm;              // portrait width
-  double HeightMm;             // portrait height
+  std::string_view Name;   // command-line name, e.g. "a4"
+  std::string_view Title;  // e.g. "A4 (210 x 297 mm)"
+  std::int16_t Code;       // platform paper size number
+  double WidthMm;          // portrait width
+  double HeightMm;         // portrait height
   bool Envelope;
 };
 

@@ -18,8 +18,8 @@ HRESULT INKWEAVE_STDCALL GetStandardVariable(IPrintOemDriverUni*, DEVOBJ*, DWORD
 HRESULT INKWEAVE_STDCALL GetGPDData(IPrintOemDriverUni*, DEVOBJ*, DWORD, void*, void*, DWORD, DWORD*) {
   return NotImplemented();
 }
-HRESULT INKWEAVE_STDCALL UniTextOut(IPrintOemDriverUni*, void*, void*, void*, void*, void*, void*, void*, void*,
-                                    void*, DWORD) {
+HRESULT INKWEAVE_STDCALL UniTextOut(IPrintOemDriverUni*, void*, void*, void*, void*, void*, void*, void*, void*, void*,
+                                    DWORD) {
   return NotImplemented();
 }
 
@@ -27,10 +27,17 @@ HRESULT INKWEAVE_STDCALL UniTextOut(IPrintOemDriverUni*, void*, void*, void*, vo
 
 SpoolService::SpoolService() {
   static const IPrintOemDriverUniVtbl kVtbl = {
-      &SpoolService::QueryInterface, &SpoolService::AddRef,  &SpoolService::Release,
-      &GetDriverSetting,             &SpoolService::WriteSpoolBuf, &MoveTo,
-      &MoveTo,                       &GetStandardVariable,   &GetGPDData,
-      &UniTextOut,                   &SpoolService::WriteAbortBuf,
+      &SpoolService::QueryInterface,
+      &SpoolService::AddRef,
+      &SpoolService::Release,
+      &GetDriverSetting,
+      &SpoolService::WriteSpoolBuf,
+      &MoveTo,
+      &MoveTo,
+      &GetStandardVariable,
+      &GetGPDData,
+      &UniTextOut,
+      &SpoolService::WriteAbortBuf,
   };
   object_.iface.lpVtbl = &kVtbl;
   object_.owner = this;
@@ -48,9 +55,7 @@ HRESULT SpoolService::QueryInterface(IPrintOemDriverUni* self, const GUID* riid,
   return E_NOINTERFACE;
 }
 
-ULONG SpoolService::AddRef(IPrintOemDriverUni* self) {
-  return reinterpret_cast<Object*>(self)->refs.fetch_add(1) + 1;
-}
+ULONG SpoolService::AddRef(IPrintOemDriverUni* self) { return reinterpret_cast<Object*>(self)->refs.fetch_add(1) + 1; }
 
 ULONG SpoolService::Release(IPrintOemDriverUni* self) {
   // The service lives as long as its owner; the count only tells tests the plug-in balanced it.

@@ -21,9 +21,9 @@ struct SpoolWrite {
 
 // Which spool writes fail. Writes are counted from 1 over the life of the spool.
 struct WriteFaults {
-  std::uint32_t FailAt = 0;        // 0: no write fails
-  bool FailAllAfter = false;       // also fail every write after FailAt
-  HRESULT FailCode = E_FAIL;       // the failing answer
+  std::uint32_t FailAt = 0;   // 0: no write fails
+  bool FailAllAfter = false;  // also fail every write after FailAt
+  HRESULT FailCode = E_FAIL;  // the failing answer
 };
 
 class SpoolService {

@@ -62,11 +62,14 @@ constexpr bool operator==(const GUID& a, const GUID& b) {
 }
 
 // {6D6ABF26-9F38-11D1-882A-00C04FB961EC}: the render plug-in's class.
-inline constexpr GUID CLSID_RenderPlugin = {0x6D6ABF26, 0x9F38, 0x11D1, {0x88, 0x2A, 0x00, 0xC0, 0x4F, 0xB9, 0x61, 0xEC}};
+inline constexpr GUID CLSID_RenderPlugin = {
+    0x6D6ABF26, 0x9F38, 0x11D1, {0x88, 0x2A, 0x00, 0xC0, 0x4F, 0xB9, 0x61, 0xEC}};
 inline constexpr GUID IID_IUnknown = {0x00000000, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
-inline constexpr GUID IID_IClassFactory = {0x00000001, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
+inline constexpr GUID IID_IClassFactory = {
+    0x00000001, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
 inline constexpr GUID IID_IPrintOemUni = {0xD67EBBF0, 0x78BF, 0x11D1, {0x94, 0x80, 0x00, 0xA0, 0xC9, 0x06, 0x40, 0xB8}};
-inline constexpr GUID IID_IPrintOemDriverUni = {0xD67EBBF1, 0x78BF, 0x11D1, {0x94, 0x80, 0x00, 0xA0, 0xC9, 0x06, 0x40, 0xB8}};
+inline constexpr GUID IID_IPrintOemDriverUni = {
+    0xD67EBBF1, 0x78BF, 0x11D1, {0x94, 0x80, 0x00, 0xA0, 0xC9, 0x06, 0x40, 0xB8}};
 
 // ---------------------------------------------------------------------------------------------------
 // Records
@@ -75,12 +78,12 @@ struct IPrintOemDriverUni;
 
 // The host's device object, handed to every per-device call.
 struct DEVOBJ {
-  DWORD dwSize;                  // bytes
-  PVOID pdevOEM;                 // the plug-in's device state, as EnablePDEV returned it
+  DWORD dwSize;   // bytes
+  PVOID pdevOEM;  // the plug-in's device state, as EnablePDEV returned it
   PVOID hEngine;
   HANDLE hPrinter;
   HANDLE hOEM;
-  struct DEVMODEW* pPublicDM;    // the public device mode
+  struct DEVMODEW* pPublicDM;  // the public device mode
   PVOID pOEMDM;
   IPrintOemDriverUni* pDrvProcs;
 };
@@ -90,20 +93,20 @@ struct DEVMODEW {
   WCHAR dmDeviceName[32];
   WORD dmSpecVersion;
   WORD dmDriverVersion;
-  WORD dmSize;            // bytes
-  WORD dmDriverExtra;     // bytes
+  WORD dmSize;         // bytes
+  WORD dmDriverExtra;  // bytes
   DWORD dmFields;
-  SHORT dmOrientation;    // 1 portrait, 2 landscape
-  SHORT dmPaperSize;      // platform paper size number
-  SHORT dmPaperLength;    // 1/10 mm
-  SHORT dmPaperWidth;     // 1/10 mm
-  SHORT dmScale;          // percent
+  SHORT dmOrientation;  // 1 portrait, 2 landscape
+  SHORT dmPaperSize;    // platform paper size number
+  SHORT dmPaperLength;  // 1/10 mm
+  SHORT dmPaperWidth;   // 1/10 mm
+  SHORT dmScale;        // percent
   SHORT dmCopies;
   SHORT dmDefaultSource;
-  SHORT dmPrintQuality;   // dpi when positive; -1..-4 draft..high codes
-  SHORT dmColor;          // 1 monochrome, 2 colour
+  SHORT dmPrintQuality;  // dpi when positive; -1..-4 draft..high codes
+  SHORT dmColor;         // 1 monochrome, 2 colour
   SHORT dmDuplex;
-  SHORT dmYResolution;    // dpi
+  SHORT dmYResolution;  // dpi
   SHORT dmTTOption;
   SHORT dmCollate;
   WCHAR dmFormName[32];
@@ -166,16 +169,16 @@ struct COLORINFO {
 struct GDIINFO {
   ULONG ulVersion;
   ULONG ulTechnology;
-  ULONG ulHorzSize;       // mm
-  ULONG ulVertSize;       // mm
-  ULONG ulHorzRes;        // printable width, device pixels
-  ULONG ulVertRes;        // printable height, device pixels
+  ULONG ulHorzSize;  // mm
+  ULONG ulVertSize;  // mm
+  ULONG ulHorzRes;   // printable width, device pixels
+  ULONG ulVertRes;   // printable height, device pixels
   ULONG cBitsPixel;
   ULONG cPlanes;
   ULONG ulNumColors;
   ULONG flRaster;
-  ULONG ulLogPixelsX;     // dpi
-  ULONG ulLogPixelsY;     // dpi
+  ULONG ulLogPixelsX;  // dpi
+  ULONG ulLogPixelsY;  // dpi
   ULONG flTextCaps;
   ULONG ulDACRed;
   ULONG ulDACGreen;
@@ -218,27 +221,27 @@ struct DRVFN {
 
 struct DRVENABLEDATA {
   ULONG iDriverVersion;
-  ULONG c;                // number of hooked functions
+  ULONG c;  // number of hooked functions
   DRVFN* pdrvfn;
 };
 
 // Image-processing parameters of one band.
 struct IPPARAMS {
-  DWORD dwSize;           // bytes
-  POINTL ptOffset;        // the band's offset on the page, pixels
+  DWORD dwSize;     // bytes
+  POINTL ptOffset;  // the band's offset on the page, pixels
   char* pHalftoneOption;
   BOOL bBanding;
-  BOOL bBlankBand;        // TRUE: nothing was drawn in this band
+  BOOL bBlankBand;  // TRUE: nothing was drawn in this band
 };
 
 struct BITMAPINFOHEADER {
-  DWORD biSize;           // bytes (40)
-  LONG biWidth;           // pixels
-  LONG biHeight;          // pixels
+  DWORD biSize;   // bytes (40)
+  LONG biWidth;   // pixels
+  LONG biHeight;  // pixels
   WORD biPlanes;
-  WORD biBitCount;        // 24, 8 or 1
+  WORD biBitCount;  // 24, 8 or 1
   DWORD biCompression;
-  DWORD biSizeImage;      // bytes
+  DWORD biSizeImage;  // bytes
   LONG biXPelsPerMeter;
   LONG biYPelsPerMeter;
   DWORD biClrUsed;
@@ -280,36 +283,38 @@ struct IPrintOemUniVtbl {
   HRESULT(INKWEAVE_STDCALL* DevMode)(IPrintOemUni* self, DWORD mode, void* oemDmParam);
   HRESULT(INKWEAVE_STDCALL* EnableDriver)(IPrintOemUni* self, DWORD driverVersion, DWORD size, DRVENABLEDATA* ded);
   HRESULT(INKWEAVE_STDCALL* DisableDriver)(IPrintOemUni* self);
-  HRESULT(INKWEAVE_STDCALL* EnablePDEV)(IPrintOemUni* self, DEVOBJ* devobj, WCHAR* printerName, ULONG patternCount,
-                                        void** patterns, ULONG gdiInfoSize, GDIINFO* gdiInfo, ULONG devInfoSize,
-                                        void* devInfo, DRVENABLEDATA* ded, void** outDeviceState);
+  HRESULT(INKWEAVE_STDCALL* EnablePDEV)
+  (IPrintOemUni* self, DEVOBJ* devobj, WCHAR* printerName, ULONG patternCount, void** patterns, ULONG gdiInfoSize,
+   GDIINFO* gdiInfo, ULONG devInfoSize, void* devInfo, DRVENABLEDATA* ded, void** outDeviceState);
   HRESULT(INKWEAVE_STDCALL* DisablePDEV)(IPrintOemUni* self, DEVOBJ* devobj);
   HRESULT(INKWEAVE_STDCALL* ResetPDEV)(IPrintOemUni* self, DEVOBJ* oldDev, DEVOBJ* newDev);
   HRESULT(INKWEAVE_STDCALL* PublishDriverInterface)(IPrintOemUni* self, IUnknown* driver);
   HRESULT(INKWEAVE_STDCALL* GetImplementedMethod)(IPrintOemUni* self, char* name);
   HRESULT(INKWEAVE_STDCALL* DriverDMS)(IPrintOemUni* self, void* devobj, void* buffer, DWORD size, DWORD* needed);
-  HRESULT(INKWEAVE_STDCALL* CommandCallback)(IPrintOemUni* self, DEVOBJ* devobj, DWORD callbackId, DWORD count,
-                                             DWORD* params, INT* result);
-  HRESULT(INKWEAVE_STDCALL* ImageProcessing)(IPrintOemUni* self, DEVOBJ* devobj, BYTE* bits, BITMAPINFOHEADER* header,
-                                             BYTE* colorTable, DWORD callbackId, IPPARAMS* params, BYTE** result);
+  HRESULT(INKWEAVE_STDCALL* CommandCallback)
+  (IPrintOemUni* self, DEVOBJ* devobj, DWORD callbackId, DWORD count, DWORD* params, INT* result);
+  HRESULT(INKWEAVE_STDCALL* ImageProcessing)
+  (IPrintOemUni* self, DEVOBJ* devobj, BYTE* bits, BITMAPINFOHEADER* header, BYTE* colorTable, DWORD callbackId,
+   IPPARAMS* params, BYTE** result);
   HRESULT(INKWEAVE_STDCALL* FilterGraphics)(IPrintOemUni* self, DEVOBJ* devobj, BYTE* buffer, DWORD length);
-  HRESULT(INKWEAVE_STDCALL* Compression)(IPrintOemUni* self, DEVOBJ* devobj, BYTE* in, BYTE* out, DWORD inLength,
-                                         DWORD outLength, INT* result);
-  HRESULT(INKWEAVE_STDCALL* HalftonePattern)(IPrintOemUni* self, DEVOBJ* devobj, BYTE* pattern, DWORD x, DWORD y,
-                                             DWORD count, DWORD callbackId, BYTE* resource, DWORD resourceSize);
+  HRESULT(INKWEAVE_STDCALL* Compression)
+  (IPrintOemUni* self, DEVOBJ* devobj, BYTE* in, BYTE* out, DWORD inLength, DWORD outLength, INT* result);
+  HRESULT(INKWEAVE_STDCALL* HalftonePattern)
+  (IPrintOemUni* self, DEVOBJ* devobj, BYTE* pattern, DWORD x, DWORD y, DWORD count, DWORD callbackId, BYTE* resource,
+   DWORD resourceSize);
   HRESULT(INKWEAVE_STDCALL* MemoryUsage)(IPrintOemUni* self, DEVOBJ* devobj, void* usage);
   HRESULT(INKWEAVE_STDCALL* DownloadFontHeader)(IPrintOemUni* self, DEVOBJ* devobj, void* font, DWORD* result);
-  HRESULT(INKWEAVE_STDCALL* DownloadCharGlyph)(IPrintOemUni* self, DEVOBJ* devobj, void* font, DWORD glyph,
-                                               DWORD* width, DWORD* result);
+  HRESULT(INKWEAVE_STDCALL* DownloadCharGlyph)
+  (IPrintOemUni* self, DEVOBJ* devobj, void* font, DWORD glyph, DWORD* width, DWORD* result);
   HRESULT(INKWEAVE_STDCALL* TTDownloadMethod)(IPrintOemUni* self, DEVOBJ* devobj, void* font, DWORD* result);
-  HRESULT(INKWEAVE_STDCALL* OutputCharStr)(IPrintOemUni* self, DEVOBJ* devobj, void* font, DWORD type, DWORD count,
-                                           void* glyphs);
+  HRESULT(INKWEAVE_STDCALL* OutputCharStr)
+  (IPrintOemUni* self, DEVOBJ* devobj, void* font, DWORD type, DWORD count, void* glyphs);
   HRESULT(INKWEAVE_STDCALL* SendFontCmd)(IPrintOemUni* self, DEVOBJ* devobj, void* font, void* invocation);
-  HRESULT(INKWEAVE_STDCALL* TextOutAsBitmap)(IPrintOemUni* self, void* surface, void* str, void* font, void* clip,
-                                             void* extra, void* opaque, void* fore, void* opaqueBrush, void* origin,
-                                             DWORD mix);
-  HRESULT(INKWEAVE_STDCALL* TTYGetInfo)(IPrintOemUni* self, DEVOBJ* devobj, DWORD index, void* buffer, DWORD size,
-                                        DWORD* needed);
+  HRESULT(INKWEAVE_STDCALL* TextOutAsBitmap)
+  (IPrintOemUni* self, void* surface, void* str, void* font, void* clip, void* extra, void* opaque, void* fore,
+   void* opaqueBrush, void* origin, DWORD mix);
+  HRESULT(INKWEAVE_STDCALL* TTYGetInfo)
+  (IPrintOemUni* self, DEVOBJ* devobj, DWORD index, void* buffer, DWORD size, DWORD* needed);
 };
 struct IPrintOemUni {
   const IPrintOemUniVtbl* lpVtbl;
@@ -319,21 +324,22 @@ struct IPrintOemDriverUniVtbl {
   HRESULT(INKWEAVE_STDCALL* QueryInterface)(IPrintOemDriverUni* self, const GUID* riid, void** ppv);
   ULONG(INKWEAVE_STDCALL* AddRef)(IPrintOemDriverUni* self);
   ULONG(INKWEAVE_STDCALL* Release)(IPrintOemDriverUni* self);
-  HRESULT(INKWEAVE_STDCALL* DrvGetDriverSetting)(IPrintOemDriverUni* self, void* driverObj, const char* feature,
-                                                 void* output, DWORD size, DWORD* needed, DWORD* optionsReturned);
-  HRESULT(INKWEAVE_STDCALL* DrvWriteSpoolBuf)(IPrintOemDriverUni* self, DEVOBJ* devobj, void* buffer, DWORD size,
-                                              DWORD* written);
+  HRESULT(INKWEAVE_STDCALL* DrvGetDriverSetting)
+  (IPrintOemDriverUni* self, void* driverObj, const char* feature, void* output, DWORD size, DWORD* needed,
+   DWORD* optionsReturned);
+  HRESULT(INKWEAVE_STDCALL* DrvWriteSpoolBuf)
+  (IPrintOemDriverUni* self, DEVOBJ* devobj, void* buffer, DWORD size, DWORD* written);
   HRESULT(INKWEAVE_STDCALL* DrvXMoveTo)(IPrintOemDriverUni* self, DEVOBJ* devobj, INT x, DWORD flags, INT* result);
   HRESULT(INKWEAVE_STDCALL* DrvYMoveTo)(IPrintOemDriverUni* self, DEVOBJ* devobj, INT y, DWORD flags, INT* result);
-  HRESULT(INKWEAVE_STDCALL* DrvGetStandardVariable)(IPrintOemDriverUni* self, DEVOBJ* devobj, DWORD index,
-                                                    void* buffer, DWORD size, DWORD* needed);
-  HRESULT(INKWEAVE_STDCALL* DrvGetGPDData)(IPrintOemDriverUni* self, DEVOBJ* devobj, DWORD type, void* input,
-                                           void* buffer, DWORD size, DWORD* needed);
-  HRESULT(INKWEAVE_STDCALL* DrvUniTextOut)(IPrintOemDriverUni* self, void* surface, void* str, void* font, void* clip,
-                                           void* extra, void* opaque, void* fore, void* opaqueBrush, void* origin,
-                                           DWORD mix);
-  HRESULT(INKWEAVE_STDCALL* DrvWriteAbortBuf)(IPrintOemDriverUni* self, DEVOBJ* devobj, void* buffer, DWORD size,
-                                              DWORD waitMs);
+  HRESULT(INKWEAVE_STDCALL* DrvGetStandardVariable)
+  (IPrintOemDriverUni* self, DEVOBJ* devobj, DWORD index, void* buffer, DWORD size, DWORD* needed);
+  HRESULT(INKWEAVE_STDCALL* DrvGetGPDData)
+  (IPrintOemDriverUni* self, DEVOBJ* devobj, DWORD type, void* input, void* buffer, DWORD size, DWORD* needed);
+  HRESULT(INKWEAVE_STDCALL* DrvUniTextOut)
+  (IPrintOemDriverUni* self, void* surface, void* str, void* font, void* clip, void* extra, void* opaque, void* fore,
+   void* opaqueBrush, void* origin, DWORD mix);
+  HRESULT(INKWEAVE_STDCALL* DrvWriteAbortBuf)
+  (IPrintOemDriverUni* self, DEVOBJ* devobj, void* buffer, DWORD size, DWORD waitMs);
 };
 struct IPrintOemDriverUni {
   const IPrintOemDriverUniVtbl* lpVtbl;

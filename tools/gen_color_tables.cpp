@@ -12,8 +12,8 @@
 //      mid gray exactly, starts into the shadows at slope c - 2 and fades into paper white at slope 0:
 //        ink = L D(t) + (1 - D(t)) V(q);
 //   3. cyan, magenta and yellow are truncated to whole bytes (a trace such as the cyan corner's one
-//      unit of yellow then shows only at its corner, never next to ink it would pair with); the fourth byte is the gray component,
-//      the smallest of the three, which the error-diffusion ink split takes away from the colours.
+//      unit of yellow then shows only at its corner, never next to ink it would pair with); the fourth byte is the gray
+//      component, the smallest of the three, which the error-diffusion ink split takes away from the colours.
 //
 // The corner rows of the tables 01, 03, 07, 13 and 15 are the product's given rows. The other dither
 // tables borrow a known table's corners at another black level (every corner ink scaled by the ratio
@@ -105,24 +105,22 @@ TableModel DiffusionPartner(const TableModel& dither, const TableModel& ref01, c
 
 std::array<TableModel, kTables> Models() {
   // The given rows (black, red, green, blue, cyan, magenta, yellow corners; gray (8,8,8)).
-  const TableModel t01 = Given(0xff, {0x00, 0xe1, 0xeb}, {0x8b, 0x00, 0xf2}, {0xec, 0xc6, 0x00},
-                               {0xff, 0x00, 0x00}, {0x00, 0xff, 0x00}, {0x00, 0x00, 0xff}, 0x4c,
-                               "plain paper, every mode but 4, 5, 36, 37; dither");
-  const TableModel t02 = Given(0xff, {0x00, 0xbe, 0xec}, {0x6e, 0x00, 0xf2}, {0xd8, 0xc2, 0x00},
-                               {0xa0, 0x00, 0x01}, {0x00, 0xe0, 0x00}, {0x00, 0x00, 0xff}, 0x4c,
-                               "plain paper, every mode but 4, 5, 36, 37; error diffusion");
-  const TableModel t03 = Given(0xff, {0x00, 0x88, 0xaa}, {0x6b, 0x00, 0xc7}, {0xa8, 0x8a, 0x00},
-                               {0xff, 0x00, 0x01}, {0x00, 0xff, 0x00}, {0x00, 0x00, 0xff}, 0x40,
-                               "plain paper, modes 4, 5, 36, 37; dither");
-  const TableModel t07 = Given(0xb2, {0x00, 0x5e, 0x7e}, {0x46, 0x00, 0x96}, {0x7d, 0x5f, 0x00},
-                               {0xb2, 0x00, 0x01}, {0x00, 0xb2, 0x00}, {0x00, 0x00, 0xb2}, 0x2c,
-                               "inkjet paper, modes 6, 38; dither");
-  const TableModel t13 = Given(0xc0, {0x00, 0x5a, 0x82}, {0x3e, 0x00, 0x9e}, {0x80, 0x5c, 0x00},
-                               {0xc0, 0x00, 0x01}, {0x00, 0xc0, 0x00}, {0x00, 0x00, 0xc0}, 0x26,
-                               "photographic paper, every mode but 4, 5, 36, 37; dither");
-  const TableModel t15 = Given(0xff, {0x00, 0xe3, 0xeb}, {0x99, 0x00, 0xf0}, {0xeb, 0xcb, 0x00},
-                               {0xff, 0x00, 0x00}, {0x00, 0xff, 0x00}, {0x00, 0x00, 0xff}, 0x60,
-                               "media codes 4 and 5, every mode but 4, 5, 36, 37; dither");
+  const TableModel t01 =
+      Given(0xff, {0x00, 0xe1, 0xeb}, {0x8b, 0x00, 0xf2}, {0xec, 0xc6, 0x00}, {0xff, 0x00, 0x00}, {0x00, 0xff, 0x00},
+            {0x00, 0x00, 0xff}, 0x4c, "plain paper, every mode but 4, 5, 36, 37; dither");
+  const TableModel t02 =
+      Given(0xff, {0x00, 0xbe, 0xec}, {0x6e, 0x00, 0xf2}, {0xd8, 0xc2, 0x00}, {0xa0, 0x00, 0x01}, {0x00, 0xe0, 0x00},
+            {0x00, 0x00, 0xff}, 0x4c, "plain paper, every mode but 4, 5, 36, 37; error diffusion");
+  const TableModel t03 = Given(0xff, {0x00, 0x88, 0xaa}, {0x6b, 0x00, 0xc7}, {0xa8, 0x8a, 0x00}, {0xff, 0x00, 0x01},
+                               {0x00, 0xff, 0x00}, {0x00, 0x00, 0xff}, 0x40, "plain paper, modes 4, 5, 36, 37; dither");
+  const TableModel t07 = Given(0xb2, {0x00, 0x5e, 0x7e}, {0x46, 0x00, 0x96}, {0x7d, 0x5f, 0x00}, {0xb2, 0x00, 0x01},
+                               {0x00, 0xb2, 0x00}, {0x00, 0x00, 0xb2}, 0x2c, "inkjet paper, modes 6, 38; dither");
+  const TableModel t13 =
+      Given(0xc0, {0x00, 0x5a, 0x82}, {0x3e, 0x00, 0x9e}, {0x80, 0x5c, 0x00}, {0xc0, 0x00, 0x01}, {0x00, 0xc0, 0x00},
+            {0x00, 0x00, 0xc0}, 0x26, "photographic paper, every mode but 4, 5, 36, 37; dither");
+  const TableModel t15 =
+      Given(0xff, {0x00, 0xe3, 0xeb}, {0x99, 0x00, 0xf0}, {0xeb, 0xcb, 0x00}, {0xff, 0x00, 0x00}, {0x00, 0xff, 0x00},
+            {0x00, 0x00, 0xff}, 0x60, "media codes 4 and 5, every mode but 4, 5, 36, 37; dither");
   const TableModel t05 = AtBlackLevel(t07, 0xff,
                                       "inkjet paper, every mode but 6, 38; media codes 4 and 5, modes 4, 5, "
                                       "36, 37; dither");
@@ -172,8 +170,7 @@ std::vector<std::uint8_t> BuildTable(const TableModel& t) {
         for (std::size_t n = 0; n < 3; ++n) {
           double value = level;
           if (m > 0) {
-            const double q[3] = {static_cast<double>(i) / m, static_cast<double>(j) / m,
-                                 static_cast<double>(k) / m};
+            const double q[3] = {static_cast<double>(i) / m, static_cast<double>(j) / m, static_cast<double>(k) / m};
             double v = 0.0;
             for (int corner = 0; corner < 8; ++corner) {
               double w = 1.0;
@@ -199,8 +196,8 @@ std::vector<std::uint8_t> BuildTable(const TableModel& t) {
 std::string Check(const TableModel& t, const std::vector<std::uint8_t>& table) {
   char buf[160];
   const int level = BlackLevel(t);
-  static constexpr int kCornerGrid[8][3] = {{0, 0, 0},   {16, 0, 0},  {0, 16, 0},  {16, 16, 0},
-                                            {0, 0, 16},  {16, 0, 16}, {0, 16, 16}, {16, 16, 16}};
+  static constexpr int kCornerGrid[8][3] = {{0, 0, 0},  {16, 0, 0},  {0, 16, 0},  {16, 16, 0},
+                                            {0, 0, 16}, {16, 0, 16}, {0, 16, 16}, {16, 16, 16}};
   for (int corner = 0; corner < 8; ++corner) {
     const std::uint8_t* p = &table[Offset(kCornerGrid[corner][0], kCornerGrid[corner][1], kCornerGrid[corner][2])];
     for (std::size_t n = 0; n < 3; ++n)
@@ -228,8 +225,7 @@ std::string Check(const TableModel& t, const std::vector<std::uint8_t>& table) {
             if (i + d[0] >= kGrid || j + d[1] >= kGrid || k + d[2] >= kGrid) continue;
             const int next = table[Offset(i + d[0], j + d[1], k + d[2]) + static_cast<std::size_t>(n)];
             if (std::abs(next - p[n]) > kMaxGridStep) {
-              std::snprintf(buf, sizeof buf, "grid step at (%d,%d,%d) ink %d changes by %d", i, j, k, n,
-                            next - p[n]);
+              std::snprintf(buf, sizeof buf, "grid step at (%d,%d,%d) ink %d changes by %d", i, j, k, n, next - p[n]);
               return buf;
             }
           }

@@ -34,8 +34,8 @@ constexpr int kTile = 64;
 constexpr int kCells = kTile * kTile;
 constexpr int kMatrix = 128;
 constexpr int kExtraRows = 15;
-constexpr int kLowestLevel = 2;   // levels 0, 1 and 2 are merged into 2
-constexpr int kInitialLevel = 29; // the initial pattern holds levels 2..28: 48 + 26 * 16 = 464 cells
+constexpr int kLowestLevel = 2;    // levels 0, 1 and 2 are merged into 2
+constexpr int kInitialLevel = 29;  // the initial pattern holds levels 2..28: 48 + 26 * 16 = 464 cells
 constexpr std::uint32_t kSeed = 0x1D17E5EDu;
 constexpr double kSigma = 1.5;
 constexpr int kMaxRelaxSwaps = 100000;  // the relaxation converges long before
@@ -43,8 +43,7 @@ constexpr double kWeightScale = 1 << 20;
 
 // The fixed values of tile rows 0 and 1, columns 0..15.
 constexpr std::array<int, 16> kGivenRow0 = {66, 159, 47, 100, 196, 52, 228, 4, 76, 147, 35, 99, 200, 56, 232, 8};
-constexpr std::array<int, 16> kGivenRow1 = {175, 95, 255, 127, 132, 212, 20, 180,
-                                            163, 83, 243, 115, 136, 216, 24, 184};
+constexpr std::array<int, 16> kGivenRow1 = {175, 95, 255, 127, 132, 212, 20, 180, 163, 83, 243, 115, 136, 216, 24, 184};
 
 int CellsOfLevel(int level) { return level == kLowestLevel ? 48 : 16; }
 

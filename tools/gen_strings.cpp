@@ -26,11 +26,11 @@
 namespace {
 
 struct Language {
-  std::string_view Tag;   // PPD language tag (en: English (United States), the PPD's own language)
+  std::string_view Tag;  // PPD language tag (en: English (United States), the PPD's own language)
   std::string_view Name;
-  int Primary;            // Windows primary language id
-  int Sub;                // Windows sublanguage id
-  bool PaperTypes;        // carries ids 1000-1003
+  int Primary;      // Windows primary language id
+  int Sub;          // Windows sublanguage id
+  bool PaperTypes;  // carries ids 1000-1003
 };
 
 // The 24 languages, in the order the resource script lists them.
@@ -61,7 +61,7 @@ constexpr Language kLanguages[] = {
     {"es", "Spanish (Modern Sort)", 0x0A, 0x03, true},
 };
 
-constexpr int kIds[] = {257, 258, 259, 260, 261, 262, 263, 264, 265, 266, 267, 268,
+constexpr int kIds[] = {257, 258, 259, 260, 261,  262,  263,  264,  265,  266,  267, 268,
                         269, 270, 271, 272, 1000, 1001, 1002, 1003, 1030, 1031, 1032};
 bool IsPaperType(int id) { return id >= 1000 && id <= 1003; }
 
@@ -72,14 +72,14 @@ struct PpdLine {
   int Id;
 };
 constexpr PpdLine kPpdLines[] = {
-    {"Translation", "ColorModel", 1030},       {"ColorModel", "RGB", 1031},
-    {"ColorModel", "Gray", 1032},              {"Translation", "InkweaveHalftone", 266},
-    {"InkweaveHalftone", "Dither", 269},       {"InkweaveHalftone", "Diffusion", 270},
-    {"MediaType", "Plain", 1000},              {"MediaType", "Inkjet", 1001},
-    {"MediaType", "Glossy", 1002},             {"MediaType", "Photo", 1003},
-    {"InkweaveHighRes", "HighRes600", 271},    {"InkweaveHighRes", "Print1200", 272},
+    {"Translation", "ColorModel", 1030},    {"ColorModel", "RGB", 1031},
+    {"ColorModel", "Gray", 1032},           {"Translation", "InkweaveHalftone", 266},
+    {"InkweaveHalftone", "Dither", 269},    {"InkweaveHalftone", "Diffusion", 270},
+    {"MediaType", "Plain", 1000},           {"MediaType", "Inkjet", 1001},
+    {"MediaType", "Glossy", 1002},          {"MediaType", "Photo", 1003},
+    {"InkweaveHighRes", "HighRes600", 271}, {"InkweaveHighRes", "Print1200", 272},
 };
-constexpr std::size_t kPpdLineMax = 255;   // bytes, the PPD limit
+constexpr std::size_t kPpdLineMax = 255;     // bytes, the PPD limit
 constexpr std::size_t kTranslationMax = 80;  // bytes, kept well inside the PPD's limit
 
 using Table = std::map<std::string, std::map<int, std::string>>;  // tag → id → text

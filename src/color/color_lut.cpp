@@ -13,8 +13,8 @@ namespace {
 // The table pair (dither, error diffusion) by media code and the whole PrintMode byte. The mode sets
 // are exact byte values on purpose: a monochrome mode (bit 16) never matches them.
 struct LutPair {
-  int dither;    // table number, 0 none
-  int diffusion; // table number, 0 none
+  int dither;     // table number, 0 none
+  int diffusion;  // table number, 0 none
 };
 
 bool IsFineMode(std::uint8_t mode) { return mode == 4 || mode == 5 || mode == 36 || mode == 37; }

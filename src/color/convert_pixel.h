@@ -27,8 +27,14 @@ namespace convert_detail {
 constexpr std::size_t kRedStep = GridOffset(1, 0, 0);
 constexpr std::size_t kGreenStep = GridOffset(0, 1, 0);
 constexpr std::size_t kBlueStep = GridOffset(0, 0, 1);
-constexpr std::size_t kCornerOffset[8] = {0,         kRedStep,             kGreenStep,             kRedStep + kGreenStep,
-                                          kBlueStep, kRedStep + kBlueStep, kGreenStep + kBlueStep, kRedStep + kGreenStep + kBlueStep};
+constexpr std::size_t kCornerOffset[8] = {0,
+                                          kRedStep,
+                                          kGreenStep,
+                                          kRedStep + kGreenStep,
+                                          kBlueStep,
+                                          kRedStep + kBlueStep,
+                                          kGreenStep + kBlueStep,
+                                          kRedStep + kGreenStep + kBlueStep};
 
 inline std::uint32_t Store(std::uint8_t* out, std::uint32_t c, std::uint32_t m, std::uint32_t y, std::uint32_t k) {
   out[0] = static_cast<std::uint8_t>(c);
@@ -44,8 +50,8 @@ constexpr std::uint64_t kLaneOnes = 0x0001000100010001u;
 constexpr std::uint64_t kLaneLowBytes = 0x00FF00FF00FF00FFu;
 
 inline std::uint64_t Lanes(const std::uint8_t* point) {
-  const std::uint32_t v = point[0] | std::uint32_t{point[1]} << 8 | std::uint32_t{point[2]} << 16 |
-                          std::uint32_t{point[3]} << 24;
+  const std::uint32_t v =
+      point[0] | std::uint32_t{point[1]} << 8 | std::uint32_t{point[2]} << 16 | std::uint32_t{point[3]} << 24;
   return (v & 0x00FF00FFu) | (std::uint64_t{v & 0xFF00FF00u} << 24);
 }
 
@@ -64,7 +70,7 @@ inline std::uint32_t StoreGridPoint(std::uint8_t* out, const std::uint8_t* point
 
 // ConvertPixel, inline: the renderers' loops call it per distinct pixel.
 [[gnu::always_inline]] inline std::uint32_t ConvertPixelInline(const std::uint8_t* pixel, std::uint8_t* out,
-                                                              const DeviceState& state) {
+                                                               const DeviceState& state) {
   using namespace convert_detail;
   const std::uint32_t red = pixel[0];
   const std::uint32_t green = pixel[1];

@@ -71,8 +71,8 @@ void EndPage(DEVOBJ* devobj, IPrintOemDriverUni* driver) {
 
 void EndJob(DEVOBJ* devobj, DeviceState& state, IPrintOemDriverUni* driver) {
   if (state.WriteFailed) {
-    (void)driver->lpVtbl->DrvWriteAbortBuf(driver, devobj, const_cast<std::uint8_t*>(kAbortTail),
-                                           sizeof kAbortTail, 1000);
+    (void)driver->lpVtbl->DrvWriteAbortBuf(driver, devobj, const_cast<std::uint8_t*>(kAbortTail), sizeof kAbortTail,
+                                           1000);
   } else {
     WriteDirect(devobj, kReset, sizeof kReset, driver);
   }

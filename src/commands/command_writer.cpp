@@ -24,10 +24,8 @@ bool IsEnvelope(std::uint16_t paperSize) {
     case DMPAPER_ENV_C5:
     case DMPAPER_ENV_C4:
     case DMPAPER_ENV_B5:
-    case DMPAPER_ENV_MONARCH:
-      return true;
-    default:
-      return false;
+    case DMPAPER_ENV_MONARCH: return true;
+    default: return false;
   }
 }
 
@@ -74,8 +72,8 @@ void WriteInkMode(DEVOBJ* devobj, IPrintOemDriverUni* driver) {
   DeviceState& state = *StateOf(devobj);
   const bool flagged = (state.PrintMode & kPrintModeFlag) != 0;
   const bool mono = (state.PrintMode & kPrintModeMonochrome) != 0;
-  const std::uint8_t m = flagged ? (mono ? kInkModeMonoTwoBit : kInkModeColorTwoBit)
-                                 : (mono ? kInkModeMonoOneBit : kInkModeColorOneBit);
+  const std::uint8_t m =
+      flagged ? (mono ? kInkModeMonoTwoBit : kInkModeColorTwoBit) : (mono ? kInkModeMonoOneBit : kInkModeColorOneBit);
   const std::uint8_t command[2] = {'I', m};
   Write(devobj, command, driver);
   state.InkModeCode = m;
@@ -108,8 +106,8 @@ void WriteModeSettings(DEVOBJ* devobj, IPrintOemDriverUni* driver) {
     default: break;
   }
 
-  const bool d2 = state.DCommandEnable == 0 || IsEnvelope(state.PaperSize) ||
-                  (state.MediaType >= 2 && state.MediaType <= 5);
+  const bool d2 =
+      state.DCommandEnable == 0 || IsEnvelope(state.PaperSize) || (state.MediaType >= 2 && state.MediaType <= 5);
   Write(devobj, d2 ? kDCommand2 : kDCommand0, driver);
 
   std::uint8_t media = 0;

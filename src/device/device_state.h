@@ -21,10 +21,10 @@ using BandRendererFn = std::uint32_t (*)(DeviceState& state, int firstLine, int 
 
 // One head pass being collected.
 struct PassBuffer {
-  std::uint16_t RowsFilled;  // head rows placed, blank ones included
-  std::uint16_t PassMark;    // 720 at page start, 0 after a flush; nothing reads it
-  std::uint8_t* BufferStart; // kPassBufferBytes of storage
-  std::uint8_t* WritePos;    // end of the bytes placed so far
+  std::uint16_t RowsFilled;   // head rows placed, blank ones included
+  std::uint16_t PassMark;     // 720 at page start, 0 after a flush; nothing reads it
+  std::uint8_t* BufferStart;  // kPassBufferBytes of storage
+  std::uint8_t* WritePos;     // end of the bytes placed so far
 };
 
 // PrintMode bits.
@@ -33,37 +33,37 @@ inline constexpr std::uint8_t kPrintModeMonochrome = 16;
 inline constexpr std::uint8_t kPrintModeFlag = 32;
 
 // Working buffer sizes.
-inline constexpr std::uint32_t kPlaneBufferBytes = 0x1E000;   // 122,880 bytes of dot planes
-inline constexpr std::uint32_t kToneCurveBytes = 7 * 256;     // seven 256-entry curves
-inline constexpr std::uint32_t kPassBufferBytes = 547840;     // one head pass
-inline constexpr std::uint32_t kRecordBufferBytes = 4800;     // one raster record
-inline constexpr std::uint32_t kScratchBufferBytes = 1800;    // the emitter's work block
+inline constexpr std::uint32_t kPlaneBufferBytes = 0x1E000;  // 122,880 bytes of dot planes
+inline constexpr std::uint32_t kToneCurveBytes = 7 * 256;    // seven 256-entry curves
+inline constexpr std::uint32_t kPassBufferBytes = 547840;    // one head pass
+inline constexpr std::uint32_t kRecordBufferBytes = 4800;    // one raster record
+inline constexpr std::uint32_t kScratchBufferBytes = 1800;   // the emitter's work block
 inline constexpr int kPassBufferRecords = 8;
 
 struct MemoryBlock;  // a global-heap block of the memory list (device/memory_list.h)
 
 struct DeviceState {
-  std::uint32_t JobEnded;        // 1 at creation and after job end; nothing reads it
-  std::uint32_t LastCommandId;   // low byte of the last default-branch command id
-  std::uint32_t CommandValue;    // CommandValueTable entry of that id
-  std::uint16_t ColorMode;       // 1 monochrome, 2 colour
-  std::uint16_t PrintQuality;    // dpi (150, 300, 600)
-  std::uint16_t PaperSize;       // platform paper size number
-  std::uint8_t LutVariant;       // 0; nothing sets it
-  std::int16_t MediaType;        // 0..3 from the media commands
-  std::int16_t BrightnessAdjust; // 1/128 of full scale; 0, nothing sets it
-  std::int16_t ContrastAdjust;   // percent around mid-scale; 0, nothing sets it
-  std::int16_t RedGain;          // 1/128 steps; 0, nothing sets it
+  std::uint32_t JobEnded;         // 1 at creation and after job end; nothing reads it
+  std::uint32_t LastCommandId;    // low byte of the last default-branch command id
+  std::uint32_t CommandValue;     // CommandValueTable entry of that id
+  std::uint16_t ColorMode;        // 1 monochrome, 2 colour
+  std::uint16_t PrintQuality;     // dpi (150, 300, 600)
+  std::uint16_t PaperSize;        // platform paper size number
+  std::uint8_t LutVariant;        // 0; nothing sets it
+  std::int16_t MediaType;         // 0..3 from the media commands
+  std::int16_t BrightnessAdjust;  // 1/128 of full scale; 0, nothing sets it
+  std::int16_t ContrastAdjust;    // percent around mid-scale; 0, nothing sets it
+  std::int16_t RedGain;           // 1/128 steps; 0, nothing sets it
   std::int16_t GreenGain;
   std::int16_t BlueGain;
-  std::uint8_t MirrorOutput;     // 0, never set
-  std::uint8_t CreatedFlag;      // 1 at creation
-  std::uint8_t ActiveHalftone;   // halftone in force for the page: 1 dither, 2 error diffusion
-  std::uint8_t HalftoneMethod;   // job's halftone: 1 dither, 2 error diffusion
-  std::uint8_t PrintMode;        // resolution level (low four bits) | 16 monochrome | 32 mode flag
-  std::uint8_t CompressionMethod;// 0 none, 1 run-length, 2 pattern run-length
-  std::uint32_t DCommandEnable;  // 0, nothing sets it
-  MemoryBlock** MemoryList;      // head cell of the global-heap blocks owned by the state
+  std::uint8_t MirrorOutput;       // 0, never set
+  std::uint8_t CreatedFlag;        // 1 at creation
+  std::uint8_t ActiveHalftone;     // halftone in force for the page: 1 dither, 2 error diffusion
+  std::uint8_t HalftoneMethod;     // job's halftone: 1 dither, 2 error diffusion
+  std::uint8_t PrintMode;          // resolution level (low four bits) | 16 monochrome | 32 mode flag
+  std::uint8_t CompressionMethod;  // 0 none, 1 run-length, 2 pattern run-length
+  std::uint32_t DCommandEnable;    // 0, nothing sets it
+  MemoryBlock** MemoryList;        // head cell of the global-heap blocks owned by the state
 
   // The choice ColorLut was last prepared for.
   std::uint16_t CachedMediaType;
@@ -85,23 +85,23 @@ struct DeviceState {
   std::uint16_t PageInProgress;  // 0 at page start and after the final call, 1 after each stripe
   std::uint16_t PaperPosition;   // 1/400 in already fed on this page
   PassBuffer StripeBuffers[kPassBufferRecords];
-  std::uint16_t CurrentPass;     // pass buffer to be flushed next
-  std::uint8_t WeavePhase;       // current phase of the interleave
-  std::uint16_t PhaseRow;        // rows placed in the current phase
-  std::uint16_t StripeFlag;      // 1 first stripe of the page, 0 later, 2 during the final call
-  std::uint32_t PageStartMark;   // 1 at page start; nothing reads it
-  std::uint32_t FinalFlush;      // 1 during the page's final call
-  std::uint8_t* ScratchBuffer;   // kScratchBufferBytes
-  std::uint8_t* RecordBuffer;    // kRecordBufferBytes
-  std::uint32_t PageHeaderDisabled; // 0, nothing sets it
-  std::uint16_t InkModeCode;     // mode byte last sent with "I"
-  std::int16_t ScanParity;       // serpentine parity of the large diffusion renderers
+  std::uint16_t CurrentPass;         // pass buffer to be flushed next
+  std::uint8_t WeavePhase;           // current phase of the interleave
+  std::uint16_t PhaseRow;            // rows placed in the current phase
+  std::uint16_t StripeFlag;          // 1 first stripe of the page, 0 later, 2 during the final call
+  std::uint32_t PageStartMark;       // 1 at page start; nothing reads it
+  std::uint32_t FinalFlush;          // 1 during the page's final call
+  std::uint8_t* ScratchBuffer;       // kScratchBufferBytes
+  std::uint8_t* RecordBuffer;        // kRecordBufferBytes
+  std::uint32_t PageHeaderDisabled;  // 0, nothing sets it
+  std::uint16_t InkModeCode;         // mode byte last sent with "I"
+  std::int16_t ScanParity;           // serpentine parity of the large diffusion renderers
   std::uint32_t RendererScratch[8];
-  std::uint32_t DiffusionCursor; // start index of the wide jitter draws
-  std::uint32_t BandOffset;      // the band's offset on the page, pixels (y portrait, x landscape)
-  std::uint32_t WriteFailed;     // 1 after a spool write answered E_FAIL
-  BandRendererFn BandRenderer;   // renderer chosen for the band
-  std::uint32_t InitFailed;      // 1 when buffer set-up failed
+  std::uint32_t DiffusionCursor;  // start index of the wide jitter draws
+  std::uint32_t BandOffset;       // the band's offset on the page, pixels (y portrait, x landscape)
+  std::uint32_t WriteFailed;      // 1 after a spool write answered E_FAIL
+  BandRendererFn BandRenderer;    // renderer chosen for the band
+  std::uint32_t InitFailed;       // 1 when buffer set-up failed
 };
 
 // The device state behind a device object (null when there is none).

@@ -23,9 +23,9 @@ inline constexpr int kBlack = 3;
 inline constexpr int kInkOrder[4] = {kBlack, kCyan, kMagenta, kYellow};
 
 inline constexpr std::uint32_t kWhiteKey = 0x00FFFFFF;
-inline constexpr int kStripeLines = 16;      // source lines of a stripe below the highest resolution
-inline constexpr int kTopStripeLines = 4;    // source lines of a stripe at the highest resolution
-inline constexpr int kFineMapRow = 128;      // the fine map's first row in DiffusionThresholdMaps
+inline constexpr int kStripeLines = 16;    // source lines of a stripe below the highest resolution
+inline constexpr int kTopStripeLines = 4;  // source lines of a stripe at the highest resolution
+inline constexpr int kFineMapRow = 128;    // the fine map's first row in DiffusionThresholdMaps
 
 // The ink-split table (0..10) for the state's colour mode, resolution code and media.
 int InkSplitTableIndex(const DeviceState& state);

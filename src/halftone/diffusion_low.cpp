@@ -26,8 +26,8 @@ namespace {
 using detail::ConversionCache;
 using detail::InkAmounts;
 
-constexpr int kLineBytes = 2560;   // one output line: four planes
-constexpr int kPlaneBytes = 640;   // one plane of a line
+constexpr int kLineBytes = 2560;  // one output line: four planes
+constexpr int kPlaneBytes = 640;  // one plane of a line
 constexpr int kPlaneDots = kPlaneBytes * 8;
 
 struct LowStripe {
@@ -43,8 +43,8 @@ struct LowStripe {
 // One stripe line in the direction kStep (+1 left to right, -1 right to left) over positions
 // first..first + count - 1; the plane line starts at `planes`.
 template <int kStep>
-void DiffuseLowLine(LowStripe& s, const std::uint8_t* mapRow, detail::SourceLine src, std::uint8_t* planes,
-                    int first, int count) {
+void DiffuseLowLine(LowStripe& s, const std::uint8_t* mapRow, detail::SourceLine src, std::uint8_t* planes, int first,
+                    int count) {
   int pendingNear[4] = {0, 0, 0, 0};
   int pendingFar[4] = {0, 0, 0, 0};
   const int begin = kStep > 0 ? first : first + count - 1;
@@ -172,8 +172,8 @@ std::uint32_t DiffuseLowPortrait(DeviceState& state, int firstLine, int width, c
   return DiffuseLow(state, firstLine, width, band, lineCount, firstPixel, rowPixels, params, false);
 }
 
-std::uint32_t DiffuseLowLandscape(DeviceState& state, int firstLine, int width, const BandInfo& band,
-                                  int lineCount, int firstPixel, int rowPixels, const IPPARAMS* params) {
+std::uint32_t DiffuseLowLandscape(DeviceState& state, int firstLine, int width, const BandInfo& band, int lineCount,
+                                  int firstPixel, int rowPixels, const IPPARAMS* params) {
   return DiffuseLow(state, firstLine, width, band, lineCount, firstPixel, rowPixels, params, true);
 }
 

@@ -181,8 +181,10 @@ void DiffuseInkPair(InkLine& lineA, int ia, InkLine& lineB, int ib, const RunInp
   for (int i = 0; i < n; ++i, x += kStep) {
     DiffuseDot<kQ, kStep>(a, ia, run.Amount[ia][i], run.Threshold[ia][i], x, mask, inked);
     DiffuseDot<kQ, kStep>(b, ib, run.Amount[ib][i], run.Threshold[ib][i], x, mask, inked);
-    if (kStep > 0) mask = mask == 0x01u ? 0x80u : mask >> 1;
-    else mask = mask == 0x80u ? 0x01u : mask << 1;
+    if (kStep > 0)
+      mask = mask == 0x01u ? 0x80u : mask >> 1;
+    else
+      mask = mask == 0x80u ? 0x01u : mask << 1;
   }
   if (inked) result = 1;
   lineA = a;
@@ -290,10 +292,12 @@ std::uint32_t DiffuseMulti(DeviceState& state, int firstLine, int height, const 
   s.Result = 0;
 
   const std::int32_t position = detail::BandPosition(params, landscape);
-  const int mapRow = detail::kFineMapRow +
-                     (kQ == Quantiser::Top ? static_cast<int>((2u * (static_cast<std::uint32_t>(position) +
-                                                                     static_cast<std::uint32_t>(firstLine))) & 127u)
-                                           : detail::StripeMapRow(position, firstLine));
+  const int mapRow =
+      detail::kFineMapRow +
+      (kQ == Quantiser::Top
+           ? static_cast<int>((2u * (static_cast<std::uint32_t>(position) + static_cast<std::uint32_t>(firstLine))) &
+                              127u)
+           : detail::StripeMapRow(position, firstLine));
   for (int line = 0; line < outputLines; ++line) {
     const detail::SourceLine src = detail::SourceLineOf(band, firstLine + line / L::kScale, height, landscape);
     std::uint8_t* planes0 = state.PlaneBuffer[0] + line * L::kLineBytes;
@@ -311,11 +315,11 @@ std::uint32_t DiffuseMulti(DeviceState& state, int firstLine, int height, const 
 
 }  // namespace
 
-#define INKWEAVE_DIFFUSION_MEMBER(name, quantiser, landscape)                                                 \
-  std::uint32_t name(DeviceState& state, int firstLine, int width, const BandInfo& band, int lineCount,      \
-                     int firstPixel, int rowPixels, const IPPARAMS* params) {                                \
-    return DiffuseMulti<quantiser>(state, firstLine, width, band, lineCount, firstPixel, rowPixels, params,   \
-                                   landscape);                                                               \
+#define INKWEAVE_DIFFUSION_MEMBER(name, quantiser, landscape)                                               \
+  std::uint32_t name(DeviceState& state, int firstLine, int width, const BandInfo& band, int lineCount,     \
+                     int firstPixel, int rowPixels, const IPPARAMS* params) {                               \
+    return DiffuseMulti<quantiser>(state, firstLine, width, band, lineCount, firstPixel, rowPixels, params, \
+                                   landscape);                                                              \
   }
 
 INKWEAVE_DIFFUSION_MEMBER(DiffuseMidPortrait, Quantiser::Mid, false)

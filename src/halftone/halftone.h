@@ -9,7 +9,7 @@
 
 namespace inkweave {
 
-#define INKWEAVE_BAND_RENDERER(name)                                                                  \
+#define INKWEAVE_BAND_RENDERER(name)                                                                    \
   std::uint32_t name(DeviceState& state, int firstLine, int width, const BandInfo& band, int lineCount, \
                      int firstPixel, int rowPixels, const IPPARAMS* params)
 

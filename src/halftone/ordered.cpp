@@ -179,7 +179,8 @@ std::uint32_t DitherColor(DeviceState& state, int firstLine, int width, const Ba
 
     // Where dot x's pixel lies in the band.
     const std::ptrdiff_t line = firstLine + l;
-    const std::ptrdiff_t base = landscape ? (static_cast<std::ptrdiff_t>(width) - 1) * stride + 3 * line : line * stride;
+    const std::ptrdiff_t base =
+        landscape ? (static_cast<std::ptrdiff_t>(width) - 1) * stride + 3 * line : line * stride;
     const std::ptrdiff_t step = landscape ? -stride : 3;
     const DotRun run = InsideRun(window, base, step, 3, width);
 
@@ -190,8 +191,8 @@ std::uint32_t DitherColor(DeviceState& state, int firstLine, int width, const Ba
       std::uint64_t dots = 0;
       for (; x < byteEnd; ++x, at += step) {
         const std::uint8_t* pixel = band.Bits + at;
-        const std::uint32_t key = pixel[0] | (static_cast<std::uint32_t>(pixel[1]) << 8) |
-                                  (static_cast<std::uint32_t>(pixel[2]) << 16);
+        const std::uint32_t key =
+            pixel[0] | (static_cast<std::uint32_t>(pixel[1]) << 8) | (static_cast<std::uint32_t>(pixel[2]) << 16);
         if (key != memory.key) {
           // A copy, so that the conversion's four-byte read stays inside the band.
           const std::uint8_t rgb[4] = {pixel[0], pixel[1], pixel[2], 0};

@@ -27,9 +27,12 @@ constexpr std::uint8_t GrayMap(int i) { return static_cast<std::uint8_t>(i); }
 void StartPage(DeviceState& state, int bitCount) {
   if (bitCount == 24) {
     std::int16_t purpose;
-    if (state.HalftoneMethod == 0 || state.HalftoneMethod == 2) purpose = kLutPurposeDiffusion;
-    else if (state.HalftoneMethod == 1) purpose = kLutPurposeDither;
-    else purpose = state.LutVariant ? kLutPurposeDiffusion : kLutPurposeDither;
+    if (state.HalftoneMethod == 0 || state.HalftoneMethod == 2)
+      purpose = kLutPurposeDiffusion;
+    else if (state.HalftoneMethod == 1)
+      purpose = kLutPurposeDither;
+    else
+      purpose = state.LutVariant ? kLutPurposeDiffusion : kLutPurposeDither;
     state.ColorLut = SelectColorLut(state, purpose);
     BuildToneCurves(state);
   } else if (bitCount == 8) {
@@ -89,8 +92,10 @@ int ProcessBand(DEVOBJ* devobj, const BYTE* bits, const BITMAPINFOHEADER* header
   const int lines = landscape ? header->biWidth : header->biHeight;
   const int rowPixels = landscape ? header->biHeight : header->biWidth;
   int rowUnits = rowPixels;
-  if (landscape) rowUnits = static_cast<std::uint16_t>(header->biHeight);
-  else if (header->biBitCount == 1) rowUnits = (rowPixels + 7) / 8;
+  if (landscape)
+    rowUnits = static_cast<std::uint16_t>(header->biHeight);
+  else if (header->biBitCount == 1)
+    rowUnits = (rowPixels + 7) / 8;
   state.BandLeft = 0;
   state.BandPixels = static_cast<std::uint16_t>(rowPixels);
   state.BandOffset = static_cast<std::uint32_t>(landscape ? offsetX : offsetY);

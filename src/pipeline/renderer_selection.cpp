@@ -45,8 +45,7 @@ const RendererPair* ChoosePair(std::uint8_t activeHalftone, std::uint8_t printMo
 
 }  // namespace
 
-BandRendererFn ChooseBandRenderer(std::uint8_t activeHalftone, std::uint8_t printMode, int bitCount,
-                                  bool landscape) {
+BandRendererFn ChooseBandRenderer(std::uint8_t activeHalftone, std::uint8_t printMode, int bitCount, bool landscape) {
   const RendererPair* pair = ChoosePair(activeHalftone, printMode, bitCount);
   if (!pair) return nullptr;
   return landscape ? pair->landscape : pair->portrait;
@@ -70,8 +69,8 @@ void SelectBandRenderer(DEVOBJ* devobj, const BandInfo& band, IPrintOemDriverUni
   // The renderer; dither at an unflagged level 6 becomes error diffusion.
   const int code = state.PrintMode & kPrintModeLevelMask;
   if (state.ActiveHalftone == 1 && !IsFlagged(state.PrintMode) && code == 6) state.ActiveHalftone = 2;
-  state.BandRenderer = ChooseBandRenderer(state.ActiveHalftone, state.PrintMode, band.Header.biBitCount,
-                                          state.Landscape != 0);
+  state.BandRenderer =
+      ChooseBandRenderer(state.ActiveHalftone, state.PrintMode, band.Header.biBitCount, state.Landscape != 0);
 
   // Seeding while the page has no dot yet.
   if (state.PageInkSeen == 0) {

@@ -12,7 +12,6 @@ void SelectBandRenderer(DEVOBJ* devobj, const BandInfo& band, IPrintOemDriverUni
 
 // The renderer the table gives for a halftone method, print mode, bit count and orientation (null
 // for a halftone method other than 1 and 2). Exposed for tests.
-BandRendererFn ChooseBandRenderer(std::uint8_t activeHalftone, std::uint8_t printMode, int bitCount,
-                                  bool landscape);
+BandRendererFn ChooseBandRenderer(std::uint8_t activeHalftone, std::uint8_t printMode, int bitCount, bool landscape);
 
 }  // namespace inkweave

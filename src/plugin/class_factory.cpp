@@ -56,8 +56,10 @@ HRESULT RenderPluginFactory::CreateInstance(IClassFactory*, IUnknown* outer, con
 }
 
 HRESULT RenderPluginFactory::LockServer(IClassFactory*, BOOL lock) {
-  if (lock) LockCount.fetch_add(1);
-  else LockCount.fetch_sub(1);
+  if (lock)
+    LockCount.fetch_add(1);
+  else
+    LockCount.fetch_sub(1);
   return S_OK;
 }
 

@@ -94,9 +94,7 @@ HRESULT RenderPlugin::QueryInterface(IPrintOemUni* self, const GUID* riid, void*
   return E_NOINTERFACE;
 }
 
-ULONG RenderPlugin::AddRef(IPrintOemUni* self) {
-  return static_cast<ULONG>(From(self)->refs_.fetch_add(1) + 1);
-}
+ULONG RenderPlugin::AddRef(IPrintOemUni* self) { return static_cast<ULONG>(From(self)->refs_.fetch_add(1) + 1); }
 
 ULONG RenderPlugin::Release(IPrintOemUni* self) {
   RenderPlugin* plugin = From(self);
@@ -156,8 +154,7 @@ HRESULT RenderPlugin::GetImplementedMethod(IPrintOemUni*, char* name) {
   return IsImplemented(name) ? S_OK : E_FAIL;
 }
 
-HRESULT RenderPlugin::CommandCallback(IPrintOemUni* self, DEVOBJ* devobj, DWORD callbackId, DWORD count, DWORD*,
-                                      INT*) {
+HRESULT RenderPlugin::CommandCallback(IPrintOemUni* self, DEVOBJ* devobj, DWORD callbackId, DWORD count, DWORD*, INT*) {
   return HandleCommand(devobj, callbackId, count, From(self)->driver_) ? S_OK : E_FAIL;
 }
 

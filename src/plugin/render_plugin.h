@@ -9,7 +9,7 @@
 namespace inkweave {
 
 // Module-wide counters and handle.
-extern void* ModuleHandle;              // recorded on process attach; nothing else uses it
+extern void* ModuleHandle;                     // recorded on process attach; nothing else uses it
 extern std::atomic<std::int32_t> ObjectCount;  // never changed: objects are not counted
 extern std::atomic<std::int32_t> LockCount;    // changed only by IClassFactory::LockServer
 
@@ -28,12 +28,10 @@ class RenderPlugin {
   static ULONG INKWEAVE_STDCALL AddRef(IPrintOemUni* self);
   static ULONG INKWEAVE_STDCALL Release(IPrintOemUni* self);
   static HRESULT INKWEAVE_STDCALL GetInfo(IPrintOemUni* self, DWORD mode, PVOID buffer, DWORD size, DWORD* needed);
-  static HRESULT INKWEAVE_STDCALL EnableDriver(IPrintOemUni* self, DWORD driverVersion, DWORD size,
-                                               DRVENABLEDATA* ded);
-  static HRESULT INKWEAVE_STDCALL EnablePDEV(IPrintOemUni* self, DEVOBJ* devobj, WCHAR* printerName,
-                                             ULONG patternCount, void** patterns, ULONG gdiInfoSize,
-                                             GDIINFO* gdiInfo, ULONG devInfoSize, void* devInfo,
-                                             DRVENABLEDATA* ded, void** outDeviceState);
+  static HRESULT INKWEAVE_STDCALL EnableDriver(IPrintOemUni* self, DWORD driverVersion, DWORD size, DRVENABLEDATA* ded);
+  static HRESULT INKWEAVE_STDCALL EnablePDEV(IPrintOemUni* self, DEVOBJ* devobj, WCHAR* printerName, ULONG patternCount,
+                                             void** patterns, ULONG gdiInfoSize, GDIINFO* gdiInfo, ULONG devInfoSize,
+                                             void* devInfo, DRVENABLEDATA* ded, void** outDeviceState);
   static HRESULT INKWEAVE_STDCALL DisablePDEV(IPrintOemUni* self, DEVOBJ* devobj);
   static HRESULT INKWEAVE_STDCALL PublishDriverInterface(IPrintOemUni* self, IUnknown* driver);
   static HRESULT INKWEAVE_STDCALL GetImplementedMethod(IPrintOemUni* self, char* name);
@@ -46,8 +44,8 @@ class RenderPlugin {
 
   static const IPrintOemUniVtbl kVtbl;
 
-  const IPrintOemUniVtbl* vtbl_;        // must stay the first field
-  IPrintOemDriverUni* driver_ = nullptr; // the host's service, held from PublishDriverInterface
+  const IPrintOemUniVtbl* vtbl_;          // must stay the first field
+  IPrintOemDriverUni* driver_ = nullptr;  // the host's service, held from PublishDriverInterface
   std::atomic<std::int32_t> refs_{1};
 };
 

@@ -32,8 +32,8 @@ constexpr std::array<std::uint8_t, 256> kReversedBits = [] {
   return table;
 }();
 
-constexpr int kLiteralMax = 128;     // bytes in one pattern literal
-constexpr int kRepeatMax = 32;       // units in one pattern repeat
+constexpr int kLiteralMax = 128;  // bytes in one pattern literal
+constexpr int kRepeatMax = 32;    // units in one pattern repeat
 constexpr std::uint8_t kRepeatOne = 0x80;
 constexpr std::uint8_t kRepeatTwo = 0x81;
 constexpr std::uint8_t kRepeatFour = 0x83;
@@ -41,9 +41,7 @@ constexpr std::uint8_t kRepeatFull = 0x7C;  // 4 (32 - 1): the count bits of a 3
 
 bool SameGroup(const std::uint8_t* a, const std::uint8_t* b) { return std::memcmp(a, b, 4) == 0; }
 
-std::uint8_t RepeatCode(std::uint8_t unit, int count) {
-  return static_cast<std::uint8_t>(unit + 4 * (count - 1));
-}
+std::uint8_t RepeatCode(std::uint8_t unit, int count) { return static_cast<std::uint8_t>(unit + 4 * (count - 1)); }
 
 std::uint8_t* PutLiteral(std::uint8_t* out, const std::uint8_t* bytes, int count) {
   while (count > 0) {
@@ -239,12 +237,14 @@ std::uint16_t PatternEncode(std::uint8_t* out, const std::uint8_t* row, std::uin
 }
 
 std::uint16_t PackBitsEncode(std::uint8_t* out, const std::uint8_t* row, std::uint16_t& length) {
-  return PackBits(out, [row](int i) { return row[i]; }, length);
+  return PackBits(
+      out, [row](int i) { return row[i]; }, length);
 }
 
 std::uint16_t PackBitsEncodeMirrored(std::uint8_t* out, const std::uint8_t* row, std::uint16_t& length) {
   const int last = length - 1;
-  return PackBits(out, [row, last](int i) { return kReversedBits[row[last - i]]; }, length);
+  return PackBits(
+      out, [row, last](int i) { return kReversedBits[row[last - i]]; }, length);
 }
 
 }  // namespace inkweave

@@ -37,8 +37,8 @@ struct Stripe {
   DeviceState& State;
   bool Color;
   bool TwoBit;
-  std::uint16_t Stride;  // S, bytes per plane
-  std::uint16_t Width;   // W, bytes per plane row
+  std::uint16_t Stride;           // S, bytes per plane
+  std::uint16_t Width;            // W, bytes per plane row
   const std::uint8_t* Planes[2];  // the current row in both halves of PlaneBuffer (plane 3 when mono)
   RowContext Context;
 };
@@ -50,8 +50,7 @@ void WriteFeed(Stripe& s, std::uint16_t amount) {
 }
 
 void WritePass(Stripe& s, const PassBuffer& pass) {
-  (void)WriteBytes(s.Devobj, pass.BufferStart, static_cast<std::uint32_t>(pass.WritePos - pass.BufferStart),
-                   s.Driver);
+  (void)WriteBytes(s.Devobj, pass.BufferStart, static_cast<std::uint32_t>(pass.WritePos - pass.BufferStart), s.Driver);
 }
 
 // Blank rows written straight to the stream, one write each.
@@ -255,8 +254,15 @@ void EmitStripe(DEVOBJ* devobj, int stripeHeight, const BandInfo& band, std::int
   const bool high = mode >= 6;
 
   // Plane stride and row width: the line's pixels rounded up to an even number of bytes.
-  Stripe s{devobj, driver, *state, state->ColorMode == 2, false, high ? kPlaneStrideHigh : kPlaneStride, 0,
-           {state->PlaneBuffer[0], state->PlaneBuffer[1]}, MakeRowContext(*state, inkFlag)};
+  Stripe s{devobj,
+           driver,
+           *state,
+           state->ColorMode == 2,
+           false,
+           high ? kPlaneStrideHigh : kPlaneStride,
+           0,
+           {state->PlaneBuffer[0], state->PlaneBuffer[1]},
+           MakeRowContext(*state, inkFlag)};
   const std::int32_t linePixels = state->Landscape ? band.Header.biHeight : band.Header.biWidth;
   std::int32_t width = ((linePixels + 15) / 8) & ~1;
   if (high) width *= 2;

@@ -16,7 +16,7 @@
 namespace inkweave {
 namespace {
 
-constexpr std::uint16_t kMaxRowBytes = 1280;  // widest plane row the emitter hands over
+constexpr std::uint16_t kMaxRowBytes = 1280;    // widest plane row the emitter hands over
 constexpr std::uint32_t kBlankOnlyBytes = 428;  // above the largest pass of blank markers (106 x "ZZZZ")
 
 // Byte to two bytes with every dot doubled: entry v is the widened nibble v.
@@ -81,8 +81,8 @@ void PutRecordBuffer(PassBuffer& pass, std::uint8_t* record, std::uint16_t codeL
 }  // namespace
 
 RowContext MakeRowContext(const DeviceState& state, std::int16_t stripeValue) {
-  return RowContext{state.PrintMode,  state.CompressionMethod, state.MirrorOutput,
-                    stripeValue,      state.RecordBuffer,      state.ScratchBuffer};
+  return RowContext{state.PrintMode, state.CompressionMethod, state.MirrorOutput,
+                    stripeValue,     state.RecordBuffer,      state.ScratchBuffer};
 }
 
 void WidenRow(std::uint8_t* out, const std::uint8_t* row, std::uint16_t width) {

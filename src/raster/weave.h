@@ -13,10 +13,10 @@
 
 namespace inkweave {
 
-inline constexpr int kWeaveModes = 7;       // index = mode number 1..6 (0 unused)
+inline constexpr int kWeaveModes = 7;  // index = mode number 1..6 (0 unused)
 inline constexpr int kMaxWeavePhases = 8;
-inline constexpr int kMaxPhaseRows = 106;   // rows in the longest phase
-inline constexpr int kHeadRows = 106;       // head rows 0..105
+inline constexpr int kMaxPhaseRows = 106;           // rows in the longest phase
+inline constexpr int kHeadRows = 106;               // head rows 0..105
 inline constexpr std::uint16_t kModeOneFeed = 280;  // 1/400 in, every mode-1 pass
 
 struct WeaveCell {
@@ -26,25 +26,25 @@ struct WeaveCell {
 
 // The constant description of one mode's weave.
 struct WeaveMode {
-  int Phases;                                          // P
-  int PassBuffers;                                     // buffers in use, passes flushed at page end
+  int Phases;                                             // P
+  int PassBuffers;                                        // buffers in use, passes flushed at page end
   std::array<std::uint8_t, kMaxWeavePhases> PassOfPhase;  // buffer flushed when the phase ends
   std::array<std::uint8_t, kMaxWeavePhases> RowsOfPhase;  // rows
   std::array<std::uint8_t, kMaxWeavePhases> FeedRows;     // rows
   std::array<std::uint16_t, kMaxWeavePhases> Feed;        // 1/400 in: feed rows x factor, truncated
-  int Residues;                                        // K
-  int Step;                                            // head rows between turns
+  int Residues;                                           // K
+  int Step;                                               // head rows between turns
   // Shortening of the last passes in the page's final call: q = k ((base - n) / k), at most cap.
-  int ShortBase;                                       // 0: the phase's feed rows
-  int ShortStep;                                       // k
-  int ShortCap;                                        // rows
+  int ShortBase;  // 0: the phase's feed rows
+  int ShortStep;  // k
+  int ShortCap;   // rows
 };
 
 namespace detail {
 
 constexpr WeaveMode MakeMode(int phases, int buffers, std::array<std::uint8_t, kMaxWeavePhases> passOfPhase,
-                             std::array<std::uint8_t, kMaxWeavePhases> rows, int feedRows, int factorNum,
-                             int factorDen, int residues, int step, int base, int k, int cap) {
+                             std::array<std::uint8_t, kMaxWeavePhases> rows, int feedRows, int factorNum, int factorDen,
+                             int residues, int step, int base, int k, int cap) {
   WeaveMode mode{phases, buffers, passOfPhase, rows, {}, {}, residues, step, base, k, cap};
   for (int p = 0; p < phases; ++p) {
     mode.FeedRows[p] = static_cast<std::uint8_t>(feedRows);
@@ -72,8 +72,7 @@ namespace detail {
 // The start table entry (B[r], H[r]) of a mode's phase.
 constexpr WeaveCell StartCell(int mode, int phase, int r) {
   switch (mode) {
-    case 1:
-      return {static_cast<std::uint8_t>(phase), 0};
+    case 1: return {static_cast<std::uint8_t>(phase), 0};
     case 2: {
       constexpr WeaveCell kStarts[4][2] = {{{0, 0}, {1, 53}}, {{1, 0}, {0, 53}}, {{1, 53}, {0, 1}}, {{1, 0}, {0, 53}}};
       return kStarts[phase][r];

@@ -3,9 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <unistd.h>
 #include <algorithm>
 #include <sstream>
-#include <unistd.h>
 
 #include "tests/cli/run.h"
 
@@ -27,10 +27,12 @@ TEST(PrintErrors, InputsThatCannotBeRead) {
   WriteFile(dir / "notes.txt", "just some text\n");
   WriteFile(dir / "empty.png", "");
   // A PDF whose page tree is empty.
-  WriteFile(dir / "empty.pdf",
-            "%PDF-1.4\n1 0 obj\n<< /Type /Catalog /Pages 2 0 R >>\nendobj\n2 0 obj\n<< /Type /Pages /Kids [] /Count 0 >>\n"
-            "endobj\nxref\n0 3\n0000000000 65535 f \n0000000009 00000 n \n0000000058 00000 n \ntrailer\n<< /Size 3 /Root 1 0 R >>\n"
-            "startxref\n110\n%%EOF\n");
+  WriteFile(
+      dir / "empty.pdf",
+      "%PDF-1.4\n1 0 obj\n<< /Type /Catalog /Pages 2 0 R >>\nendobj\n2 0 obj\n<< /Type /Pages /Kids [] /Count 0 >>\n"
+      "endobj\nxref\n0 3\n0000000000 65535 f \n0000000009 00000 n \n0000000058 00000 n \ntrailer\n<< /Size 3 /Root 1 0 "
+      "R >>\n"
+      "startxref\n110\n%%EOF\n");
   struct Case {
     std::string Input, Words;
   } cases[] = {
@@ -90,7 +92,9 @@ TEST(PrintErrors, PaperWiderThanAPrinterLine) {
     ExpectOneLineError(RunInkweave(args), 2, "c4 is 5248 dots wide at 600 dpi");
   }
   EXPECT_TRUE(dir.Files().empty());
-  EXPECT_EQ(RunInkweave({"print", Example("testpage.png"), "--paper", "c4", "--quality", "150", "-o", dir / "out.prn"}).Exit, 0);
+  EXPECT_EQ(
+      RunInkweave({"print", Example("testpage.png"), "--paper", "c4", "--quality", "150", "-o", dir / "out.prn"}).Exit,
+      0);
 }
 
 TEST(PrintErrors, OutputsThatCannotBeWritten) {
@@ -109,7 +113,8 @@ TEST(PrintErrors, DamagedImageLeavesTheOldOutputAlone) {
   const auto png = ReadFile(Example("testpage.png"));
   WriteFile(dir / "cut.png", std::string(png.begin(), png.begin() + static_cast<long>(png.size() / 2)));
   WriteFile(dir / "out.prn", "the user's earlier job");
-  ExpectOneLineError(RunInkweave({"print", Example("testpage.pdf"), dir / "cut.png", "-o", dir / "out.prn"}), 1, "cut.png");
+  ExpectOneLineError(RunInkweave({"print", Example("testpage.pdf"), dir / "cut.png", "-o", dir / "out.prn"}), 1,
+                     "cut.png");
   const auto kept = ReadFile(dir / "out.prn");
   EXPECT_EQ(std::string(kept.begin(), kept.end()), "the user's earlier job");
   EXPECT_EQ(dir.Files(), (std::vector<std::string>{"cut.png", "out.prn"}));
@@ -118,8 +123,9 @@ TEST(PrintErrors, DamagedImageLeavesTheOldOutputAlone) {
 TEST(PrintErrors, PluginThatCannotBeLoaded) {
   ScratchDir dir;
   WriteFile(dir / "fake.so", "not a library");
-  ExpectOneLineError(RunInkweave({"print", Example("testpage.png"), "--plugin", dir / "fake.so", "-o", dir / "out.prn"}), 1,
-                     "--plugin");
+  ExpectOneLineError(
+      RunInkweave({"print", Example("testpage.png"), "--plugin", dir / "fake.so", "-o", dir / "out.prn"}), 1,
+      "--plugin");
   ExpectOneLineError(RunInkweave({"info", "--plugin", dir / "missing.so"}), 1, "--plugin");
 }
 

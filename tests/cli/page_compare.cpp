@@ -86,7 +86,8 @@ Comparison ComparePage(const SourcePage& source, const decode::PrintedPage& prin
       double darkS = 0, darkI = 0;
       for (int c = 0; c < 3; ++c) {
         const double s = 1.0 - src[c] / (255.0 * block * block);
-        const double i = 1.0 - (1.0 - std::min(1.0, ink[c] / (dots * full))) * (1.0 - std::min(1.0, ink[3] / (dots * full)));
+        const double i =
+            1.0 - (1.0 - std::min(1.0, ink[c] / (dots * full))) * (1.0 - std::min(1.0, ink[3] / (dots * full)));
         darkS += s / 3;
         darkI += i / 3;
         sumChannel += std::fabs(s - i) / 3;

@@ -21,8 +21,8 @@ SourcePage RenderSource(const std::string& file, int pageInFile, const std::stri
 std::vector<decode::PrintedPage> DecodeStream(const std::string& path);
 
 struct Comparison {
-  double MeanError = 0;       // mean |darkness difference| over all blocks, 0..1
-  double ChannelError = 0;    // the same per red, green and blue absorption
+  double MeanError = 0;     // mean |darkness difference| over all blocks, 0..1
+  double ChannelError = 0;  // the same per red, green and blue absorption
   int Blocks = 0;
   // Bounding boxes of the blocks with darkness above 0.1, in blocks: left, top, right, bottom.
   int SourceBox[4] = {0, 0, 0, 0};

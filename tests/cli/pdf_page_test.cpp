@@ -22,8 +22,8 @@ void StartVips() {
 
 // libvips' rendering of the rectangle (RGB of its RGBA).
 std::vector<std::uint8_t> ThroughLibvips(const std::string& file, int page, double scale, int x, int y, int w, int h) {
-  vips::VImage image = vips::VImage::new_from_file(
-      file.c_str(), vips::VImage::option()->set("page", page)->set("scale", scale));
+  vips::VImage image =
+      vips::VImage::new_from_file(file.c_str(), vips::VImage::option()->set("page", page)->set("scale", scale));
   image = image.extract_area(x, y, w, h).extract_band(0, vips::VImage::option()->set("n", 3));
   std::size_t size = 0;
   void* memory = image.write_to_memory(&size);
@@ -78,8 +78,8 @@ TEST(PdfPage, TextAndGraphicsBandsEqualTheLibvipsPageAcrossItsTiles) {
   ASSERT_TRUE(page) << error;
   const int width = static_cast<int>(page->Width());
   const int height = static_cast<int>(page->Height());
-  for (const auto& [top, rows] : {std::pair{0, 256}, std::pair{1792, 256}, std::pair{3900, 256},
-                                  std::pair{4000, 16}, std::pair{height - 99, 99}}) {
+  for (const auto& [top, rows] : {std::pair{0, 256}, std::pair{1792, 256}, std::pair{3900, 256}, std::pair{4000, 16},
+                                  std::pair{height - 99, 99}}) {
     const Difference d = Compare(ThroughPoppler(*page, 0, top, width, rows),
                                  ThroughLibvips(Example("testpage.pdf"), 0, scale, 0, top, width, rows));
     EXPECT_EQ(d.Count, 0u) << "band at row " << top << ", largest difference " << d.Largest;

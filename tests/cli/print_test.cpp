@@ -62,8 +62,8 @@ TEST(PrintDocuments, ChosenPageWithDiffusionOnLetter) {
 
 TEST(PrintDocuments, PngInLandscapeMonochrome) {
   ScratchDir dir;
-  const Job job = PrintAndDecode(dir, {Example("testpage.png"), "--landscape", "--mono", "--quality", "150",
-                                       "--media", "glossy", "--band-height", "64"});
+  const Job job = PrintAndDecode(dir, {Example("testpage.png"), "--landscape", "--mono", "--quality", "150", "--media",
+                                       "glossy", "--band-height", "64"});
   ASSERT_EQ(job.Pages.size(), 1u);
   EXPECT_FALSE(job.Pages[0].Color);
   const SourcePage source = RenderSource(Example("testpage.png"), 0, "a4", 150, true);
@@ -94,10 +94,11 @@ TEST(PrintDocuments, FixedScaleLandsCentred) {
 
 TEST(PrintDocuments, SeveralInputsMakeOneJobAndStdoutMatchesTheFile) {
   ScratchDir dir;
-  const Job job = PrintAndDecode(dir, {Example("testpage.pdf"), Example("testpage.png"), "--quality", "150", "--pages", "1,3"});
+  const Job job =
+      PrintAndDecode(dir, {Example("testpage.pdf"), Example("testpage.png"), "--quality", "150", "--pages", "1,3"});
   ASSERT_EQ(job.Pages.size(), 2u);
-  const RunResult piped = RunInkweave({"print", Example("testpage.pdf"), Example("testpage.png"), "--quality", "150",
-                                       "--pages", "1,3", "-o", "-"});
+  const RunResult piped = RunInkweave(
+      {"print", Example("testpage.pdf"), Example("testpage.png"), "--quality", "150", "--pages", "1,3", "-o", "-"});
   ASSERT_EQ(piped.Exit, 0) << piped.Err;
   EXPECT_EQ(std::vector<unsigned char>(piped.Out.begin(), piped.Out.end()), job.Stream);
   EXPECT_EQ(dir.Files(), std::vector<std::string>{"job.prn"});  // no temporary file left behind

@@ -78,9 +78,7 @@ TEST(ColorTableAccessor, NumbersOneToSixteenOnly) {
   }
 }
 
-const std::uint8_t* Point(int table, int i, int j, int k) {
-  return ColorTable(table) + ((i * 17 + j) * 17 + k) * 4;
-}
+const std::uint8_t* Point(int table, int i, int j, int k) { return ColorTable(table) + ((i * 17 + j) * 17 + k) * 4; }
 
 std::string Hex(const std::uint8_t* p) {
   char buf[16];
@@ -94,20 +92,26 @@ TEST(ColorTables, GivenRowsToTheByte) {
     const char* cells[9];  // black, red, green, blue, cyan, magenta, yellow, white, gray
   };
   static const Row kRows[] = {
-      {1, {"ff ff ff ff", "00 e1 eb 00", "8b 00 f2 00", "ec c6 00 00", "ff 00 00 00", "00 ff 00 00", "00 00 ff 00",
-           "00 00 00 00", "4c 4c 4c 4c"}},
-      {2, {"ff ff ff ff", "00 be ec 00", "6e 00 f2 00", "d8 c2 00 00", "a0 00 01 00", "00 e0 00 00", "00 00 ff 00",
-           "00 00 00 00", "4c 4c 4c 4c"}},
-      {3, {"ff ff ff ff", "00 88 aa 00", "6b 00 c7 00", "a8 8a 00 00", "ff 00 01 00", "00 ff 00 00", "00 00 ff 00",
-           "00 00 00 00", "40 40 40 40"}},
-      {7, {"b2 b2 b2 b2", "00 5e 7e 00", "46 00 96 00", "7d 5f 00 00", "b2 00 01 00", "00 b2 00 00", "00 00 b2 00",
-           "00 00 00 00", "2c 2c 2c 2c"}},
-      {13, {"c0 c0 c0 c0", "00 5a 82 00", "3e 00 9e 00", "80 5c 00 00", "c0 00 01 00", "00 c0 00 00", "00 00 c0 00",
-            "00 00 00 00", "26 26 26 26"}},
-      {15, {"ff ff ff ff", "00 e3 eb 00", "99 00 f0 00", "eb cb 00 00", "ff 00 00 00", "00 ff 00 00", "00 00 ff 00",
-            "00 00 00 00", "60 60 60 60"}},
+      {1,
+       {"ff ff ff ff", "00 e1 eb 00", "8b 00 f2 00", "ec c6 00 00", "ff 00 00 00", "00 ff 00 00", "00 00 ff 00",
+        "00 00 00 00", "4c 4c 4c 4c"}},
+      {2,
+       {"ff ff ff ff", "00 be ec 00", "6e 00 f2 00", "d8 c2 00 00", "a0 00 01 00", "00 e0 00 00", "00 00 ff 00",
+        "00 00 00 00", "4c 4c 4c 4c"}},
+      {3,
+       {"ff ff ff ff", "00 88 aa 00", "6b 00 c7 00", "a8 8a 00 00", "ff 00 01 00", "00 ff 00 00", "00 00 ff 00",
+        "00 00 00 00", "40 40 40 40"}},
+      {7,
+       {"b2 b2 b2 b2", "00 5e 7e 00", "46 00 96 00", "7d 5f 00 00", "b2 00 01 00", "00 b2 00 00", "00 00 b2 00",
+        "00 00 00 00", "2c 2c 2c 2c"}},
+      {13,
+       {"c0 c0 c0 c0", "00 5a 82 00", "3e 00 9e 00", "80 5c 00 00", "c0 00 01 00", "00 c0 00 00", "00 00 c0 00",
+        "00 00 00 00", "26 26 26 26"}},
+      {15,
+       {"ff ff ff ff", "00 e3 eb 00", "99 00 f0 00", "eb cb 00 00", "ff 00 00 00", "00 ff 00 00", "00 00 ff 00",
+        "00 00 00 00", "60 60 60 60"}},
   };
-  static constexpr int kAt[9][3] = {{0, 0, 0},  {16, 0, 0},  {0, 16, 0},   {0, 0, 16}, {0, 16, 16},
+  static constexpr int kAt[9][3] = {{0, 0, 0},   {16, 0, 0},  {0, 16, 0},   {0, 0, 16}, {0, 16, 16},
                                     {16, 0, 16}, {16, 16, 0}, {16, 16, 16}, {8, 8, 8}};
   for (const Row& row : kRows)
     for (int c = 0; c < 9; ++c)
@@ -118,8 +122,12 @@ TEST(ColorTables, GivenRowsToTheByte) {
 // The black corner: full ink in every table but the ink-limited ones.
 int BlackLevel(int table) {
   switch (table) {
-    case 7: case 8: return 0xb2;
-    case 9: case 10: case 13: case 14: return 0xc0;
+    case 7:
+    case 8: return 0xb2;
+    case 9:
+    case 10:
+    case 13:
+    case 14: return 0xc0;
     default: return 0xff;
   }
 }
@@ -154,7 +162,7 @@ TEST(ColorTables, DiffusionTablesKeepTheirPartnersNeutralAxis) {
 }
 
 TEST(ColorTables, MonotoneAlongTheTwelveEdgesAndBoundedSteps) {
-  static constexpr int kCorner[8][3] = {{0, 0, 0},  {16, 0, 0},  {0, 16, 0}, {16, 16, 0},
+  static constexpr int kCorner[8][3] = {{0, 0, 0},  {16, 0, 0},  {0, 16, 0},  {16, 16, 0},
                                         {0, 0, 16}, {16, 0, 16}, {0, 16, 16}, {16, 16, 16}};
   for (int t = 1; t <= kColorTableCount; ++t) {
     SCOPED_TRACE("table " + std::to_string(t));

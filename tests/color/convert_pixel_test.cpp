@@ -59,8 +59,8 @@ TEST(ConvertPixel, FullIntensityCornersUseTheirGridPoints) {
   struct Corner {
     int r, g, b, i, j, k;
   };
-  static const Corner kCorners[] = {{0, 0, 255, 0, 0, 16},   {0, 255, 0, 0, 16, 0},   {0, 255, 255, 0, 16, 16},
-                                    {255, 0, 0, 16, 0, 0},   {255, 0, 255, 16, 0, 16}, {255, 255, 0, 16, 16, 0}};
+  static const Corner kCorners[] = {{0, 0, 255, 0, 0, 16}, {0, 255, 0, 0, 16, 0},    {0, 255, 255, 0, 16, 16},
+                                    {255, 0, 0, 16, 0, 0}, {255, 0, 255, 16, 0, 16}, {255, 255, 0, 16, 16, 0}};
   for (int t : {1, 7, 13}) {
     const Converter convert(ColorTable(t));
     for (const Corner& c : kCorners) EXPECT_EQ(convert(c.r, c.g, c.b), Complement(t, c.i, c.j, c.k)) << t;
@@ -150,8 +150,8 @@ TEST(ConvertPixel, AgreesWithThePlainReference) {
           const auto got = convert(r, g, b);
           for (int n = 0; n < 4; ++n)
             if (got[n] != want[n] && ++mismatches <= 5)
-              ADD_FAILURE() << "table " << t << " mode " << mode << " pixel (" << r << "," << g << "," << b
-                            << ") ink " << n << ": " << got[n] << " != " << int{want[n]};
+              ADD_FAILURE() << "table " << t << " mode " << mode << " pixel (" << r << "," << g << "," << b << ") ink "
+                            << n << ": " << got[n] << " != " << int{want[n]};
         };
         for (int r = 0; r < 256; r += 3)
           for (int g = 0; g < 256; g += 3)

@@ -7,8 +7,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <gtest/gtest.h>
 #include <cups/raster.h>
+#include <gtest/gtest.h>
 
 #include <chrono>
 #include <cstring>
@@ -63,8 +63,8 @@ struct RunResult {
 // Runs argv with stdin from `input` (empty: /dev/null), environment `env` added to ours. Kills the
 // program after `timeout`. `whileRunning`, when given, is called with the child's pid once started.
 inline RunResult RunProgram(const std::vector<std::string>& argv, const fs::path& input, const fs::path& scratch,
-                     const std::vector<std::string>& env = {},
-                     const std::function<void(pid_t)>& whileRunning = {}, int timeoutSeconds = 240) {
+                            const std::vector<std::string>& env = {},
+                            const std::function<void(pid_t)>& whileRunning = {}, int timeoutSeconds = 240) {
   const fs::path out = scratch / "stdout", err = scratch / "stderr";
   const pid_t pid = fork();
   if (pid == 0) {

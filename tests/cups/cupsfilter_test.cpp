@@ -34,8 +34,7 @@ std::string MakePdf(double width, double height, const std::vector<Rect>& rects)
                   width, height, objects.size() + 2);
     kids += std::to_string(objects.size() + 1) + " 0 R ";
     objects.push_back(page);
-    objects.push_back("<< /Length " + std::to_string(std::strlen(content)) + " >>\nstream\n" + content +
-                      "\nendstream");
+    objects.push_back("<< /Length " + std::to_string(std::strlen(content)) + " >>\nstream\n" + content + "\nendstream");
   }
   objects[1] = "<< /Type /Pages /Kids [" + kids + "] /Count " + std::to_string(rects.size()) + " >>";
   std::string pdf = "%PDF-1.4\n";
@@ -80,9 +79,8 @@ TEST(Cupsfilter, PrintsAPdfThroughThePpdWithEveryCombination) {
     GTEST_SKIP() << "cupsfilter or gstoraster is not installed (scripts/install-deps.sh cups)";
   TempDir dir("cupsfilter");
   const fs::path conf = MakeServerBin(dir);
-  const std::vector<Rect> rects = {{72, 72, 144, 144, "0 0 1 rg"},
-                                   {300, 500, 100, 50, "1 0 0 rg"},
-                                   {200, 300, 60, 60, "0 g"}};
+  const std::vector<Rect> rects = {
+      {72, 72, 144, 144, "0 0 1 rg"}, {300, 500, 100, 50, "1 0 0 rg"}, {200, 300, 60, 60, "0 g"}};
   const std::vector<Combination> combinations = {
       {"a4", 300, false, {"PageSize=A4", "Resolution=300dpi", "InkweaveHalftone=Dither"}},
       {"letter", 600, true, {"PageSize=Letter", "Resolution=600dpi", "InkweaveHalftone=Diffusion", "ColorModel=Gray"}},
@@ -98,8 +96,8 @@ TEST(Cupsfilter, PrintsAPdfThroughThePpdWithEveryCombination) {
     const double width = std::round(paper.WidthMm * 72 / 25.4), height = std::round(paper.HeightMm * 72 / 25.4);
     std::ofstream(dir / "in.pdf", std::ios::binary) << MakePdf(width, height, rects);
 
-    std::vector<std::string> argv = {CUPSFILTER_PATH, "-c", conf.string(), "-p", INKWEAVE_PPD_PATH,
-                                     "-m", "printer/inkweave", "-e"};
+    std::vector<std::string> argv = {CUPSFILTER_PATH,   "-c", conf.string(),      "-p",
+                                     INKWEAVE_PPD_PATH, "-m", "printer/inkweave", "-e"};
     for (const std::string& o : c.Options) argv.insert(argv.end(), {"-o", o});
     argv.push_back((dir / "in.pdf").string());
     const RunResult run = RunProgram(argv, {}, dir.Path());

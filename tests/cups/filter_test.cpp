@@ -104,23 +104,24 @@ TEST(Filter, StopsAtABandOnSigtermAndEndsTheJob) {
   const fs::path fifo = dir / "in.fifo";
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
   const RasterPage page = BoxPage(CUPS_CSPACE_RGB, 200, 300);
-  const RunResult run = RunProgram({kFilter, "7", "user", "title", "1", ""}, fifo, dir.Path(), {kPluginEnv}, [&](pid_t pid) {
-    const int fd = open(fifo.c_str(), O_WRONLY);
-    cups_raster_t* raster = cupsRasterOpen(fd, CUPS_RASTER_WRITE);
-    cups_page_header2_t header = page.Header;
-    cupsRasterWriteHeader2(raster, &header);
-    for (unsigned y = 0; y < 600; ++y) {
-      auto row = PageRow(page, y);
-      cupsRasterWritePixels(raster, row.data(), static_cast<unsigned>(row.size()));
-    }
-    // Wait for the job start on the output, then cancel while the filter waits for more rows.
-    for (int i = 0; i < 2000 && fs::file_size(dir / "stdout") == 0; ++i) usleep(5000);
-    usleep(100000);
-    kill(pid, SIGTERM);
-    usleep(100000);
-    cupsRasterClose(raster);
-    close(fd);
-  });
+  const RunResult run =
+      RunProgram({kFilter, "7", "user", "title", "1", ""}, fifo, dir.Path(), {kPluginEnv}, [&](pid_t pid) {
+        const int fd = open(fifo.c_str(), O_WRONLY);
+        cups_raster_t* raster = cupsRasterOpen(fd, CUPS_RASTER_WRITE);
+        cups_page_header2_t header = page.Header;
+        cupsRasterWriteHeader2(raster, &header);
+        for (unsigned y = 0; y < 600; ++y) {
+          auto row = PageRow(page, y);
+          cupsRasterWritePixels(raster, row.data(), static_cast<unsigned>(row.size()));
+        }
+        // Wait for the job start on the output, then cancel while the filter waits for more rows.
+        for (int i = 0; i < 2000 && fs::file_size(dir / "stdout") == 0; ++i) usleep(5000);
+        usleep(100000);
+        kill(pid, SIGTERM);
+        usleep(100000);
+        cupsRasterClose(raster);
+        close(fd);
+      });
   EXPECT_EQ(run.ExitCode, 0) << run.Err;
   EXPECT_NE(run.Err.find("Job canceled"), std::string::npos) << run.Err;
   EXPECT_EQ(run.Err.find("ERROR:"), std::string::npos) << run.Err;
@@ -161,14 +162,28 @@ TEST(Filter, RefusesBadInputWithAClearError) {
       {"second header cut", cut(CUPS_RASTER_WRITE, 2, v3Page + 300), "ends inside the header of page 2"},
       {"page cut", cut(CUPS_RASTER_WRITE, 1, v3Page - 5000), "ends inside page 1"},
       {"compressed page cut", cut(CUPS_RASTER_WRITE_COMPRESSED, 1, -20), "ends inside page 1"},
-      {"zero width", header([](auto& h) { h.cupsWidth = 0; h.cupsBytesPerLine = 0; }), "invalid raster header"},
-      {"absurd size", header([](auto& h) { h.cupsWidth = 4000000; h.cupsBytesPerLine = 12000000; }),
+      {"zero width", header([](auto& h) {
+         h.cupsWidth = 0;
+         h.cupsBytesPerLine = 0;
+       }),
+       "invalid raster header"},
+      {"absurd size", header([](auto& h) {
+         h.cupsWidth = 4000000;
+         h.cupsBytesPerLine = 12000000;
+       }),
        "larger than any paper"},
       {"bytes per line", header([](auto& h) { h.cupsBytesPerLine += 3; }), "ERROR: Page 1"},
-      {"16-bit", header([](auto& h) { h.cupsBitsPerColor = 16; h.cupsBitsPerPixel = 48; h.cupsBytesPerLine *= 2; }),
+      {"16-bit", header([](auto& h) {
+         h.cupsBitsPerColor = 16;
+         h.cupsBitsPerPixel = 48;
+         h.cupsBytesPerLine *= 2;
+       }),
        "16 bits per colour"},
-      {"CMYK", header([](auto& h) { h.cupsColorSpace = CUPS_CSPACE_CMYK; h.cupsBitsPerPixel = 32;
-                                    h.cupsBytesPerLine = kWidth * 4; }),
+      {"CMYK", header([](auto& h) {
+         h.cupsColorSpace = CUPS_CSPACE_CMYK;
+         h.cupsBitsPerPixel = 32;
+         h.cupsBytesPerLine = kWidth * 4;
+       }),
        "colour space 6"},
       {"200 dpi", header([](auto& h) { h.HWResolution[0] = h.HWResolution[1] = 200; }), "resolution 200x200"},
       {"uneven dpi", header([](auto& h) { h.HWResolution[1] = 300; }), "resolution 150x300"},
@@ -191,7 +206,8 @@ TEST(Filter, RefusesBadArgumentsAndAMissingPlugin) {
   RunResult run = RunProgram({kFilter, "7", "user"}, {}, dir.Path());
   EXPECT_EQ(run.ExitCode, 1);
   EXPECT_NE(run.Err.find("Usage: "), std::string::npos);
-  run = RunProgram({kFilter, "7", "user", "title", "1", "", (dir / "missing.ras").string()}, {}, dir.Path(), {kPluginEnv});
+  run = RunProgram({kFilter, "7", "user", "title", "1", "", (dir / "missing.ras").string()}, {}, dir.Path(),
+                   {kPluginEnv});
   EXPECT_EQ(run.ExitCode, 1);
   EXPECT_NE(run.Err.find("ERROR: Unable to open raster file"), std::string::npos) << run.Err;
   run = RunFilter(dir, dir / "in.ras", {"INKWEAVE_PLUGIN=" + (dir / "none.so").string()});
@@ -199,7 +215,7 @@ TEST(Filter, RefusesBadArgumentsAndAMissingPlugin) {
   EXPECT_NE(run.Err.find("ERROR: Unable to load the render plug-in"), std::string::npos) << run.Err;
   // The raster as the file argument, and an unknown option value only warns.
   run = RunProgram({kFilter, "7", "user", "title", "1", "InkweaveHalftone=Stipple", (dir / "in.ras").string()}, {},
-            dir.Path(), {kPluginEnv});
+                   dir.Path(), {kPluginEnv});
   EXPECT_EQ(run.ExitCode, 0) << run.Err;
   EXPECT_NE(run.Err.find("WARNING: Unknown InkweaveHalftone value \"Stipple\""), std::string::npos) << run.Err;
   EXPECT_EQ(Print(run.Out).size(), 1u);

@@ -27,10 +27,10 @@ TEST(PagePlan, TakesTheNearestKnownPaperElseTheCustomCode) {
     double Width, Height;  // points
     std::int16_t Code;
   };
-  for (const Case& c : {Case{595, 842, 9}, Case{612, 792, 1}, Case{612, 1008, 5}, Case{522, 756, 7},
-                        Case{420, 595, 11}, Case{297, 684, 20}, Case{312, 624, 27}, Case{459, 649, 28},
-                        Case{649, 918, 30}, Case{499, 709, 34}, Case{279, 540, 37}, Case{600, 845, 9},
-                        Case{842, 595, cups::kPaperUser}, Case{400, 400, cups::kPaperUser}}) {
+  for (const Case& c :
+       {Case{595, 842, 9}, Case{612, 792, 1}, Case{612, 1008, 5}, Case{522, 756, 7}, Case{420, 595, 11},
+        Case{297, 684, 20}, Case{312, 624, 27}, Case{459, 649, 28}, Case{649, 918, 30}, Case{499, 709, 34},
+        Case{279, 540, 37}, Case{600, 845, 9}, Case{842, 595, cups::kPaperUser}, Case{400, 400, cups::kPaperUser}}) {
     SCOPED_TRACE(std::to_string(c.Width) + " x " + std::to_string(c.Height));
     const unsigned w = static_cast<unsigned>(c.Width * 300 / 72), h = static_cast<unsigned>(c.Height * 300 / 72);
     const PagePlan plan = Plan(PageHeader(w, h, 300, CUPS_CSPACE_RGB, c.Width, c.Height));

@@ -27,8 +27,8 @@ Bytes ValidJob() {
                          RawRow(Hex("01 02 03 04 05 06 07 08 80 40 20 10 08 04 02 01")) + Feed(140) +
                          Coded(Hex("F9 00")) + Hex("49 00") + Coded(Hex("F9 AA")) + Feed(140);
   // Mode 1 on a DL envelope, rows doubled across.
-  const Bytes modeOneBody = Feed(280) + Coded(Hex("03 C0 00 00 03")) + Blanks(1) + Coded(Hex("85 0C 30")) +
-                            Feed(272) + Coded(Hex("03 00 F0 0F 00"));
+  const Bytes modeOneBody = Feed(280) + Coded(Hex("03 C0 00 00 03")) + Blanks(1) + Coded(Hex("85 0C 30")) + Feed(272) +
+                            Coded(Hex("03 00 F0 0F 00"));
   return JobStart() + ModeSettings("01 01", "10", "05") + PageStart("01 01", "10", "05") + colourBody + PageEnd() +
          ModeSettings("01 01", "30", "02") + Zeros(503) + Hex("59 00 00 58 00 00 73 01") + monoBody + PageEnd() +
          ModeSettings("01 00", "00", "05") + Zeros(503) + Hex("59 00 00 58 00 00 73 0A 46 6E 00") + modeOneBody +

@@ -31,15 +31,15 @@ TEST(ParseJob, WholeColourJob) {
   const Job job = MustParse(stream);
   EXPECT_TRUE(job.Ended);
   EXPECT_FALSE(job.Aborted);
-  EXPECT_EQ(Names(job.Commands), (std::vector<std::string>{"Padding", "EnterRaster", "Reset", "EnterRaster",
-                                                           "EnterRaster", "R", "I", "M", "D", "N", "Padding",
-                                                           "Reset"}));
+  EXPECT_EQ(Names(job.Commands),
+            (std::vector<std::string>{"Padding", "EnterRaster", "Reset", "EnterRaster", "EnterRaster", "R", "I", "M",
+                                      "D", "N", "Padding", "Reset"}));
   EXPECT_EQ(job.Commands[0].Length, 2000u);
   EXPECT_EQ(job.Commands[5].Params, Hex("01 01"));
   ASSERT_EQ(job.Pages.size(), 1u);
   const Page& page = job.Pages[0];
-  EXPECT_EQ(Names(page.Commands), (std::vector<std::string>{"EnterRaster", "R", "I", "M", "D", "N", "Padding",
-                                                            "Y", "X", "s", "F", "F", "I", "FormFeed"}));
+  EXPECT_EQ(Names(page.Commands), (std::vector<std::string>{"EnterRaster", "R", "I", "M", "D", "N", "Padding", "Y", "X",
+                                                            "s", "F", "F", "I", "FormFeed"}));
   // The page takes along its page-start group.
   EXPECT_EQ(page.Offset, JobStart().size() + ModeSettings("01 01", "10", "05").size());
   EXPECT_EQ(page.Commands[6].Length, 503u);
@@ -98,8 +98,8 @@ TEST(ParseJob, WholeColourJob) {
 
 TEST(ParseJob, PaperCommandForms) {
   auto page = [](const Bytes& paper, const Bytes& body) {
-    const Bytes stream = JobStart() + ModeSettings("01 01", "00", "05") + Hex("59 00 00 58 00 00") + paper + body +
-                         PageEnd() + JobEnd();
+    const Bytes stream =
+        JobStart() + ModeSettings("01 01", "00", "05") + Hex("59 00 00 58 00 00") + paper + body + PageEnd() + JobEnd();
     return MustParse(stream).Pages.at(0);
   };
   // DL envelope: 46 6E 00 right after the paper command is "Fn", not a feed.
@@ -242,8 +242,7 @@ TEST(ParseJob, MalformedStreamsNameTheOffset) {
       {"unknown ink mode", head + Hex("49 20") + tail, h, "unknown ink mode"},
       {"empty record", head + Feed(140) + Blanks(3) + Hex("47 00 00") + tail, h + 6, "no data"},
       {"huge raw row", head + Feed(140) + Hex("47 FF FF") + tail, h + 3, "record limit"},
-      {"no resolution", JobStart() + Hex("49 10 4D 05 46 8C 00 0C 1B 40"), JobStart().size() + 4,
-       "no resolution"},
+      {"no resolution", JobStart() + Hex("49 10 4D 05 46 8C 00 0C 1B 40"), JobStart().size() + 4, "no resolution"},
       {"no ink mode", JobStart() + Hex("52 01 01 4D 05 46 8C 00 5A 0C 1B 40"), JobStart().size() + 8,
        "before any ink-mode"},
   };

@@ -35,25 +35,23 @@ PrintedPage PrintOne(const std::string& resolution, const std::string& ink, cons
 TEST(PrintJob, HeadRowsLandAtEveryPitch) {
   struct Case {
     const char* Resolution;
-    int Mode;         // 0: from the stream
-    unsigned Top;     // feed that brings nozzle 0 to page row 0: 105 or 102 nozzle pitches
-    unsigned Phase;   // the mode's feed per phase, 1/400 in
+    int Mode;        // 0: from the stream
+    unsigned Top;    // feed that brings nozzle 0 to page row 0: 105 or 102 nozzle pitches
+    unsigned Phase;  // the mode's feed per phase, 1/400 in
     int Dpi;
-    int Pitch;        // page rows per nozzle
+    int Pitch;  // page rows per nozzle
     int PhaseRows;
   };
   const Case cases[] = {
-      {"01 01", 0, 280, 140, 300, 2, 105}, {"02 02", 0, 280, 70, 600, 4, 105},
-      {"03 03", 0, 280, 35, 1200, 8, 105}, {"01 01", 3, 272, 68, 300, 2, 51},
-      {"02 02", 5, 272, 34, 600, 4, 51},
+      {"01 01", 0, 280, 140, 300, 2, 105}, {"02 02", 0, 280, 70, 600, 4, 105}, {"03 03", 0, 280, 35, 1200, 8, 105},
+      {"01 01", 3, 272, 68, 300, 2, 51},   {"02 02", 5, 272, 34, 600, 4, 51},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.Resolution + std::string(" mode ") + std::to_string(c.Mode));
     // Nozzles 0, 2 and 4 carry a dot at x = 0, 1, 2; the second pass's nozzle 0 a dot at x = 3.
     const Bytes first = MonoPass({Hex("80 00"), {}, Hex("40 00"), {}, Hex("20 00")});
     const Bytes second = MonoPass({Hex("10 00")});
-    const PrintedPage page =
-        PrintOne(c.Resolution, "00", Feed(c.Top) + first + Feed(c.Phase) + second, {c.Mode});
+    const PrintedPage page = PrintOne(c.Resolution, "00", Feed(c.Top) + first + Feed(c.Phase) + second, {c.Mode});
     EXPECT_EQ(page.Dpi, c.Dpi);
     EXPECT_EQ(page.Mode, c.Mode == 0 ? (c.Dpi == 300 ? 2 : c.Dpi == 600 ? 4 : 6) : c.Mode);
     EXPECT_EQ(DotAt(page, 3, 0, 0), 1);
@@ -69,8 +67,9 @@ TEST(PrintJob, HeadRowsLandAtEveryPitch) {
 
 TEST(PrintJob, ModeOneHalvesDoubledDots) {
   // 280 units bring nozzle 0 to row 0 at 150 dpi, pitch 1; a wire row of four bytes is two page bytes.
-  const PrintedPage page = PrintOne("01 00", "00", Feed(280) + MonoPass({Hex("C0 00 00 03"), {}, Hex("0C 30 00 00")}) +
-                                                       Feed(280) + MonoPass({Hex("00 00 C0 00")}));
+  const PrintedPage page = PrintOne(
+      "01 00", "00",
+      Feed(280) + MonoPass({Hex("C0 00 00 03"), {}, Hex("0C 30 00 00")}) + Feed(280) + MonoPass({Hex("00 00 C0 00")}));
   EXPECT_EQ(page.Dpi, 150);
   EXPECT_EQ(page.Mode, 1);
   EXPECT_EQ(page.WidthDots, 16);

@@ -41,8 +41,7 @@ inline Bytes Blanks(std::size_t n) { return Bytes(n, 0x5A); }
 
 // "G" with a 16-bit length word (flags included) and the data as given.
 inline Bytes Record(unsigned lengthWord, const Bytes& data) {
-  return Bytes{0x47, static_cast<std::uint8_t>(lengthWord & 0xFF), static_cast<std::uint8_t>(lengthWord >> 8)} +
-         data;
+  return Bytes{0x47, static_cast<std::uint8_t>(lengthWord & 0xFF), static_cast<std::uint8_t>(lengthWord >> 8)} + data;
 }
 inline Bytes Coded(const Bytes& codes) { return Record(static_cast<unsigned>(codes.size()), codes); }
 inline Bytes RawRow(const Bytes& row) { return Record(static_cast<unsigned>(row.size()) | 0x8000, row); }

@@ -39,7 +39,8 @@ TEST(DiffusionBounds, WidestPageAtEveryPrintQuality) {
                                        m.PrintMode, 2, 3);
           SeedDiffusionLines(d->State, 4, across * ((m.PrintMode & 15) >= 6 ? 2 : 1));
           const int lines = m.StripeLines + 3;
-          auto band = landscape ? MakeBand(lines, across, testing::RandomRuns(5)) : MakeBand(across, lines, testing::RandomRuns(5));
+          auto band = landscape ? MakeBand(lines, across, testing::RandomRuns(5))
+                                : MakeBand(across, lines, testing::RandomRuns(5));
           for (int y = 0; y < lines - 1; y += m.StripeLines) {
             const int rows = lines < y + m.StripeLines ? lines - y : m.StripeLines;
             RenderStripe(landscape ? m.Landscape : m.Portrait, *d, *band, landscape, y, rows, 127);

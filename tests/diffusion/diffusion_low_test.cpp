@@ -33,7 +33,8 @@ TEST(DiffuseLow, MatchesTheReferenceOnRandomBandsInBothOrientations) {
         auto fast = MakeDiffusionDevice(400, 300, colour ? 2 : 1, colour ? 2 : 1, static_cast<std::int16_t>(rng() % 6));
         auto slow = MakeDiffusionDevice(400, 300, colour ? 2 : 1, colour ? 2 : 1, fast->State.MediaType);
         // A gray curve that does not keep white white shows whether white reaches the conversion.
-        for (int i = 0; i < 256; ++i) fast->Curves[5 * 256 + i] = fast->Curves[4 * 256 + i] = static_cast<std::uint8_t>(i * 7 / 8 + 16);
+        for (int i = 0; i < 256; ++i)
+          fast->Curves[5 * 256 + i] = fast->Curves[4 * 256 + i] = static_cast<std::uint8_t>(i * 7 / 8 + 16);
         slow->Curves = fast->Curves;
         SeedDiffusionLines(fast->State, 4, across);
         for (auto& b : fast->Planes) {
@@ -43,12 +44,13 @@ TEST(DiffuseLow, MatchesTheReferenceOnRandomBandsInBothOrientations) {
         std::int32_t position = static_cast<std::int32_t>(rng() % 200);
         for (int bandNo = 0; bandNo < 3; ++bandNo) {
           const int lines = 16 * 2 + 5;
-          auto band = landscape ? MakeBand(lines, across, testing::RandomRuns(rng())) : MakeBand(across, lines, testing::RandomRuns(rng()));
+          auto band = landscape ? MakeBand(lines, across, testing::RandomRuns(rng()))
+                                : MakeBand(across, lines, testing::RandomRuns(rng()));
           for (int y = 0; y < lines - 1; y += 16) {
             const int rows = lines < y + 16 ? lines - y : 16;
             const std::uint32_t got = RenderStripe(LowRenderer(landscape), *fast, *band, landscape, y, rows, position);
-            const std::uint32_t want = reference::DiffuseLowReference(slow->State, y, across, band->Info, rows, 0, across,
-                                                                      position, landscape);
+            const std::uint32_t want = reference::DiffuseLowReference(slow->State, y, across, band->Info, rows, 0,
+                                                                      across, position, landscape);
             ASSERT_EQ(got, want);
             for (int j = 0; j < 4; ++j) ASSERT_EQ(fast->Lines[j], slow->Lines[j]) << "error line " << j;
             ASSERT_EQ(fast->Planes[0], slow->Planes[0]) << "landscape " << landscape << " across " << across;
@@ -162,8 +164,8 @@ TEST(InkSplit, TableChoiceBlackAndYellowCap) {
   s.ColorMode = 2;
   const struct {
     int code, media, table;
-  } cases[] = {{2, 0, 0}, {2, 4, 8}, {1, 5, 8}, {4, 1, 2}, {5, 2, 4}, {4, 3, 6}, {4, 4, 9}, {4, 0, 1},
-               {6, 2, 5}, {6, 3, 7}, {6, 5, 10}, {6, 1, 3}, {6, 0, 3}, {9, 3, 0}};
+  } cases[] = {{2, 0, 0}, {2, 4, 8}, {1, 5, 8}, {4, 1, 2},  {5, 2, 4}, {4, 3, 6}, {4, 4, 9},
+               {4, 0, 1}, {6, 2, 5}, {6, 3, 7}, {6, 5, 10}, {6, 1, 3}, {6, 0, 3}, {9, 3, 0}};
   for (const auto& c : cases) {
     s.PrintMode = static_cast<std::uint8_t>(c.code | 32);
     s.MediaType = static_cast<std::int16_t>(c.media);

@@ -56,8 +56,8 @@ TEST(DiffuseMultiLevel, MatchesTheReferenceOnRandomBandsInBothOrientations) {
                                   : MakeBand(across, lines, testing::RandomRuns(rng()));
             for (int y = 0; y < lines - 1; y += pair.StripeLines) {
               const int rows = std::min(pair.StripeLines, lines - y);
-              const auto got = RenderStripe(landscape ? pair.Landscape : pair.Portrait, *fast, *band, landscape, y, rows,
-                                            position);
+              const auto got =
+                  RenderStripe(landscape ? pair.Landscape : pair.Portrait, *fast, *band, landscape, y, rows, position);
               const auto want = reference::DiffuseMultiReference(pair.Kind, slow->State, y, across, band->Info, rows, 0,
                                                                  across, position, landscape);
               ASSERT_EQ(got, want) << pair.Name;

@@ -99,7 +99,11 @@ inline std::unique_ptr<TestBand> MakeBand(int width, int height, const PixelFn& 
 }
 
 inline PixelFn Flat(std::uint8_t r, std::uint8_t g, std::uint8_t b) {
-  return [=](int, int, std::uint8_t* p) { p[0] = r; p[1] = g; p[2] = b; };
+  return [=](int, int, std::uint8_t* p) {
+    p[0] = r;
+    p[1] = g;
+    p[2] = b;
+  };
 }
 
 // Random pixels in short runs (so the conversion cache is exercised), with white runs among them.
@@ -120,8 +124,12 @@ inline PixelFn RandomRuns(std::uint32_t seed) {
 }
 
 // Scan geometry of a band for a renderer: lines along the scan and pixels across it.
-inline int BandLines(const TestBand& band, bool landscape) { return landscape ? band.Info.Header.biWidth : band.Info.Header.biHeight; }
-inline int BandAcross(const TestBand& band, bool landscape) { return landscape ? band.Info.Header.biHeight : band.Info.Header.biWidth; }
+inline int BandLines(const TestBand& band, bool landscape) {
+  return landscape ? band.Info.Header.biWidth : band.Info.Header.biHeight;
+}
+inline int BandAcross(const TestBand& band, bool landscape) {
+  return landscape ? band.Info.Header.biHeight : band.Info.Header.biWidth;
+}
 
 // Calls a renderer as the band driver does: row units and row pixels are the pixels across.
 inline std::uint32_t RenderStripe(BandRendererFn renderer, DiffusionDevice& d, const TestBand& band, bool landscape,

@@ -33,8 +33,8 @@ TEST(DiffusionTables, CheckedInFilesAreWhatTheGeneratorsWrite) {
     const std::string command = std::string("\"") + g.generator + "\" \"" + fresh + "\"";
     ASSERT_EQ(std::system(command.c_str()), 0) << command;
     EXPECT_TRUE(Slurp(fresh) == Slurp(checkedIn))
-        << "src/data/generated/" << g.name << ".cpp is stale; update it with:\n  " << g.generator << " "
-        << checkedIn << "\nand re-pin its SHA-256 in this test if the change is intended";
+        << "src/data/generated/" << g.name << ".cpp is stale; update it with:\n  " << g.generator << " " << checkedIn
+        << "\nand re-pin its SHA-256 in this test if the change is intended";
   }
 }
 
@@ -63,15 +63,14 @@ TEST(InkSplitTables, RuleTablesRemoveTheWholeGreyComponent) {
 
 TEST(InkSplitTables, MeasuredTablesPassTheirRowsAndBlackStartsThereAndNeverFalls) {
   const int measuredG[4] = {64, 128, 192, 255};
-  const int rows[8][4][4] = {
-      {{25, 12, -6, 60}, {76, 55, 33, 69}, {144, 128, 109, 41}, {255, 255, 255, 0}},
-      {{22, 11, -9, 64}, {61, 29, -2, 105}, {131, 109, 80, 67}, {255, 255, 255, 0}},
-      {{21, 1, -9, 64}, {65, 28, 11, 95}, {136, 107, 89, 60}, {255, 255, 255, 0}},
-      {{34, 20, 2, 51}, {108, 100, 87, 34}, {192, 192, 192, 0}, {255, 255, 241, 63}},
-      {{22, 8, -18, 64}, {66, 39, 5, 95}, {134, 113, 79, 60}, {255, 255, 255, 0}},
-      {{34, 24, 3, 51}, {109, 102, 88, 34}, {192, 192, 192, 0}, {255, 255, 240, 63}},
-      {{20, 10, -9, 64}, {59, 29, -2, 105}, {129, 109, 80, 67}, {255, 255, 255, 0}},
-      {{32, 22, 9, 43}, {106, 106, 95, 27}, {192, 192, 192, 0}, {255, 255, 243, 63}}};
+  const int rows[8][4][4] = {{{25, 12, -6, 60}, {76, 55, 33, 69}, {144, 128, 109, 41}, {255, 255, 255, 0}},
+                             {{22, 11, -9, 64}, {61, 29, -2, 105}, {131, 109, 80, 67}, {255, 255, 255, 0}},
+                             {{21, 1, -9, 64}, {65, 28, 11, 95}, {136, 107, 89, 60}, {255, 255, 255, 0}},
+                             {{34, 20, 2, 51}, {108, 100, 87, 34}, {192, 192, 192, 0}, {255, 255, 241, 63}},
+                             {{22, 8, -18, 64}, {66, 39, 5, 95}, {134, 113, 79, 60}, {255, 255, 255, 0}},
+                             {{34, 24, 3, 51}, {109, 102, 88, 34}, {192, 192, 192, 0}, {255, 255, 240, 63}},
+                             {{20, 10, -9, 64}, {59, 29, -2, 105}, {129, 109, 80, 67}, {255, 255, 255, 0}},
+                             {{32, 22, 9, 43}, {106, 106, 95, 27}, {192, 192, 192, 0}, {255, 255, 243, 63}}};
   const int firstBlack[8] = {53, 88, 72, 38, 72, 38, 88, 35};
   for (int t = 0; t < 8; ++t) {
     for (int r = 0; r < 4; ++r) {

@@ -20,19 +20,19 @@ using testing::MakeDiffusionDevice;
 using testing::RenderStripe;
 
 constexpr int kAcross = 512;
-constexpr int kLines = 128;        // source lines
-constexpr int kSettleLines = 16;   // output lines left out while the error settles
+constexpr int kLines = 128;       // source lines
+constexpr int kSettleLines = 16;  // output lines left out while the error settles
 
 struct Response {
-  double Volume;    // ink delivered / full ink, dot sizes weighed by the ink the quantiser books for them
-  double Large;     // share of positions with each dot size
+  double Volume;  // ink delivered / full ink, dot sizes weighed by the ink the quantiser books for them
+  double Large;   // share of positions with each dot size
   double Medium;
   double Small;
 };
 
 // Weights of the dot sizes: what each quantiser subtracts from the error for them.
-Response Measure(BandRendererFn renderer, std::uint8_t printMode, int stripeLines, int scale, int amount,
-                 double large, double medium, double small) {
+Response Measure(BandRendererFn renderer, std::uint8_t printMode, int stripeLines, int scale, int amount, double large,
+                 double medium, double small) {
   auto d = MakeDiffusionDevice(kAcross, 600, printMode);
   const std::uint8_t gray = static_cast<std::uint8_t>(255 - amount);
   auto band = MakeBand(kAcross, kLines, testing::Flat(gray, gray, gray));

@@ -121,14 +121,14 @@ void FillBand(Band& band, Fill fill, std::mt19937& rng) {
     case Fill::Smooth:
       for (int y = 0; y < height; ++y) {
         for (std::ptrdiff_t i = 0; i < band.info.Stride; ++i) {
-          band.Row(y)[i] = static_cast<std::uint8_t>(127.5 + 127.5 * std::sin(0.021 * static_cast<double>(i) +
-                                                                               0.37 * y + 1.3 * (i % 3)));
+          band.Row(y)[i] = static_cast<std::uint8_t>(
+              127.5 + 127.5 * std::sin(0.021 * static_cast<double>(i) + 0.37 * y + 1.3 * (i % 3)));
         }
       }
       break;
     case Fill::Runs: {  // runs of a few colours, white and black among them, some a byte apart
-      const std::uint8_t palette[6][3] = {{255, 255, 255}, {0, 0, 0}, {200, 40, 90}, {200, 40, 91},
-                                          {201, 40, 90},   {128, 128, 128}};
+      const std::uint8_t palette[6][3] = {{255, 255, 255}, {0, 0, 0},     {200, 40, 90},
+                                          {200, 40, 91},   {201, 40, 90}, {128, 128, 128}};
       for (int y = 0; y < height; ++y) {
         int left = 0;
         int colour = 0;
@@ -145,9 +145,7 @@ void FillBand(Band& band, Fill fill, std::mt19937& rng) {
   }
 }
 
-const char* FillName(Fill fill) {
-  return fill == Fill::Random ? "random" : fill == Fill::Smooth ? "smooth" : "runs";
-}
+const char* FillName(Fill fill) { return fill == Fill::Random ? "random" : fill == Fill::Smooth ? "smooth" : "runs"; }
 
 // Band geometry of one comparison: the band's size and the stripe taken from it.
 struct Case {
@@ -159,12 +157,12 @@ struct Case {
 
 // Portrait: lines are rows, width is the band width. Includes width 1, the last row, odd widths and
 // widths past one line's 5120 dots.
-const std::vector<Case> kPortraitCases = {{1, 1, 0, 1},     {1, 3, 2, 1},     {7, 16, 0, 16},  {8, 20, 16, 4},
-                               {9, 5, 3, 2},     {130, 17, 1, 16}, {641, 3, 0, 3},  {2480, 2, 0, 2},
-                               {5200, 2, 0, 2}};
+const std::vector<Case> kPortraitCases = {{1, 1, 0, 1},   {1, 3, 2, 1},    {7, 16, 0, 16},
+                                          {8, 20, 16, 4}, {9, 5, 3, 2},    {130, 17, 1, 16},
+                                          {641, 3, 0, 3}, {2480, 2, 0, 2}, {5200, 2, 0, 2}};
 // Landscape: lines are columns, width is the band height.
-const std::vector<Case> kLandscapeCases = {{1, 1, 0, 1},      {3, 1, 2, 1},   {16, 7, 0, 16}, {20, 8, 16, 4},
-                                {5, 9, 3, 2},      {17, 130, 1, 16}, {3, 641, 0, 3}, {2, 2480, 0, 2}};
+const std::vector<Case> kLandscapeCases = {{1, 1, 0, 1}, {3, 1, 2, 1},     {16, 7, 0, 16}, {20, 8, 16, 4},
+                                           {5, 9, 3, 2}, {17, 130, 1, 16}, {3, 641, 0, 3}, {2, 2480, 0, 2}};
 
 void CompareWithReference(bool colour, bool landscape, Rig& rig, const Band& band, const Case& c,
                           const IPPARAMS& params, bool dirtyPlanes, std::mt19937& rng) {
@@ -178,8 +176,9 @@ void CompareWithReference(bool colour, bool landscape, Rig& rig, const Band& ban
   }
   std::vector<std::uint8_t> expected = rig.planes;
   const std::uint32_t expectedResult =
-      colour ? reference::DitherColor(rig.state, c.firstLine, width, band.info, c.lineCount, params, landscape, expected)
-             : reference::DitherGray(rig.state, c.firstLine, width, band.info, c.lineCount, params, landscape, expected);
+      colour
+          ? reference::DitherColor(rig.state, c.firstLine, width, band.info, c.lineCount, params, landscape, expected)
+          : reference::DitherGray(rig.state, c.firstLine, width, band.info, c.lineCount, params, landscape, expected);
   const std::uint32_t result = Render(renderer, rig, band, c.firstLine, width, c.lineCount, params);
 
   EXPECT_EQ(result, expectedResult);
@@ -268,7 +267,8 @@ TEST(DitherColor, BlackPrintsInTheBlackPlaneOnly) {
     EXPECT_EQ(Render(landscape ? DitherColorLandscape : DitherColorPortrait, rig, band, 0, 21, 16, Offsets(5, 9)), 1u);
     for (std::size_t line = 0; line < 16; ++line) {
       for (int x = 0; x < 24; ++x) {
-        EXPECT_FALSE(Dot(rig.planes, line, 0, x) || Dot(rig.planes, line, kMagenta, x) || Dot(rig.planes, line, kYellow, x));
+        EXPECT_FALSE(Dot(rig.planes, line, 0, x) || Dot(rig.planes, line, kMagenta, x) ||
+                     Dot(rig.planes, line, kYellow, x));
         EXPECT_EQ(Dot(rig.planes, line, kBlack, x), x < 21) << "line " << line << " x " << x;
       }
     }

@@ -84,12 +84,12 @@ TEST(Selections, HighResolutionMapsOnlyFourValues) {
     std::uint8_t after;
   };
   const Case cases[] = {
-      {36, 2, 2, 6},   // flagged 600 under diffusion: level 6, never flagged
-      {4, 1, 2, 6},    {4, 2, 2, 6},  {21, 1, 2, 22}, {53, 2, 2, 22}, {20, 1, 2, 20},
-      {2, 2, 2, 34},   // 300 keeps its level and takes the flag under diffusion
-      {34, 1, 2, 2},   // and loses it under dither
-      {1, 2, 2, 33},   {4, 1, 1, 22}, // monochrome: 4 becomes 6, then the monochrome bit
-      {6, 2, 2, 6},    {5, 2, 2, 37},
+      {36, 2, 2, 6},  // flagged 600 under diffusion: level 6, never flagged
+      {4, 1, 2, 6},   {4, 2, 2, 6},   {21, 1, 2, 22},
+      {53, 2, 2, 22}, {20, 1, 2, 20}, {2, 2, 2, 34},  // 300 keeps its level and takes the flag under diffusion
+      {34, 1, 2, 2},                                  // and loses it under dither
+      {1, 2, 2, 33},  {4, 1, 1, 22},                  // monochrome: 4 becomes 6, then the monochrome bit
+      {6, 2, 2, 6},   {5, 2, 2, 37},
   };
   for (const Case& c : cases) {
     Fixture f;
@@ -152,7 +152,7 @@ TEST(ModeSettings, ResolutionAndInkModeFromThePrintMode) {
     const char* ink;
   };
   const Case cases[] = {
-      {1, "52 01 00", "49 10"},  {2, "52 01 01", "49 10"},  {3, "52 01 01", "49 10"}, {4, "52 02 02", "49 10"},
+      {1, "52 01 00", "49 10"},  {2, "52 01 01", "49 10"},  {3, "52 01 01", "49 10"},  {4, "52 02 02", "49 10"},
       {5, "52 02 02", "49 10"},  {6, "52 03 03", "49 10"},  {34, "52 01 01", "49 31"}, {22, "52 03 03", "49 00"},
       {50, "52 01 01", "49 30"}, {17, "52 01 00", "49 00"}, {0, "", "49 10"},          {7, "", "49 10"},
       {55, "", "49 30"},         {54, "52 03 03", "49 30"}, {48, "", "49 30"},
@@ -199,9 +199,10 @@ TEST(PageStart, PaperCommandsPerSize) {
     const char* bytes;
   };
   const Case cases[] = {
-      {9, "73 01"},          {1, "73 FF E8 02"}, {5, "73 FF E8 02"},    {7, "73 03"},       {11, "73 07"},
-      {34, "73 05 46 6E 00"}, {28, "73 06 46 6E 00"}, {30, "73 01 46 6E 00"}, {20, "73 0C 46 6E 00"},
-      {27, "73 0A 46 6E 00"}, {37, "73 0D 46 6E 00"}, {8, "73 FF"},  {0, "73 FF"},  {256, "73 FF"},
+      {9, "73 01"},           {1, "73 FF E8 02"},     {5, "73 FF E8 02"},     {7, "73 03"},
+      {11, "73 07"},          {34, "73 05 46 6E 00"}, {28, "73 06 46 6E 00"}, {30, "73 01 46 6E 00"},
+      {20, "73 0C 46 6E 00"}, {27, "73 0A 46 6E 00"}, {37, "73 0D 46 6E 00"}, {8, "73 FF"},
+      {0, "73 FF"},           {256, "73 FF"},
   };
   for (const Case& c : cases) {
     Fixture f;

@@ -88,21 +88,21 @@ INSTANTIATE_TEST_SUITE_P(
         JobCase{150, true, {14, 12}, "52 01 00", "49 31"}, JobCase{150, true, {11, 14, 12}, "52 01 00", "49 31"},
         JobCase{150, false, {}, "52 01 00", "49 10"}, JobCase{150, false, {11}, "52 01 00", "49 00"},
         JobCase{150, false, {12}, "52 01 00", "49 00"}, JobCase{150, false, {14}, "52 01 00", "49 00"},
-        JobCase{150, false, {12, 14}, "52 01 00", "49 00"},
-        JobCase{300, true, {}, "52 01 01", "49 10"}, JobCase{300, true, {11}, "52 01 01", "49 10"},
-        JobCase{300, true, {12}, "52 01 01", "49 31"}, JobCase{300, true, {14}, "52 01 01", "49 10"},
-        JobCase{300, true, {12, 12}, "52 01 01", "49 10"}, JobCase{300, true, {12, 14}, "52 01 01", "49 10"},
-        JobCase{300, true, {14, 12}, "52 01 01", "49 31"}, JobCase{300, true, {11, 14, 12}, "52 01 01", "49 31"},
-        JobCase{300, false, {}, "52 01 01", "49 10"}, JobCase{300, false, {11}, "52 01 01", "49 00"},
-        JobCase{300, false, {12}, "52 01 01", "49 00"}, JobCase{300, false, {14, 12}, "52 01 01", "49 00"},
-        JobCase{600, true, {}, "52 02 02", "49 10"}, JobCase{600, true, {11}, "52 02 02", "49 10"},
-        JobCase{600, true, {12}, "52 02 02", "49 31"}, JobCase{600, true, {14}, "52 03 03", "49 10"},
-        JobCase{600, true, {12, 12}, "52 02 02", "49 10"}, JobCase{600, true, {12, 14}, "52 03 03", "49 10"},
-        JobCase{600, true, {14, 12}, "52 03 03", "49 10"}, JobCase{600, true, {11, 14, 12}, "52 03 03", "49 10"},
-        JobCase{600, false, {}, "52 02 02", "49 10"}, JobCase{600, false, {11}, "52 02 02", "49 00"},
-        JobCase{600, false, {12}, "52 02 02", "49 00"}, JobCase{600, false, {14}, "52 03 03", "49 00"},
-        JobCase{600, false, {12, 12}, "52 02 02", "49 00"}, JobCase{600, false, {12, 14}, "52 02 02", "49 00"},
-        JobCase{600, false, {14, 12}, "52 03 03", "49 00"}, JobCase{600, false, {11, 14, 12}, "52 02 02", "49 00"}));
+        JobCase{150, false, {12, 14}, "52 01 00", "49 00"}, JobCase{300, true, {}, "52 01 01", "49 10"},
+        JobCase{300, true, {11}, "52 01 01", "49 10"}, JobCase{300, true, {12}, "52 01 01", "49 31"},
+        JobCase{300, true, {14}, "52 01 01", "49 10"}, JobCase{300, true, {12, 12}, "52 01 01", "49 10"},
+        JobCase{300, true, {12, 14}, "52 01 01", "49 10"}, JobCase{300, true, {14, 12}, "52 01 01", "49 31"},
+        JobCase{300, true, {11, 14, 12}, "52 01 01", "49 31"}, JobCase{300, false, {}, "52 01 01", "49 10"},
+        JobCase{300, false, {11}, "52 01 01", "49 00"}, JobCase{300, false, {12}, "52 01 01", "49 00"},
+        JobCase{300, false, {14, 12}, "52 01 01", "49 00"}, JobCase{600, true, {}, "52 02 02", "49 10"},
+        JobCase{600, true, {11}, "52 02 02", "49 10"}, JobCase{600, true, {12}, "52 02 02", "49 31"},
+        JobCase{600, true, {14}, "52 03 03", "49 10"}, JobCase{600, true, {12, 12}, "52 02 02", "49 10"},
+        JobCase{600, true, {12, 14}, "52 03 03", "49 10"}, JobCase{600, true, {14, 12}, "52 03 03", "49 10"},
+        JobCase{600, true, {11, 14, 12}, "52 03 03", "49 10"}, JobCase{600, false, {}, "52 02 02", "49 10"},
+        JobCase{600, false, {11}, "52 02 02", "49 00"}, JobCase{600, false, {12}, "52 02 02", "49 00"},
+        JobCase{600, false, {14}, "52 03 03", "49 00"}, JobCase{600, false, {12, 12}, "52 02 02", "49 00"},
+        JobCase{600, false, {12, 14}, "52 02 02", "49 00"}, JobCase{600, false, {14, 12}, "52 03 03", "49 00"},
+        JobCase{600, false, {11, 14, 12}, "52 02 02", "49 00"}));
 
 TEST(MediaJobs, ByteForByte) {
   const char* media[] = {"4E 05 00", "4E 05 01", "4E 05 02", "4E 05 03"};
@@ -118,12 +118,18 @@ TEST(PaperJobs, ByteForByte) {
     std::int16_t paper;
     const char* bytes;
   };
-  const Case cases[] = {{DMPAPER_A4, "73 01"},           {DMPAPER_LETTER, "73 FF E8 02"},
-                        {DMPAPER_LEGAL, "73 FF E8 02"},   {DMPAPER_A5, "73 07"},
-                        {DMPAPER_ENV_10, "73 0C 46 6E 00"}, {DMPAPER_ENV_DL, "73 0A 46 6E 00"},
-                        {DMPAPER_ENV_C5, "73 06 46 6E 00"}, {DMPAPER_ENV_C4, "73 01 46 6E 00"},
-                        {DMPAPER_ENV_B5, "73 05 46 6E 00"}, {DMPAPER_ENV_MONARCH, "73 0D 46 6E 00"},
-                        {DMPAPER_A3, "73 FF"},           {DMPAPER_EXECUTIVE, "73 03"}};
+  const Case cases[] = {{DMPAPER_A4, "73 01"},
+                        {DMPAPER_LETTER, "73 FF E8 02"},
+                        {DMPAPER_LEGAL, "73 FF E8 02"},
+                        {DMPAPER_A5, "73 07"},
+                        {DMPAPER_ENV_10, "73 0C 46 6E 00"},
+                        {DMPAPER_ENV_DL, "73 0A 46 6E 00"},
+                        {DMPAPER_ENV_C5, "73 06 46 6E 00"},
+                        {DMPAPER_ENV_C4, "73 01 46 6E 00"},
+                        {DMPAPER_ENV_B5, "73 05 46 6E 00"},
+                        {DMPAPER_ENV_MONARCH, "73 0D 46 6E 00"},
+                        {DMPAPER_A3, "73 FF"},
+                        {DMPAPER_EXECUTIVE, "73 03"}};
   for (const Case& c : cases) {
     const Bytes expected = ExpectedJob("52 01 01", "49 10", "4E 05 00", c.bytes, 2);
     const Bytes actual = RunJob({300, true, {}, "", ""}, c.paper);

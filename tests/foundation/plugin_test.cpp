@@ -141,8 +141,8 @@ TEST(Plugin, GetImplementedMethod) {
     std::string copy(name);
     return plugin->lpVtbl->GetImplementedMethod(plugin, copy.data());
   };
-  for (const char* name : {"CommandCallback", "EnableDriver", "EnablePDEV", "DisablePDEV", "GetInfo", "FilterGraphics",
-                           "ImageProcessing"})
+  for (const char* name :
+       {"CommandCallback", "EnableDriver", "EnablePDEV", "DisablePDEV", "GetInfo", "FilterGraphics", "ImageProcessing"})
     EXPECT_EQ(ask(name), S_OK) << name;
   for (const char* name : {"PublishDriverInterface", "DevMode", "commandCallback", "commandcallback", "", "Enable",
                            "EnablePDEVx", "GetInfo ", "Compression", "DisableDriver", "ResetPDEV"})
@@ -179,9 +179,9 @@ TEST(Plugin, UnimplementedSlotsAndFilterGraphics) {
   EXPECT_EQ(v.TTDownloadMethod(plugin, nullptr, nullptr, nullptr), E_NOTIMPL);
   EXPECT_EQ(v.OutputCharStr(plugin, nullptr, nullptr, 0, 0, nullptr), E_NOTIMPL);
   EXPECT_EQ(v.SendFontCmd(plugin, nullptr, nullptr, nullptr), E_NOTIMPL);
-  EXPECT_EQ(v.TextOutAsBitmap(plugin, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-                              0),
-            E_NOTIMPL);
+  EXPECT_EQ(
+      v.TextOutAsBitmap(plugin, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, 0),
+      E_NOTIMPL);
   EXPECT_EQ(v.TTYGetInfo(plugin, nullptr, 0, nullptr, 0, nullptr), E_NOTIMPL);
   std::uint8_t graphics[4] = {1, 2, 3, 4};
   EXPECT_EQ(v.FilterGraphics(plugin, nullptr, graphics, sizeof graphics), S_OK);

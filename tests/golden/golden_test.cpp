@@ -31,18 +31,18 @@ const char kUpdateHint[] =
     "If the change is intended, run tests/golden/update.sh [build-dir] (or golden_test --update), "
     "review the listed cases and commit tests/golden/streams.sha256.";
 
-constexpr int kWidth = 600;   // surface pixels (the portrait page; the landscape surface is turned)
+constexpr int kWidth = 600;  // surface pixels (the portrait page; the landscape surface is turned)
 constexpr int kHeight = 480;
 
 struct GoldenCase {
   std::string name;
-  int quality = 600;       // 150, 300, 600
-  bool highRes = false;    // 600 plus the high-resolution command
+  int quality = 600;                        // 150, 300, 600
+  bool highRes = false;                     // 600 plus the high-resolution command
   DWORD media = host::kCallbackMediaPlain;  // 0: no media selection
   bool diffusion = false;
   bool color = true;
   bool landscape = false;
-  int bitsPerPixel = 24;   // 24 RGB or 8 gray
+  int bitsPerPixel = 24;  // 24 RGB or 8 gray
   int bandHeight = 64;
   int pages = 1;
 };
@@ -75,9 +75,9 @@ std::vector<std::uint8_t> MakePage(int width, int height) {
         b = 255 - (x + y) * 255 / (width / 2 + height * 6 / 10) + noise;
       } else if (x >= width / 2 && y < height * 6 / 10) {
         // flat patches: the primaries, secondaries, grays and black
-        static const std::uint8_t kPatches[12][3] = {
-            {255, 0, 0}, {0, 255, 0}, {0, 0, 255}, {0, 255, 255}, {255, 0, 255}, {255, 255, 0},
-            {0, 0, 0},   {64, 64, 64}, {128, 128, 128}, {200, 200, 200}, {250, 240, 230}, {20, 180, 60}};
+        static const std::uint8_t kPatches[12][3] = {{255, 0, 0},     {0, 255, 0},     {0, 0, 255},     {0, 255, 255},
+                                                     {255, 0, 255},   {255, 255, 0},   {0, 0, 0},       {64, 64, 64},
+                                                     {128, 128, 128}, {200, 200, 200}, {250, 240, 230}, {20, 180, 60}};
         const int patch = ((x - width / 2) * 4 / (width / 2)) + 4 * ((y - height / 10) * 3 / (height / 2));
         const std::uint8_t* c = kPatches[std::clamp(patch, 0, 11)];
         r = c[0], g = c[1], b = c[2];
@@ -105,9 +105,8 @@ std::vector<std::uint8_t> RunCase(const GoldenCase& c) {
   std::vector<std::uint8_t> stream;
   host::HostSession session(kLinkedPlugin);
   session.Spool().SetKeepWrites(false);
-  session.Spool().SetSink([&stream](const std::uint8_t* bytes, std::size_t size) {
-    stream.insert(stream.end(), bytes, bytes + size);
-  });
+  session.Spool().SetSink(
+      [&stream](const std::uint8_t* bytes, std::size_t size) { stream.insert(stream.end(), bytes, bytes + size); });
   EXPECT_EQ(session.Load(), S_OK);
   host::DeviceSetup setup;
   setup.Quality = static_cast<std::int16_t>(c.quality);
@@ -194,19 +193,16 @@ std::vector<GoldenCase> Cases() {
   extra("r600hr_photo_diffusion_colour_gray8", [](GoldenCase& c) {
     c.bitsPerPixel = 8, c.diffusion = true, c.highRes = true, c.media = host::kCallbackMediaPhoto;
   });
-  extra("r300_plain_diffusion_mono_gray8", [](GoldenCase& c) {
-    c.bitsPerPixel = 8, c.diffusion = true, c.quality = 300, c.color = false;
-  });
+  extra("r300_plain_diffusion_mono_gray8",
+        [](GoldenCase& c) { c.bitsPerPixel = 8, c.diffusion = true, c.quality = 300, c.color = false; });
   extra("r600_nomedia_dither_colour", [](GoldenCase& c) { c.media = 0; });
   extra("r600_plain_dither_colour_band37", [](GoldenCase& c) { c.bandHeight = 37; });
-  extra("r600hr_plain_diffusion_colour_band37", [](GoldenCase& c) {
-    c.bandHeight = 37, c.diffusion = true, c.highRes = true;
-  });
+  extra("r600hr_plain_diffusion_colour_band37",
+        [](GoldenCase& c) { c.bandHeight = 37, c.diffusion = true, c.highRes = true; });
   extra("r600_plain_dither_colour_2pages", [](GoldenCase& c) { c.pages = 2; });
   extra("r600_plain_diffusion_colour_2pages", [](GoldenCase& c) { c.pages = 2, c.diffusion = true; });
-  extra("r600hr_glossy_dither_colour_2pages", [](GoldenCase& c) {
-    c.pages = 2, c.highRes = true, c.media = host::kCallbackMediaGlossy;
-  });
+  extra("r600hr_glossy_dither_colour_2pages",
+        [](GoldenCase& c) { c.pages = 2, c.highRes = true, c.media = host::kCallbackMediaGlossy; });
   return cases;
 }
 

@@ -67,9 +67,10 @@ struct JobConfig {
   std::uint16_t bitsPerPixel = 24;
 
   std::string Name() const {
-    return std::to_string(quality) + (highRes ? "hr" : "") + (halftone == Halftone::kDither ? " dither" : " diffusion") +
-           (color ? " colour" : " mono") + (landscape ? " landscape" : " portrait") + " band " +
-           std::to_string(bandHeight) + " bpp " + std::to_string(bitsPerPixel);
+    return std::to_string(quality) + (highRes ? "hr" : "") +
+           (halftone == Halftone::kDither ? " dither" : " diffusion") + (color ? " colour" : " mono") +
+           (landscape ? " landscape" : " portrait") + " band " + std::to_string(bandHeight) + " bpp " +
+           std::to_string(bitsPerPixel);
   }
 };
 
@@ -79,9 +80,7 @@ struct Image {
   int height = 0;
   int channels = 3;
   std::vector<std::uint8_t> pixels;
-  const std::uint8_t* At(int x, int y) const {
-    return &pixels[(static_cast<std::size_t>(y) * width + x) * channels];
-  }
+  const std::uint8_t* At(int x, int y) const { return &pixels[(static_cast<std::size_t>(y) * width + x) * channels]; }
 };
 
 Image MakeTestImage(int width, int height, int channels, std::uint32_t seed) {
@@ -106,8 +105,10 @@ Image MakeTestImage(int width, int height, int channels, std::uint32_t seed) {
         const int v = static_cast<int>(rng() % 256);
         rgb[0] = rgb[1] = rgb[2] = static_cast<std::uint8_t>(v);
       }
-      if (channels == 3) std::memcpy(p, rgb, 3);
-      else p[0] = static_cast<std::uint8_t>((rgb[0] * 30 + rgb[1] * 59 + rgb[2] * 11) / 100);
+      if (channels == 3)
+        std::memcpy(p, rgb, 3);
+      else
+        p[0] = static_cast<std::uint8_t>((rgb[0] * 30 + rgb[1] * 59 + rgb[2] * 11) / 100);
     }
   return image;
 }
@@ -129,7 +130,7 @@ host::PageSource SourceOf(const Image& image) {
 
 // The rows the emitter read, in the order it received them: row k of the page's weave.
 struct EmittedPage {
-  int rowBytes = 0;     // bytes of one plane row
+  int rowBytes = 0;  // bytes of one plane row
   bool color = true;
   std::vector<std::array<std::vector<std::uint8_t>, 4>> first;   // per emitted row, per plane
   std::vector<std::array<std::vector<std::uint8_t>, 4>> second;  // second bits, empty for one-bit rows
@@ -151,16 +152,18 @@ void ObserveStripe(const DEVOBJ* devobj, int, int, std::int16_t inkFlag, void* c
   const int rows = mode >= 6 ? 8 : 16;
   // The depth the emitter will use for this stripe.
   bool twoBit;
-  if (inkFlag != 0) twoBit = !(state.ActiveHalftone == 1 || mode >= 6 || mode < 2);
-  else twoBit = state.InkModeCode >= 0x30;
+  if (inkFlag != 0)
+    twoBit = !(state.ActiveHalftone == 1 || mode >= 6 || mode < 2);
+  else
+    twoBit = state.InkModeCode >= 0x30;
   for (int r = 0; r < rows; ++r) {
     std::array<std::vector<std::uint8_t>, 4> first;
     std::array<std::vector<std::uint8_t>, 4> second;
     for (int p = 0; p < 4; ++p) {
       first[p].assign(page.rowBytes, 0);
       second[p].assign(page.rowBytes, 0);
-      if (inkFlag == 0) continue;               // a blank stripe goes out as blank markers
-      if (!page.color && p != 3) continue;      // monochrome sends the black plane only
+      if (inkFlag == 0) continue;           // a blank stripe goes out as blank markers
+      if (!page.color && p != 3) continue;  // monochrome sends the black plane only
       const std::size_t at = static_cast<std::size_t>(r) * 4 * stride + static_cast<std::size_t>(p) * stride;
       std::memcpy(first[p].data(), state.PlaneBuffer[0] + at, page.rowBytes);
       if (twoBit) std::memcpy(second[p].data(), state.PlaneBuffer[1] + at, page.rowBytes);
@@ -223,8 +226,7 @@ JobResult RunJob(const host::PluginEntry& entry, const JobConfig& config, const 
       countAllocations = false;
       EXPECT_EQ(printed.Status, S_OK);
     }
-    result.heapAllocationsDuringPages =
-        detail::GlobalAllocationCount() + detail::LocalAllocationCount() - heapBefore;
+    result.heapAllocationsDuringPages = detail::GlobalAllocationCount() + detail::LocalAllocationCount() - heapBefore;
     result.bandAllocations = allocations;
     allocations = 0;
     session.Command(host::kCallbackJobEnd);
@@ -349,7 +351,8 @@ TEST(BlackAndWhite, EachBlackPixelIsItsBlackDot) {
           config.landscape = landscape;
           SCOPED_TRACE(config.Name());
           // Text-like strokes, a checkerboard and solid blocks.
-          Image portrait{width, height, 3, std::vector<std::uint8_t>(static_cast<std::size_t>(width) * height * 3, 255)};
+          Image portrait{width, height, 3,
+                         std::vector<std::uint8_t>(static_cast<std::size_t>(width) * height * 3, 255)};
           for (int y = 0; y < height; ++y)
             for (int x = 0; x < width; ++x) {
               const bool black = (y > 20 && y < 60 && x % 7 < 2) || (y >= 80 && y < 150 && (x + y) % 2 == 0) ||

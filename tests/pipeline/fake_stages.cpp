@@ -24,10 +24,10 @@ std::uint32_t Record(const char* name, DeviceState& state, int firstLine, int wi
 }  // namespace
 }  // namespace fakes
 
-#define FAKE_RENDERER(name)                                                                                  \
-  std::uint32_t name(DeviceState& state, int firstLine, int width, const BandInfo&, int lineCount, int, \
-                     int rowPixels, const IPPARAMS*) {                                                   \
-    return fakes::Record(#name, state, firstLine, width, lineCount, rowPixels);                         \
+#define FAKE_RENDERER(name)                                                                                            \
+  std::uint32_t name(DeviceState& state, int firstLine, int width, const BandInfo&, int lineCount, int, int rowPixels, \
+                     const IPPARAMS*) {                                                                                \
+    return fakes::Record(#name, state, firstLine, width, lineCount, rowPixels);                                        \
   }
 FAKE_RENDERER(DitherColorPortrait)
 FAKE_RENDERER(DitherColorLandscape)

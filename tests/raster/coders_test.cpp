@@ -52,9 +52,7 @@ Bytes Counting(int from, int count) {
 
 #define EXPECT_BYTES(actual, expected) EXPECT_EQ(FirstDifference(actual, expected), "")
 
-TEST(PatternEncode, GroupRunNeverTakesTheLastFourBytes) {
-  EXPECT_BYTES(Pattern(Bytes(16, 0)), Hex("AC 00 8C 00"));
-}
+TEST(PatternEncode, GroupRunNeverTakesTheLastFourBytes) { EXPECT_BYTES(Pattern(Bytes(16, 0)), Hex("AC 00 8C 00")); }
 
 TEST(PatternEncode, BlankFullWidthRow) {
   Bytes expected;
@@ -190,7 +188,10 @@ Bytes MakeRow(std::mt19937& random, int kind, std::size_t length) {
         const std::uint8_t a = static_cast<std::uint8_t>(next(3) == 0 ? 0 : random());
         const std::uint8_t c = static_cast<std::uint8_t>(random());
         for (std::size_t k = 0; k < n; ++k)
-          row[i + k] = how == 0 ? a : how == 1 ? (k % 2 ? c : a) : how == 2 ? static_cast<std::uint8_t>(random()) : (k % 4 == 3 ? c : a);
+          row[i + k] = how == 0   ? a
+                       : how == 1 ? (k % 2 ? c : a)
+                       : how == 2 ? static_cast<std::uint8_t>(random())
+                                  : (k % 4 == 3 ? c : a);
         i += n;
       }
   }

@@ -226,7 +226,7 @@ TEST(EmitStripe, HighestResolutionStripes) {
   Bytes row(28);
   for (std::size_t i = 0; i < row.size(); ++i) row[i] = static_cast<std::uint8_t>(2 * i + 1);
   std::copy(row.begin(), row.end(), device.PlaneRow(0, 1, 3));  // stride 1,280
-  testing::EmitOne(device, 4, testing::MakeBand(100), 1);     // 100 pixels: 14 bytes, doubled
+  testing::EmitOne(device, 4, testing::MakeBand(100), 1);       // 100 pixels: 14 bytes, doubled
   EXPECT_TRUE(device.Spool.Writes().empty());
   EXPECT_EQ(device.State.PhaseRow, 8);
   // Row 1 of phase 0 goes to buffer 1 at head row 92.
@@ -282,11 +282,12 @@ TEST(EmitStripe, ShortenedLastPassesArePaddedOneWriteARow) {
   ASSERT_EQ(actual.size(), 1u + 36 + 1 + 1 + 87 + 1);
   EXPECT_BYTES(actual[0], Hex("46 2C 00"));
   for (int i = 1; i <= 36; ++i) EXPECT_BYTES(actual[i], Hex("5A"));
-  EXPECT_BYTES(actual[37], Bytes(53, 'Z') + [] {
-    Bytes rows;
-    for (int i = 0; i < 16; ++i) rows = rows + Hex("47 02 00 84 3C");
-    return rows;
-  }());
+  EXPECT_BYTES(
+      actual[37], Bytes(53, 'Z') + [] {
+        Bytes rows;
+        for (int i = 0; i < 16; ++i) rows = rows + Hex("47 02 00 84 3C");
+        return rows;
+      }());
   EXPECT_BYTES(actual[38], Hex("46 04 00"));
   for (int i = 39; i < 39 + 87; ++i) EXPECT_BYTES(actual[i], Hex("5A"));
   EXPECT_EQ(actual[126].size(), 16u * 5);
@@ -304,9 +305,9 @@ TEST(EmitStripe, TopOfPageFeedMultipliesOffsetByBandHeight) {
   };
   // Band of 50 x 100 pixels.
   for (const Case& c : {Case{300, 0, 200, 0, Hex("46 2A 68"), 26666},  // 100 x 4 x 200 / 3
-                        Case{300, 0, 200, 1000, Hex("46 42 64"), 26666},
-                        Case{150, 0, 200, 0, Hex("46 55 D0"), 53333}, Case{600, 0, 200, 0, Hex("46 15 34"), 13333},
-                        Case{1200, 0, 200, 0, Hex("46 15 34"), 13333}, Case{200, 0, 200, 0, Hex("46 0A 1A"), 6666},
+                        Case{300, 0, 200, 1000, Hex("46 42 64"), 26666}, Case{150, 0, 200, 0, Hex("46 55 D0"), 53333},
+                        Case{600, 0, 200, 0, Hex("46 15 34"), 13333}, Case{1200, 0, 200, 0, Hex("46 15 34"), 13333},
+                        Case{200, 0, 200, 0, Hex("46 0A 1A"), 6666},
                         Case{300, 1, 200, 0, Hex("46 15 34"), 13333},  // landscape: the width, 50
                         Case{300, 0, 0, 0, Bytes{}, 0}}) {
     EmitDevice device(2);

@@ -27,11 +27,11 @@ using testing::DotPage;
 using testing::EmitDevice;
 
 struct Case {
-  int Mode;        // 1..6
+  int Mode;  // 1..6
   bool Color;
-  bool TwoBit;     // error diffusion in modes 2..5
-  int Rows;        // page height in raster rows
-  int Pixels;      // line width in pixels
+  bool TwoBit;  // error diffusion in modes 2..5
+  int Rows;     // page height in raster rows
+  int Pixels;   // line width in pixels
 };
 
 std::string Name(const Case& c) {
@@ -100,8 +100,8 @@ class WeaveRoundTrip : public ::testing::TestWithParam<Case> {};
 
 TEST_P(WeaveRoundTrip, EveryRowLandsOnceWithItsDots) {
   const Case c = GetParam();
-  const std::uint8_t printMode = static_cast<std::uint8_t>(c.Mode | (c.Color ? 0 : kPrintModeMonochrome) |
-                                                           (c.TwoBit ? kPrintModeFlag : 0));
+  const std::uint8_t printMode =
+      static_cast<std::uint8_t>(c.Mode | (c.Color ? 0 : kPrintModeMonochrome) | (c.TwoBit ? kPrintModeFlag : 0));
   const std::uint16_t quality = c.Mode == 1 ? 150 : c.Mode <= 3 ? 300 : 600;
   EmitDevice device(printMode, c.Color ? 2 : 1, quality, c.TwoBit ? 2 : 1);
   const int width = testing::RowWidthBytes(printMode, c.Pixels);
@@ -124,7 +124,8 @@ TEST_P(WeaveRoundTrip, EveryRowLandsOnceWithItsDots) {
   EXPECT_EQ(job.Pages[0].Stats.TotalFeed, position) << Name(c);
   auto printed = decode::PrintJob(job, options);
   ASSERT_TRUE(std::holds_alternative<std::vector<decode::PrintedPage>>(printed))
-      << Name(c) << ": " << std::get<decode::Error>(printed).Message << " at " << std::get<decode::Error>(printed).Offset;
+      << Name(c) << ": " << std::get<decode::Error>(printed).Message << " at "
+      << std::get<decode::Error>(printed).Offset;
   const decode::PrintedPage& out = std::get<std::vector<decode::PrintedPage>>(printed).at(0);
   EXPECT_EQ(out.Mode, c.Mode) << Name(c);
 

@@ -59,8 +59,10 @@ TEST(WeaveMap, ModeTwoPhaseBoundaries) {
 
 TEST(WeaveMap, ModesOfTheWholePrintModeByte) {
   for (int level = 1; level <= 6; ++level)
-    for (int flags : {0, 16, 32, 48}) EXPECT_EQ(FindWeaveMode(static_cast<std::uint8_t>(level + flags)), &kWeaveModeTable[level]);
-  for (int value : {0, 7, 15, 16, 23, 64 + 2, 128 + 2, 255}) EXPECT_EQ(FindWeaveMode(static_cast<std::uint8_t>(value)), nullptr) << value;
+    for (int flags : {0, 16, 32, 48})
+      EXPECT_EQ(FindWeaveMode(static_cast<std::uint8_t>(level + flags)), &kWeaveModeTable[level]);
+  for (int value : {0, 7, 15, 16, 23, 64 + 2, 128 + 2, 255})
+    EXPECT_EQ(FindWeaveMode(static_cast<std::uint8_t>(value)), nullptr) << value;
 }
 
 class WeaveSweep : public ::testing::TestWithParam<int> {};
@@ -69,7 +71,7 @@ TEST_P(WeaveSweep, RowsLandOnceInPlaceAndInHeadOrder) {
   const int mode = GetParam();
   const WeaveMode& weave = kWeaveModeTable[mode];
   const int unitsPerRow3 = mode == 1 ? 8 : mode <= 3 ? 4 : mode <= 5 ? 2 : 1;  // 3 x feed units per row
-  std::vector<std::vector<std::pair<int, int>>> held(kMaxWeavePhases);  // (page row, head row) per buffer
+  std::vector<std::vector<std::pair<int, int>>> held(kMaxWeavePhases);         // (page row, head row) per buffer
   std::set<long> offsets;
   std::set<int> printed;
   long feeds = 0;

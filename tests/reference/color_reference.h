@@ -21,9 +21,7 @@ inline int WeightByRule(int fr, int fg, int fb, int corner) {
 }
 
 // Ink n of grid point (i, j, k).
-inline int GridInk(const std::uint8_t* lut, int i, int j, int k, int n) {
-  return lut[((i * 17 + j) * 17 + k) * 4 + n];
-}
+inline int GridInk(const std::uint8_t* lut, int i, int j, int k, int n) { return lut[((i * 17 + j) * 17 + k) * 4 + n]; }
 
 inline std::array<std::uint8_t, 4> Complement(const std::uint8_t* lut, int i, int j, int k) {
   std::array<std::uint8_t, 4> out{};

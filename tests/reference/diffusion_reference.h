@@ -196,8 +196,8 @@ enum class MultiKind { Mid, High, Top };
 // before the line, every byte a line touches is stored, and the top pair renders each source line and
 // pixel twice with map row 2 (position + firstLine) mod 128 and the parity advanced by output lines.
 inline std::uint32_t DiffuseMultiReference(MultiKind kind, DeviceState& state, int firstLine, int height,
-                                           const BandInfo& band, int lineCount, int first, int count,
-                                           long position, bool landscape) {
+                                           const BandInfo& band, int lineCount, int first, int count, long position,
+                                           bool landscape) {
   const int scale = kind == MultiKind::Top ? 2 : 1;
   const long planeBytes = kind == MultiKind::Top ? 1280 : 640;
   const int outputLines = lineCount > 0 ? lineCount * scale : 0;

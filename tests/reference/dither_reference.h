@@ -77,9 +77,8 @@ inline std::uint32_t DitherColor(const DeviceState& state, int firstLine, int wi
 
 // Gray renderer: per dot of (width - 1) / 8 + 1 whole bytes, curve 6 at the source byte against the
 // threshold of row (first dither row + l), the rows after 127 taken from the rows stored behind.
-inline std::uint32_t DitherGray(const DeviceState& state, int firstLine, int width, const BandInfo& band,
-                                int lineCount, const IPPARAMS& params, bool landscape,
-                                std::vector<std::uint8_t>& planes) {
+inline std::uint32_t DitherGray(const DeviceState& state, int firstLine, int width, const BandInfo& band, int lineCount,
+                                const IPPARAMS& params, bool landscape, std::vector<std::uint8_t>& planes) {
   const long offset = landscape ? params.ptOffset.x : params.ptOffset.y;
   const std::uint8_t* curve = state.ToneCurves + 6 * 256;
   const long dots = 8 * ((width - 1) / 8 + 1);

@@ -11,7 +11,8 @@ namespace inkweave::reference {
 // Decodes codes[0, size) into out until it holds `want` more bytes or the codes end. Answers the number
 // of code bytes used, or -1 when a code is malformed, runs past the end of the codes, or would produce
 // more than `want` bytes.
-inline long PatternDecode(const std::uint8_t* codes, std::size_t size, std::size_t want, std::vector<std::uint8_t>& out) {
+inline long PatternDecode(const std::uint8_t* codes, std::size_t size, std::size_t want,
+                          std::vector<std::uint8_t>& out) {
   const std::size_t target = out.size() + want;
   std::size_t i = 0;
   while (i < size && out.size() < target) {
@@ -41,7 +42,8 @@ inline long PatternDecode(const std::uint8_t* codes, std::size_t size, std::size
 }
 
 // The same for PackBits: 0..127 literal of c + 1, 0x81..0xFF repeat of 1 - c (as signed), 0x80 invalid.
-inline long PackBitsDecode(const std::uint8_t* codes, std::size_t size, std::size_t want, std::vector<std::uint8_t>& out) {
+inline long PackBitsDecode(const std::uint8_t* codes, std::size_t size, std::size_t want,
+                           std::vector<std::uint8_t>& out) {
   const std::size_t target = out.size() + want;
   std::size_t i = 0;
   while (i < size && out.size() < target) {

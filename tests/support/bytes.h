@@ -16,7 +16,10 @@ inline Bytes Hex(std::string_view text) {
   Bytes out;
   int value = -1;
   for (char c : text) {
-    int digit = c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
+    int digit = c >= '0' && c <= '9'   ? c - '0'
+                : c >= 'a' && c <= 'f' ? c - 'a' + 10
+                : c >= 'A' && c <= 'F' ? c - 'A' + 10
+                                       : -1;
     if (digit < 0) {
       if (value >= 0) out.push_back(static_cast<std::uint8_t>(value));
       value = -1;

@@ -19,11 +19,9 @@ inline std::string Sha256Hex(const void* data, std::size_t size) {
       0xa2bfe8a1, 0xa81a664b, 0xc24b8b70, 0xc76c51a3, 0xd192e819, 0xd6990624, 0xf40e3585, 0x106aa070,
       0x19a4c116, 0x1e376c08, 0x2748774c, 0x34b0bcb5, 0x391c0cb3, 0x4ed8aa4a, 0x5b9cca4f, 0x682e6ff3,
       0x748f82ee, 0x78a5636f, 0x84c87814, 0x8cc70208, 0x90befffa, 0xa4506ceb, 0xbef9a3f7, 0xc67178f2};
-  std::uint32_t h[8] = {0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a,
-                        0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19};
+  std::uint32_t h[8] = {0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a, 0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19};
   auto rotr = [](std::uint32_t x, int n) { return (x >> n) | (x << (32 - n)); };
-  std::vector<std::uint8_t> msg(static_cast<const std::uint8_t*>(data),
-                                static_cast<const std::uint8_t*>(data) + size);
+  std::vector<std::uint8_t> msg(static_cast<const std::uint8_t*>(data), static_cast<const std::uint8_t*>(data) + size);
   const std::uint64_t bits = static_cast<std::uint64_t>(size) * 8;
   msg.push_back(0x80);
   while (msg.size() % 64 != 56) msg.push_back(0);
@@ -42,9 +40,23 @@ inline std::string Sha256Hex(const void* data, std::size_t size) {
     for (int i = 0; i < 64; ++i) {
       std::uint32_t t1 = hh + (rotr(e, 6) ^ rotr(e, 11) ^ rotr(e, 25)) + ((e & f) ^ (~e & g)) + k[i] + w[i];
       std::uint32_t t2 = (rotr(a, 2) ^ rotr(a, 13) ^ rotr(a, 22)) + ((a & b) ^ (a & c) ^ (b & c));
-      hh = g; g = f; f = e; e = d + t1; d = c; c = b; b = a; a = t1 + t2;
+      hh = g;
+      g = f;
+      f = e;
+      e = d + t1;
+      d = c;
+      c = b;
+      b = a;
+      a = t1 + t2;
     }
-    h[0] += a; h[1] += b; h[2] += c; h[3] += d; h[4] += e; h[5] += f; h[6] += g; h[7] += hh;
+    h[0] += a;
+    h[1] += b;
+    h[2] += c;
+    h[3] += d;
+    h[4] += e;
+    h[5] += f;
+    h[6] += g;
+    h[7] += hh;
   }
   static constexpr char kHex[] = "0123456789abcdef";
   std::string out;

@@ -142,14 +142,22 @@ TEST_F(Gpd, WiresEveryCallbackButThirteen) {
 
   // The selections: options of their features.
   const std::map<int, std::pair<std::string, std::string>> selections = {
-      {11, {"InkweaveHalftone", "Dither"}},  {12, {"InkweaveHalftone", "Diffusion"}},
-      {15, {"MediaType", "Plain"}},          {16, {"MediaType", "Inkjet"}},
-      {17, {"MediaType", "Glossy"}},         {18, {"MediaType", "Photo"}},
-      {0, {"PrintDensity", "Level1"}},       {1, {"PrintDensity", "Level2"}},
-      {2, {"PrintDensity", "Level3"}},       {3, {"PaperThickness", "Regular"}},
-      {4, {"PaperThickness", "Thick"}},      {5, {"PaperThickness", "Thicker"}},
-      {6, {"PaperThickness", "Transparency"}}, {7, {"SleepTime", "Automatic"}},
-      {8, {"SleepTime", "Manual"}},          {9, {"ChangeSetting", "Automatic"}},
+      {11, {"InkweaveHalftone", "Dither"}},
+      {12, {"InkweaveHalftone", "Diffusion"}},
+      {15, {"MediaType", "Plain"}},
+      {16, {"MediaType", "Inkjet"}},
+      {17, {"MediaType", "Glossy"}},
+      {18, {"MediaType", "Photo"}},
+      {0, {"PrintDensity", "Level1"}},
+      {1, {"PrintDensity", "Level2"}},
+      {2, {"PrintDensity", "Level3"}},
+      {3, {"PaperThickness", "Regular"}},
+      {4, {"PaperThickness", "Thick"}},
+      {5, {"PaperThickness", "Thicker"}},
+      {6, {"PaperThickness", "Transparency"}},
+      {7, {"SleepTime", "Automatic"}},
+      {8, {"SleepTime", "Manual"}},
+      {9, {"ChangeSetting", "Automatic"}},
       {10, {"ChangeSetting", "Manual"}},
   };
   for (const auto& [id, where] : selections) {
@@ -193,7 +201,7 @@ TEST_F(Gpd, NamesEveryStringOfThePluginAndNoOther) {
 
 TEST_F(Gpd, ListsThePapersResolutionsAndModes) {
   EXPECT_EQ(Options("PaperSize"), (std::vector<std::string>{"A4", "LETTER", "LEGAL", "EXECUTIVE", "A5", "ENV_10",
-                                                           "ENV_DL", "ENV_C5", "ENV_C4", "ENV_B5", "ENV_MONARCH"}));
+                                                            "ENV_DL", "ENV_C5", "ENV_C4", "ENV_B5", "ENV_MONARCH"}));
   EXPECT_EQ(Options("Resolution"),
             (std::vector<std::string>{"Option1", "Option2", "Option3", "HighRes600", "Print1200"}));
   EXPECT_EQ(Options("ColorMode"), (std::vector<std::string>{"Color", "Mono"}));

@@ -32,9 +32,9 @@ inline StringsTable ReadStringsTable(const std::string& path) {
 
 inline const std::map<std::string, std::uint16_t>& WindowsLanguageIds() {
   static const std::map<std::string, std::uint16_t> ids = {
-      {"ar", 0x0401}, {"zh_TW", 0x0404}, {"cs", 0x0405}, {"da", 0x0406}, {"de", 0x0407}, {"el", 0x0408},
-      {"en", 0x0409}, {"fi", 0x040B},    {"fr", 0x040C}, {"he", 0x040D}, {"hu", 0x040E}, {"it", 0x0410},
-      {"ja", 0x0411}, {"ko", 0x0412},    {"nl", 0x0413}, {"no", 0x0414}, {"pl", 0x0415}, {"pt_BR", 0x0416},
+      {"ar", 0x0401}, {"zh_TW", 0x0404}, {"cs", 0x0405}, {"da", 0x0406},    {"de", 0x0407}, {"el", 0x0408},
+      {"en", 0x0409}, {"fi", 0x040B},    {"fr", 0x040C}, {"he", 0x040D},    {"hu", 0x040E}, {"it", 0x0410},
+      {"ja", 0x0411}, {"ko", 0x0412},    {"nl", 0x0413}, {"no", 0x0414},    {"pl", 0x0415}, {"pt_BR", 0x0416},
       {"ru", 0x0419}, {"sv", 0x041D},    {"tr", 0x041F}, {"zh_CN", 0x0804}, {"pt", 0x0816}, {"es", 0x0C0A},
   };
   return ids;

@@ -61,8 +61,9 @@ TEST(Strings, GeneratedFilesAreCurrent) {
   TempDir dir;
   ASSERT_FALSE(dir.Path().empty());
   ASSERT_EQ(Generate(kTable, dir.Path() / "strings.rc", dir.Path() / "translations.ppd"), 0);
-  const char* how = "regenerate: build/tools/gen-strings locale/strings.tsv windows/generated/strings.rc "
-                    "cups/generated/translations.ppd";
+  const char* how =
+      "regenerate: build/tools/gen-strings locale/strings.tsv windows/generated/strings.rc "
+      "cups/generated/translations.ppd";
   EXPECT_EQ(ReadFile(dir.Path() / "strings.rc"), ReadFile(kResourceScript)) << how;
   EXPECT_EQ(ReadFile(dir.Path() / "translations.ppd"), ReadFile(kPpdFragment)) << how;
 }
@@ -110,10 +111,12 @@ TEST(Strings, EveryLanguageCarriesItsIds) {
 TEST(Strings, PpdFragmentIsWellFormedAndMatchesTheTable) {
   const auto table = ReadStringsTable(kTable);
   const std::map<std::string, int> keywordIds = {
-      {"Translation ColorModel", 1030}, {"ColorModel RGB", 1031},        {"ColorModel Gray", 1032},
-      {"Translation InkweaveHalftone", 266}, {"InkweaveHalftone Dither", 269}, {"InkweaveHalftone Diffusion", 270},
-      {"MediaType Plain", 1000},        {"MediaType Inkjet", 1001},      {"MediaType Glossy", 1002},
-      {"MediaType Photo", 1003},        {"InkweaveHighRes HighRes600", 271}, {"InkweaveHighRes Print1200", 272},
+      {"Translation ColorModel", 1030},    {"ColorModel RGB", 1031},
+      {"ColorModel Gray", 1032},           {"Translation InkweaveHalftone", 266},
+      {"InkweaveHalftone Dither", 269},    {"InkweaveHalftone Diffusion", 270},
+      {"MediaType Plain", 1000},           {"MediaType Inkjet", 1001},
+      {"MediaType Glossy", 1002},          {"MediaType Photo", 1003},
+      {"InkweaveHighRes HighRes600", 271}, {"InkweaveHighRes Print1200", 272},
   };
   const std::regex translation(R"(\*([A-Za-z_]+)\.([A-Za-z]+) ([A-Za-z0-9]+)/([^:/"]+): "")");
 

@@ -264,7 +264,8 @@ TEST(WindowsDll, UnderWineAnswersAndWritesAsTheLinuxLibrary) {
   std::vector<std::string> expected;
   const auto table = inkweave::testing::ReadStringsTable(std::string(INKWEAVE_SOURCE_DIR) + "/locale/strings.tsv");
   std::map<std::pair<std::uint16_t, int>, std::string> ordered;
-  for (const auto& [key, text] : table) ordered[{inkweave::testing::WindowsLanguageIds().at(key.first), key.second}] = text;
+  for (const auto& [key, text] : table)
+    ordered[{inkweave::testing::WindowsLanguageIds().at(key.first), key.second}] = text;
   char prefix[32];
   for (const auto& [key, text] : ordered) {
     std::snprintf(prefix, sizeof prefix, "%04X %d ", key.first, key.second);

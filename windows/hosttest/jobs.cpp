@@ -61,27 +61,31 @@ std::vector<Job> StandardJobs() {
   std::vector<Job> jobs;
   // name, geometry, {colour, diffusion, media, high resolution, landscape}, pages
   jobs.push_back(MakeJob("150-color-dither-plain-a4", kA4At150, {true, false, kCallbackMediaPlain, false, false}, 2));
-  jobs.push_back(MakeJob("150-mono-diffusion-inkjet-a4-landscape", kA4At150,
-                         {false, true, kCallbackMediaInkjet, false, true}));
+  jobs.push_back(
+      MakeJob("150-mono-diffusion-inkjet-a4-landscape", kA4At150, {false, true, kCallbackMediaInkjet, false, true}));
   jobs.push_back(MakeJob("150-color-diffusion-glossy-executive", kExecutiveAt150,
                          {true, true, kCallbackMediaGlossy, false, false}, 3));
-  jobs.push_back(MakeJob("300-color-dither-glossy-letter", kLetterAt300, {true, false, kCallbackMediaGlossy, false, false}));
+  jobs.push_back(
+      MakeJob("300-color-dither-glossy-letter", kLetterAt300, {true, false, kCallbackMediaGlossy, false, false}));
   jobs.push_back(MakeJob("300-color-diffusion-photo-a4", kA4At300, {true, true, kCallbackMediaPhoto, false, false}, 2));
-  jobs.push_back(MakeJob("300-mono-dither-plain-a4-landscape", kA4At300, {false, false, kCallbackMediaPlain, false, true}));
-  jobs.push_back(MakeJob("300-color-diffusion-plain-a5-landscape", kA5At300,
-                         {true, true, kCallbackMediaPlain, false, true}));
+  jobs.push_back(
+      MakeJob("300-mono-dither-plain-a4-landscape", kA4At300, {false, false, kCallbackMediaPlain, false, true}));
+  jobs.push_back(
+      MakeJob("300-color-diffusion-plain-a5-landscape", kA5At300, {true, true, kCallbackMediaPlain, false, true}));
   jobs.push_back(MakeJob("600-color-dither-plain-a4", kA4At600, {true, false, kCallbackMediaPlain, false, false}));
-  jobs.push_back(MakeJob("600-color-diffusion-inkjet-a4-landscape", kA4At600,
-                         {true, true, kCallbackMediaInkjet, false, true}));
-  jobs.push_back(MakeJob("600-mono-diffusion-glossy-legal", kLegalAt600, {false, true, kCallbackMediaGlossy, false, false}));
+  jobs.push_back(
+      MakeJob("600-color-diffusion-inkjet-a4-landscape", kA4At600, {true, true, kCallbackMediaInkjet, false, true}));
+  jobs.push_back(
+      MakeJob("600-mono-diffusion-glossy-legal", kLegalAt600, {false, true, kCallbackMediaGlossy, false, false}));
   jobs.push_back(MakeJob("highres-color-diffusion-photo-a4", kA4At600, {true, true, kCallbackMediaPhoto, true, false}));
   // Dither asked for in the high-resolution mode: the plug-in diffuses there all the same.
   jobs.push_back(MakeJob("highres-color-dither-plain-a4", kA4At600, {true, false, kCallbackMediaPlain, true, false}));
-  jobs.push_back(MakeJob("highres-mono-diffusion-plain-a4-landscape", kA4At600,
-                         {false, true, kCallbackMediaPlain, true, true}));
+  jobs.push_back(
+      MakeJob("highres-mono-diffusion-plain-a4-landscape", kA4At600, {false, true, kCallbackMediaPlain, true, true}));
 
   // An envelope, with the selections that are only recorded (density, thickness, sleep time, 19).
-  Job envelope = MakeJob("300-color-dither-plain-dl-envelope", kDlAt300, {true, false, kCallbackMediaPlain, false, false});
+  Job envelope =
+      MakeJob("300-color-dither-plain-dl-envelope", kDlAt300, {true, false, kCallbackMediaPlain, false, false});
   envelope.Recorded = {0, 3, 7, 19, 13};
   jobs.push_back(envelope);
 
@@ -96,8 +100,8 @@ std::vector<Job> StandardJobs() {
   jobs.push_back(tall);
 
   // A spool write fails in the middle of the job: the job end becomes the abort write.
-  Job failing = MakeJob("300-color-diffusion-plain-a4-write-failure", kA4At300,
-                        {true, true, kCallbackMediaPlain, false, false});
+  Job failing =
+      MakeJob("300-color-diffusion-plain-a4-write-failure", kA4At300, {true, true, kCallbackMediaPlain, false, false});
   failing.Faults.FailAt = 40;
   jobs.push_back(failing);
   return jobs;
@@ -166,8 +170,8 @@ JobResult RunJob(const host::PluginEntry& entry, const Job& job) {
     source.Height = static_cast<std::int32_t>(job.Setup.Landscape ? job.Setup.PageWidth : job.Setup.PageHeight);
     source.BitsPerPixel = job.BitsPerPixel;
     for (int page = 0; page < job.Pages; ++page) {
-      source.Render = [&job, page](std::int32_t x0, std::int32_t y0, std::int32_t w, std::int32_t h,
-                                   std::uint8_t* dst, std::size_t stride) {
+      source.Render = [&job, page](std::int32_t x0, std::int32_t y0, std::int32_t w, std::int32_t h, std::uint8_t* dst,
+                                   std::size_t stride) {
         std::uint8_t rgb[3];
         for (std::int32_t y = 0; y < h; ++y) {
           std::uint8_t* row = dst + stride * static_cast<std::size_t>(y);
@@ -301,8 +305,8 @@ std::vector<std::string> ProbeObjects(const host::PluginEntry& entry) {
   probe.Say("DllCanUnloadNow", entry.CanUnloadNow());
 
   IClassFactory* factory = nullptr;
-  probe.Say("DllGetClassObject", entry.GetClassObject(&CLSID_RenderPlugin, &IID_IClassFactory,
-                                                      reinterpret_cast<void**>(&factory)));
+  probe.Say("DllGetClassObject",
+            entry.GetClassObject(&CLSID_RenderPlugin, &IID_IClassFactory, reinterpret_cast<void**>(&factory)));
   if (!factory) return probe.Lines();
   const IClassFactoryVtbl* f = factory->lpVtbl;
   probe.Say("factory.AddRef", f->AddRef(factory));
@@ -323,8 +327,8 @@ std::vector<std::string> ProbeObjects(const host::PluginEntry& entry) {
   probe.Say("factory.CreateInstance(other).ppv", wrong == nullptr ? "null" : "set");
 
   IPrintOemUni* plugin = nullptr;
-  probe.Say("factory.CreateInstance", f->CreateInstance(factory, nullptr, &IID_IPrintOemUni,
-                                                        reinterpret_cast<void**>(&plugin)));
+  probe.Say("factory.CreateInstance",
+            f->CreateInstance(factory, nullptr, &IID_IPrintOemUni, reinterpret_cast<void**>(&plugin)));
   // Objects are not counted: the library could unload now; only a server lock keeps it.
   probe.Say("DllCanUnloadNow(object alive)", entry.CanUnloadNow());
   probe.Say("factory.LockServer(TRUE)", f->LockServer(factory, 1));

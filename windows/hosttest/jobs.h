@@ -14,16 +14,16 @@
 namespace inkweave::hosttest {
 
 struct Job {
-  std::string Name;                // file name of the job's stream, without extension
-  host::DeviceSetup Setup;         // paper, quality, colour, orientation, page size (portrait dots)
-  bool Diffusion = false;          // error diffusion (12), else dither (11)
-  bool HighRes = false;            // the high-resolution mode (14)
+  std::string Name;                         // file name of the job's stream, without extension
+  host::DeviceSetup Setup;                  // paper, quality, colour, orientation, page size (portrait dots)
+  bool Diffusion = false;                   // error diffusion (12), else dither (11)
+  bool HighRes = false;                     // the high-resolution mode (14)
   DWORD Media = host::kCallbackMediaPlain;  // 15..18
-  std::vector<DWORD> Recorded;     // selections the plug-in only records (0-10, 19), sent first
+  std::vector<DWORD> Recorded;              // selections the plug-in only records (0-10, 19), sent first
   int Pages = 1;
-  std::int32_t BandHeight = 64;    // rows (columns in landscape)
-  std::uint16_t BitsPerPixel = 24; // 24 or 8 (gray)
-  host::WriteFaults Faults;        // spool writes to fail
+  std::int32_t BandHeight = 64;     // rows (columns in landscape)
+  std::uint16_t BitsPerPixel = 24;  // 24 or 8 (gray)
+  host::WriteFaults Faults;         // spool writes to fail
 };
 
 // The fixed job list: every resolution (150, 300, 600 and the high-resolution mode), dither and
@@ -35,7 +35,7 @@ std::vector<Job> StandardJobs();
 void PagePixel(int page, std::int32_t x, std::int32_t y, std::uint8_t rgb[3]);
 
 struct JobResult {
-  HRESULT Status = S_OK;            // the first failing step, else S_OK
+  HRESULT Status = S_OK;             // the first failing step, else S_OK
   std::vector<std::uint8_t> Stream;  // every byte the plug-in wrote, abort writes included
   std::uint32_t Writes = 0;
   std::uint32_t AbortWrites = 0;

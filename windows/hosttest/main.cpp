@@ -60,7 +60,8 @@ int main(int argc, char** argv) {
   for (const hosttest::Job& job : hosttest::StandardJobs()) {
     const hosttest::JobResult result = hosttest::RunJob(library->Entry(), job);
     std::ofstream stream(Join(folder, job.Name + ".bin"), std::ios::binary | std::ios::trunc);
-    stream.write(reinterpret_cast<const char*>(result.Stream.data()), static_cast<std::streamsize>(result.Stream.size()));
+    stream.write(reinterpret_cast<const char*>(result.Stream.data()),
+                 static_cast<std::streamsize>(result.Stream.size()));
     if (!stream.good()) ++failures;
     const std::string line = hosttest::JobLine(job, result);
     report << line << "\n";

@@ -87,8 +87,8 @@ std::string ReadFileVersion(const std::string& path) {
       VS_FIXEDFILEINFO info;
       std::memcpy(&info, data + at, sizeof info);
       if (info.dwSignature != 0xFEEF04BD) continue;
-      version = std::to_string(HIWORD(info.dwFileVersionMS)) + "." + std::to_string(LOWORD(info.dwFileVersionMS)) + "." +
-                std::to_string(HIWORD(info.dwFileVersionLS)) + "." + std::to_string(LOWORD(info.dwFileVersionLS));
+      version = std::to_string(HIWORD(info.dwFileVersionMS)) + "." + std::to_string(LOWORD(info.dwFileVersionMS)) +
+                "." + std::to_string(HIWORD(info.dwFileVersionLS)) + "." + std::to_string(LOWORD(info.dwFileVersionLS));
       break;
     }
   }

@@ -12,7 +12,7 @@ namespace inkweave::hosttest {
 struct StringResource {
   std::uint16_t Language;  // Windows language id, e.g. 0x0409
   std::uint16_t Id;
-  std::string Text;        // UTF-8
+  std::string Text;  // UTF-8
 };
 
 // Every non-empty string of the library at path, ordered by language and id. False, with the reason
