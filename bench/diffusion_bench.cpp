@@ -10,9 +10,10 @@
 #include <vector>
 
 #include "src/color/color.h"
+#include "src/device/band_info.h"
 #include "src/device/device_state.h"
+#include "src/device/plane_geometry.h"
 #include "src/halftone/halftone.h"
-#include "src/pipeline/band_info.h"
 
 namespace inkweave {
 namespace {

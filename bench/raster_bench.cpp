@@ -64,8 +64,8 @@ void BM_EmitStripe(benchmark::State& state) {
   device.State.InkModeCode = 0x10;
   const int pixels = mode >= 6 ? 4960 : 2480;
   const inkweave::BandInfo band = inkweave::testing::MakeBand(pixels);
-  const int width = inkweave::testing::RowWidthBytes(mode, pixels);
-  const int rows = mode >= 6 ? 8 : 16;
+  const int width = inkweave::PlaneRowBytes(inkweave::LevelOf(mode), pixels);
+  const int rows = inkweave::PlaneLayoutOf(inkweave::LevelOf(mode)).OutputLines;
   for (int n = 0; n < rows; ++n)
     for (int p = 0; p < 4; ++p) {
       const Row row = MakeRow(2, static_cast<std::size_t>(width), static_cast<unsigned>(n * 4 + p));

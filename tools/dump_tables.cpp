@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "src/data/tables.h"
-#include "src/raster/weave.h"
+#include "src/data/weave_tables.h"
 
 namespace {
 

@@ -11,9 +11,6 @@
 
 namespace inkweave {
 
-const std::uint32_t CommandValueTable[20] = {1200, 1165, 1012, 1000, 799, 544, 574, 882, 507, 0,
-                                             37,   55,   132,  138,  238, 366, 351, 196, 384, 0};
-
 namespace {
 
 // The print mode with the monochrome bit added for a monochrome device.
@@ -26,27 +23,31 @@ std::uint8_t WithMonochromeBit(const DeviceState& state) {
 constexpr std::uint8_t kClearFlag = static_cast<std::uint8_t>(~kPrintModeFlag);
 
 void SelectDither(DeviceState& state) {
-  state.HalftoneMethod = 1;
+  state.HalftoneMethod = kHalftoneDither;
   state.PrintMode = WithMonochromeBit(state) & kClearFlag;
 }
 
 void SelectErrorDiffusion(DeviceState& state) {
-  state.HalftoneMethod = 2;
+  state.HalftoneMethod = kHalftoneDiffusion;
   const std::uint8_t p = WithMonochromeBit(state);
-  state.PrintMode = p < 6 ? static_cast<std::uint8_t>(p | kPrintModeFlag) : static_cast<std::uint8_t>(p & kClearFlag);
+  state.PrintMode =
+      p < kLevelHigh ? static_cast<std::uint8_t>(p | kPrintModeFlag) : static_cast<std::uint8_t>(p & kClearFlag);
 }
 
 void SelectHighResolution(DeviceState& state) {
+  // Exactly these four whole values change: colour level 4, flagged or not, and monochrome 21 and 53
+  // (level 5, as the design has them) move to level 6.
   switch (state.PrintMode) {
-    case 4:
-    case 36: state.PrintMode = 6; break;
+    case kLevel600:
+    case kLevel600 | kPrintModeFlag: state.PrintMode = kLevelHigh; break;
     case 21:
-    case 53: state.PrintMode = 22; break;
+    case 53: state.PrintMode = kLevelHigh | kPrintModeMonochrome; break;
     default: break;
   }
   const std::uint8_t p = WithMonochromeBit(state);
-  state.PrintMode = state.HalftoneMethod == 2 && p < 6 ? static_cast<std::uint8_t>(p | kPrintModeFlag)
-                                                       : static_cast<std::uint8_t>(p & kClearFlag);
+  state.PrintMode = state.HalftoneMethod == kHalftoneDiffusion && p < kLevelHigh
+                        ? static_cast<std::uint8_t>(p | kPrintModeFlag)
+                        : static_cast<std::uint8_t>(p & kClearFlag);
 }
 
 void WriteDirect(DEVOBJ* devobj, const std::uint8_t* bytes, DWORD length, IPrintOemDriverUni* driver) {
@@ -58,9 +59,9 @@ void WriteDirect(DEVOBJ* devobj, const std::uint8_t* bytes, DWORD length, IPrint
 void StartJob(DEVOBJ* devobj, DeviceState& state, IPrintOemDriverUni* driver) {
   state.WriteFailed = 0;
   for (int i = 0; i < 20; ++i) WritePadding(devobj, driver);
-  (void)WriteBytes(devobj, kEnterRasterLanguage, sizeof kEnterRasterLanguage, driver);
-  (void)WriteBytes(devobj, kReset, sizeof kReset, driver);
-  (void)WriteBytes(devobj, kEnterRasterLanguage, sizeof kEnterRasterLanguage, driver);
+  WriteBytes(devobj, kEnterRasterLanguage, sizeof kEnterRasterLanguage, driver);
+  WriteBytes(devobj, kReset, sizeof kReset, driver);
+  WriteBytes(devobj, kEnterRasterLanguage, sizeof kEnterRasterLanguage, driver);
   WriteModeSettings(devobj, driver);
 }
 
@@ -71,26 +72,25 @@ void EndPage(DEVOBJ* devobj, IPrintOemDriverUni* driver) {
 
 void EndJob(DEVOBJ* devobj, DeviceState& state, IPrintOemDriverUni* driver) {
   if (state.WriteFailed) {
+    // Like the direct writes, the abort write's answer changes nothing: the job ends either way.
     (void)driver->lpVtbl->DrvWriteAbortBuf(driver, devobj, const_cast<std::uint8_t*>(kAbortTail), sizeof kAbortTail,
                                            1000);
   } else {
     WriteDirect(devobj, kReset, sizeof kReset, driver);
   }
   state.WriteFailed = 0;
-  state.JobEnded = 1;
 }
 
 }  // namespace
 
-int HandleCommand(DEVOBJ* devobj, std::uint32_t commandId, std::uint32_t /*count*/, IPrintOemDriverUni* driver) {
+void HandleCommand(DEVOBJ* devobj, std::uint32_t commandId, std::uint32_t /*count*/, IPrintOemDriverUni* driver) {
   DeviceState* state = StateOf(devobj);
-  if (!state) return 1;  // no device: nothing to act on
+  if (!state) return;  // no device: nothing to act on
   const bool writes = commandId >= kCmdPageStart && commandId <= kCmdJobEnd;
-  if (writes && !driver) return 1;  // no spool service published: nothing can be written
+  if (writes && !driver) return;  // no spool service published: nothing can be written
   switch (commandId) {
     case kCmdDither: SelectDither(*state); break;
     case kCmdErrorDiffusion: SelectErrorDiffusion(*state); break;
-    case kCmdNothing: break;
     case kCmdHighResolution: SelectHighResolution(*state); break;
     case kCmdMediaPlain: state->MediaType = 0; break;
     case kCmdMediaInkjet: state->MediaType = 1; break;
@@ -100,13 +100,8 @@ int HandleCommand(DEVOBJ* devobj, std::uint32_t commandId, std::uint32_t /*count
     case kCmdPageEnd: EndPage(devobj, driver); break;
     case kCmdJobStart: StartJob(devobj, *state, driver); break;
     case kCmdJobEnd: EndJob(devobj, *state, driver); break;
-    default:
-      state->LastCommandId = commandId & 0xFF;
-      // Ids of 24 and above have no table entry; they record 0.
-      state->CommandValue = commandId < 20 ? CommandValueTable[commandId] : 0;
-      break;
+    default: break;
   }
-  return 1;
 }
 
 }  // namespace inkweave

@@ -8,11 +8,10 @@
 
 namespace inkweave {
 
-// Callback ids with their own handling; every other id takes the default branch.
+// Callback ids with their own handling; every other id (13 among them) does nothing.
 enum CommandId : std::uint32_t {
   kCmdDither = 11,
   kCmdErrorDiffusion = 12,
-  kCmdNothing = 13,
   kCmdHighResolution = 14,
   kCmdMediaPlain = 15,
   kCmdMediaInkjet = 16,
@@ -24,10 +23,8 @@ enum CommandId : std::uint32_t {
   kCmdJobEnd = 23,
 };
 
-// Values recorded by the default branch for ids 0..19; nothing reads them.
-extern const std::uint32_t CommandValueTable[20];
-
-// Always answers 1.
-int HandleCommand(DEVOBJ* devobj, std::uint32_t commandId, std::uint32_t count, IPrintOemDriverUni* driver);
+// Acts on one callback id. It cannot fail: unknown ids do nothing, and a failed write is recorded in
+// WriteFailed by the write path.
+void HandleCommand(DEVOBJ* devobj, std::uint32_t commandId, std::uint32_t count, IPrintOemDriverUni* driver);
 
 }  // namespace inkweave

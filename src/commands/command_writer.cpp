@@ -14,7 +14,15 @@ namespace {
 
 template <std::size_t N>
 void Write(DEVOBJ* devobj, const std::uint8_t (&bytes)[N], IPrintOemDriverUni* driver) {
-  (void)WriteBytes(devobj, bytes, N, driver);
+  WriteBytes(devobj, bytes, N, driver);
+}
+
+// The ink-mode code of a print mode: two bits a dot when the mode is flagged, monochrome or colour.
+std::uint8_t InkModeOf(std::uint8_t printMode) {
+  const bool flagged = (printMode & kPrintModeFlag) != 0;
+  const bool mono = (printMode & kPrintModeMonochrome) != 0;
+  if (flagged) return mono ? kInkModeMonoTwoBit : kInkModeColorTwoBit;
+  return mono ? kInkModeMonoOneBit : kInkModeColorOneBit;
 }
 
 bool IsEnvelope(std::uint16_t paperSize) {
@@ -56,27 +64,24 @@ std::uint32_t PreparePaperCommand(std::uint16_t paperSize) {
 
 }  // namespace
 
-int WriteBytes(DEVOBJ* devobj, const void* bytes, std::uint32_t length, IPrintOemDriverUni* driver) {
+void WriteBytes(DEVOBJ* devobj, const void* bytes, std::uint32_t length, IPrintOemDriverUni* driver) {
   DWORD written = 0;
-  HRESULT hr = driver->lpVtbl->DrvWriteSpoolBuf(driver, devobj, const_cast<void*>(bytes), length, &written);
-  if (hr == S_OK) return 1;
+  const HRESULT hr = driver->lpVtbl->DrvWriteSpoolBuf(driver, devobj, const_cast<void*>(bytes), length, &written);
   if (hr == E_FAIL) {
     if (DeviceState* state = StateOf(devobj)) state->WriteFailed = 1;
   }
-  return 0;
 }
 
 void WritePadding(DEVOBJ* devobj, IPrintOemDriverUni* driver) { Write(devobj, kPadding, driver); }
 
-void WriteInkMode(DEVOBJ* devobj, IPrintOemDriverUni* driver) {
-  DeviceState& state = *StateOf(devobj);
-  const bool flagged = (state.PrintMode & kPrintModeFlag) != 0;
-  const bool mono = (state.PrintMode & kPrintModeMonochrome) != 0;
-  const std::uint8_t m =
-      flagged ? (mono ? kInkModeMonoTwoBit : kInkModeColorTwoBit) : (mono ? kInkModeMonoOneBit : kInkModeColorOneBit);
-  const std::uint8_t command[2] = {'I', m};
+void WriteInkModeCode(DEVOBJ* devobj, std::uint8_t code, IPrintOemDriverUni* driver) {
+  const std::uint8_t command[2] = {kInkModeCommand, code};
   Write(devobj, command, driver);
-  state.InkModeCode = m;
+  StateOf(devobj)->InkModeCode = code;
+}
+
+void WriteInkMode(DEVOBJ* devobj, IPrintOemDriverUni* driver) {
+  WriteInkModeCode(devobj, InkModeOf(StateOf(devobj)->PrintMode), driver);
 }
 
 void WriteModeSettings(DEVOBJ* devobj, IPrintOemDriverUni* driver) {
@@ -86,13 +91,13 @@ void WriteModeSettings(DEVOBJ* devobj, IPrintOemDriverUni* driver) {
   // Resolution from the level of the whole print-mode value (1..54).
   const std::uint8_t mode = state.PrintMode;
   if (mode >= 1 && mode <= 54) {
-    switch (mode & kPrintModeLevelMask) {
-      case 1: Write(devobj, kResolution150, driver); break;
-      case 2:
-      case 3: Write(devobj, kResolution300, driver); break;
-      case 4:
+    switch (LevelOf(mode)) {
+      case kLevel150: Write(devobj, kResolution150, driver); break;
+      case kLevel300:
+      case 3: Write(devobj, kResolution300, driver); break;  // levels 3 and 5 share the level below's
+      case kLevel600:
       case 5: Write(devobj, kResolution600, driver); break;
-      case 6: Write(devobj, kResolutionHigh, driver); break;
+      case kLevelHigh: Write(devobj, kResolutionHigh, driver); break;
       default: break;
     }
   }
@@ -132,7 +137,7 @@ void WritePageStart(DEVOBJ* devobj, IPrintOemDriverUni* driver) {
   Write(devobj, kYCommand, driver);
   Write(devobj, kXCommand, driver);
   const std::uint32_t paperBytes = PreparePaperCommand(state.PaperSize);
-  (void)WriteBytes(devobj, PaperCommand, paperBytes, driver);
+  WriteBytes(devobj, PaperCommand, paperBytes, driver);
   if (IsEnvelope(state.PaperSize)) Write(devobj, kFnCommand, driver);
 }
 

@@ -24,7 +24,8 @@ inline constexpr std::uint8_t kFnCommand[3] = {'F', 'n', 0x00};
 inline constexpr std::uint8_t kPageStartFiller[3] = {0x00, 0x00, 0x00};
 inline constexpr std::uint8_t kPadding[100] = {};
 
-// Ink-mode ("I") codes: one or two bits per dot, colour or monochrome.
+// The ink-mode command "I" and its codes: one or two bits per dot, colour or monochrome.
+inline constexpr std::uint8_t kInkModeCommand = 'I';
 inline constexpr std::uint8_t kInkModeColorOneBit = 0x10;
 inline constexpr std::uint8_t kInkModeMonoOneBit = 0x00;
 inline constexpr std::uint8_t kInkModeColorTwoBit = 0x31;

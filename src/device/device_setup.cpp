@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "src/device/memory_list.h"
+#include "src/device/plane_geometry.h"
 
 namespace inkweave {
 namespace {
@@ -29,9 +30,9 @@ bool AllocateBuffers(DeviceState& state, std::uint32_t lineWidth, std::int16_t p
   if (!AllocInto(state, state.ToneCurves, kToneCurveBytes, true)) return false;
 
   if (!state.StripeBuffers[0].BufferStart) {
-    state.PrintMode = printQuality == 150 ? 1 : printQuality == 600 ? 4 : 2;
-    int count = PassBufferCount(state.PrintMode);
-    if (printQuality == 600) count *= 2;  // room for the eight passes of the high-resolution mode
+    state.PrintMode = printQuality == 150 ? kLevel150 : printQuality == 600 ? kLevel600 : kLevel300;
+    // At 600 dpi, room for the passes of level 6, which the high-resolution command may select.
+    const int count = PassBufferCount(printQuality == 600 ? kLevelHigh : state.PrintMode);
     for (int i = 0; i < count; ++i) {
       std::uint8_t* buffer = nullptr;
       if (!AllocInto(state, buffer, kPassBufferBytes, false)) return false;
@@ -46,7 +47,7 @@ bool AllocateBuffers(DeviceState& state, std::uint32_t lineWidth, std::int16_t p
 
 }  // namespace
 
-int InitDeviceState(DeviceState& state, const GDIINFO& gdiInfo, const DEVMODEW& devmode) {
+bool InitDeviceState(DeviceState& state, const GDIINFO& gdiInfo, const DEVMODEW& devmode) {
   state.PaperSize = static_cast<std::uint16_t>(devmode.dmPaperSize);
   // The state always holds the portrait page.
   if (devmode.dmOrientation == DMORIENT_LANDSCAPE) {
@@ -58,7 +59,7 @@ int InitDeviceState(DeviceState& state, const GDIINFO& gdiInfo, const DEVMODEW& 
   }
 
   auto* head = static_cast<MemoryBlock**>(GlobalHeapAlloc(sizeof(MemoryBlock*)));
-  if (!head) return 0;
+  if (!head) return false;
   *head = nullptr;
   state.MemoryList = head;
 
@@ -66,21 +67,20 @@ int InitDeviceState(DeviceState& state, const GDIINFO& gdiInfo, const DEVMODEW& 
   if (devmode.dmPrintQuality == 600) lineWidth *= 2;
   if (!AllocateBuffers(state, lineWidth, devmode.dmPrintQuality)) {
     FreeMemoryList(state);  // pointers to the freed buffers stay until DisablePDEV clears them
-    return 0;
+    return false;
   }
 
   state.Landscape = devmode.dmOrientation == DMORIENT_LANDSCAPE ? 1 : 0;
   state.PrintQuality = static_cast<std::uint16_t>(devmode.dmPrintQuality);
   state.ColorMode = static_cast<std::uint16_t>(devmode.dmColor);
-  state.HalftoneMethod = 1;
-  state.CreatedFlag = 1;
+  state.HalftoneMethod = kHalftoneDither;
   state.BrightnessAdjust = 0;
   state.ContrastAdjust = 0;
   state.PaperSize = static_cast<std::uint16_t>(devmode.dmPaperSize);
   state.RedGain = state.GreenGain = state.BlueGain = 0;
   state.LutVariant = 0;
   state.CompressionMethod = 2;
-  return 1;
+  return true;
 }
 
 HRESULT EnableDevice(const DEVOBJ* devobj, const GDIINFO* gdiInfo, void** outState) {
@@ -90,8 +90,6 @@ HRESULT EnableDevice(const DEVOBJ* devobj, const GDIINFO* gdiInfo, void** outSta
     return E_FAIL;
   }
   std::memset(static_cast<void*>(state), 0, sizeof(DeviceState));
-  state->JobEnded = 1;
-  state->LastCommandId = 0xFFFFFFFF;
   if (outState) *outState = state;  // before set-up: the host holds the record even if set-up fails
 
   const DEVMODEW* devmode = devobj ? devobj->pPublicDM : nullptr;
@@ -103,9 +101,9 @@ HRESULT EnableDevice(const DEVOBJ* devobj, const GDIINFO* gdiInfo, void** outSta
   return E_FAIL;
 }
 
-HRESULT DisableDevice(DEVOBJ* devobj) {
+void DisableDevice(DEVOBJ* devobj) {
   DeviceState* state = StateOf(devobj);
-  if (!state) return S_OK;
+  if (!state) return;
   for (std::int16_t*& line : state->LineBuffers) line = nullptr;
   state->PlaneBuffer[0] = state->PlaneBuffer[1] = nullptr;
   state->ToneCurves = nullptr;
@@ -114,7 +112,6 @@ HRESULT DisableDevice(DEVOBJ* devobj) {
   state->ScratchBuffer = nullptr;
   FreeMemoryList(*state);
   LocalHeapFree(state);
-  return S_OK;
 }
 
 }  // namespace inkweave

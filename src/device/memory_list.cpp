@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "src/data/weave_tables.h"
+
 namespace inkweave {
 namespace {
 
@@ -87,21 +89,9 @@ void FreeMemoryList(DeviceState& state) {
 }
 
 int PassBufferCount(std::int16_t printMode) {
-  // The four ranges list every combination of the monochrome and flag bits with levels 1..6.
-  int level;
-  if (printMode >= 1 && printMode <= 6)
-    level = printMode;
-  else if (printMode >= 17 && printMode <= 22)
-    level = printMode - 16;
-  else if (printMode >= 33 && printMode <= 38)
-    level = printMode - 32;
-  else if (printMode >= 49 && printMode <= 54)
-    level = printMode - 48;
-  else
-    return 0;  // no caller asks for another mode
-  if (level <= 2) return 2;
-  if (level <= 4) return 4;
-  return 8;
+  if (printMode < 0 || printMode > 0xFF) return 0;
+  const int level = WeaveLevelOf(static_cast<std::uint8_t>(printMode));
+  return level ? kWeaveModeTable[level].PassBuffers : 0;
 }
 
 namespace detail {

@@ -15,19 +15,20 @@ struct MemoryBlock {
 
 // Allocates size + 8 bytes from the global heap, links the block in front of the list and answers the
 // payload address; null (list unchanged) when the heap refuses.
-void* AllocFromList(MemoryBlock** listHead, std::uint32_t size);
+[[nodiscard]] void* AllocFromList(MemoryBlock** listHead, std::uint32_t size);
 
 // Frees every block from the head onward, then the head cell; MemoryList becomes null.
 void FreeMemoryList(DeviceState& state);
 
-// Pass buffers for a print mode (flag bits ignored): level 1-2 → 2, 3-4 → 4, 5-6 → 8; 0 otherwise.
-int PassBufferCount(std::int16_t printMode);
+// Pass buffers that the weave of a print mode uses (flag bits ignored): 2 at levels 1 and 2, 4 at 3
+// and 4, 8 at 5 and 6; 0 for a value that selects no weave.
+[[nodiscard]] int PassBufferCount(std::int16_t printMode);
 
 // The platform heaps. Fixed, zero-filled local memory for the state record; fixed global memory for
 // buffers.
-void* LocalHeapAlloc(std::size_t size);
+[[nodiscard]] void* LocalHeapAlloc(std::size_t size);
 void LocalHeapFree(void* block);
-void* GlobalHeapAlloc(std::size_t size);
+[[nodiscard]] void* GlobalHeapAlloc(std::size_t size);
 void GlobalHeapFree(void* block);
 
 namespace detail {

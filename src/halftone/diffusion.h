@@ -9,23 +9,18 @@
 #include "src/color/color.h"
 #include "src/color/convert_pixel.h"
 #include "src/data/tables.h"
+#include "src/device/band_info.h"
 #include "src/device/device_state.h"
-#include "src/pipeline/band_info.h"
+#include "src/device/plane_geometry.h"
 
 namespace inkweave::detail {
 
-// Ink indexes: the order of the error lines, the floors and the planes.
-inline constexpr int kCyan = 0;
-inline constexpr int kMagenta = 1;
-inline constexpr int kYellow = 2;
-inline constexpr int kBlack = 3;
+// Inks are indexed like the planes of a line (plane_geometry.h): the error lines and the floors too.
 // Every pixel takes its inks in this order; they share one jitter sequence.
-inline constexpr int kInkOrder[4] = {kBlack, kCyan, kMagenta, kYellow};
+inline constexpr int kInkOrder[4] = {kBlackPlane, kCyanPlane, kMagentaPlane, kYellowPlane};
 
 inline constexpr std::uint32_t kWhiteKey = 0x00FFFFFF;
-inline constexpr int kStripeLines = 16;    // source lines of a stripe below the highest resolution
-inline constexpr int kTopStripeLines = 4;  // source lines of a stripe at the highest resolution
-inline constexpr int kFineMapRow = 128;    // the fine map's first row in DiffusionThresholdMaps
+inline constexpr int kFineMapRow = 128;  // the fine map's first row in DiffusionThresholdMaps
 
 // The ink-split table (0..10) for the state's colour mode, resolution code and media.
 int InkSplitTableIndex(const DeviceState& state);
@@ -84,11 +79,11 @@ inline InkAmounts SplitInks(const std::uint8_t* lightness, const std::int16_t (*
   const int g = 255 - lightness[3];
   const std::int16_t* row = split[g];
   InkAmounts a;
-  a.Amount[kCyan] = (255 - lightness[0]) - row[0];
-  a.Amount[kMagenta] = (255 - lightness[1]) - row[1];
+  a.Amount[kCyanPlane] = (255 - lightness[0]) - row[0];
+  a.Amount[kMagentaPlane] = (255 - lightness[1]) - row[1];
   const int yellow = (255 - lightness[2]) - row[2];
-  a.Amount[kYellow] = yellow < yellowCap ? yellow : yellowCap;
-  a.Amount[kBlack] = g - row[3];
+  a.Amount[kYellowPlane] = yellow < yellowCap ? yellow : yellowCap;
+  a.Amount[kBlackPlane] = g - row[3];
   return a;
 }
 

@@ -1,6 +1,6 @@
 // One-bit error diffusion: DiffuseLowPortrait and DiffuseLowLandscape.
 //
-// A stripe of up to 16 lines is converted pixel by pixel, split into cyan, magenta, yellow and black
+// A stripe of up to 16 lines (kStripeLines) is converted pixel by pixel, split into cyan, magenta, yellow and black
 // amounts, and each ink is diffused against a threshold from DiffusionThresholdMap raised by the
 // ThresholdJitter sequence. Lines run serpentine (even lines left to right); each ink carries its
 // error in its error line, 16-bit cells with pixel x at cell x + 2. A pixel's error goes 2/8 and 1/8
@@ -17,6 +17,7 @@
 // firstLine + l, and position x is source row H - 1 - x.
 #include <cstdint>
 
+#include "src/device/plane_geometry.h"
 #include "src/halftone/diffusion.h"
 #include "src/halftone/halftone.h"
 
@@ -25,10 +26,6 @@ namespace {
 
 using detail::ConversionCache;
 using detail::InkAmounts;
-
-constexpr int kLineBytes = 2560;  // one output line: four planes
-constexpr int kPlaneBytes = 640;  // one plane of a line
-constexpr int kPlaneDots = kPlaneBytes * 8;
 
 struct LowStripe {
   DeviceState* State;
@@ -129,7 +126,7 @@ std::uint32_t DiffuseLow(DeviceState& state, int firstLine, int height, const Ba
                          int firstPixel, int rowPixels, const IPPARAMS* params, bool landscape) {
   if (lineCount < 1) return 0;
   if (!detail::DiffusionBuffersPresent(state, false) || band.Bits == nullptr || firstPixel < 0) return 0;
-  if (lineCount > detail::kStripeLines) lineCount = detail::kStripeLines;
+  if (lineCount > kStripeLines) lineCount = kStripeLines;
 
   // A line never reaches past its plane or past the cells the device allocated (x + 4 at most).
   std::int64_t last = std::int64_t{firstPixel} + (rowPixels > 0 ? rowPixels : 0);

@@ -24,6 +24,7 @@
 // the bits past the line's end clear.
 #include <cstdint>
 
+#include "src/device/plane_geometry.h"
 #include "src/halftone/diffusion.h"
 #include "src/halftone/halftone.h"
 
@@ -35,14 +36,16 @@ using detail::InkAmounts;
 
 enum class Quantiser { Mid, High, Top };
 
+// The plane layout of a quantiser: the top pair renders at level 6, the others below it.
 template <Quantiser kQ>
 struct Layout {
-  static constexpr int kScale = kQ == Quantiser::Top ? 2 : 1;            // output dots per source pixel
-  static constexpr int kPlaneBytes = kQ == Quantiser::Top ? 1280 : 640;  // one plane of a line
-  static constexpr int kLineBytes = 4 * kPlaneBytes;
+  static constexpr PlaneLayout kGeometry = PlaneLayoutOf(kQ == Quantiser::Top ? kLevelHigh : kLevel600);
+  static constexpr int kScale = kGeometry.Scale;  // output dots per source pixel
+  static constexpr int kPlaneBytes = kGeometry.PlaneBytes;
+  static constexpr int kLineBytes = kGeometry.LineBytes;
   static constexpr int kPlaneDots = 8 * kPlaneBytes;
   static constexpr bool kTwoBits = kQ != Quantiser::Top;
-  static constexpr int kSourceLines = kQ == Quantiser::Top ? detail::kTopStripeLines : detail::kStripeLines;
+  static constexpr int kSourceLines = kGeometry.StripeLines;
 };
 
 // One quantiser decision: the error left and the bits for the two buffers.

@@ -25,17 +25,18 @@
 #include "src/color/color.h"
 #include "src/color/convert_pixel.h"
 #include "src/data/tables.h"
+#include "src/device/plane_geometry.h"
 #include "src/halftone/halftone.h"
 
 namespace inkweave {
 namespace {
 
-// Layout of PlaneBuffer: one output line of four planes.
-constexpr std::ptrdiff_t kLineBytes = 2560;  // bytes per output line
-constexpr std::ptrdiff_t kCyanPlane = 0;     // byte offsets of the planes within a line
-constexpr std::ptrdiff_t kMagentaPlane = 640;
-constexpr std::ptrdiff_t kYellowPlane = 1280;
-constexpr std::ptrdiff_t kBlackPlane = 1920;
+// PlaneBuffer below level 6 (plane_geometry.h): byte offsets of a line's planes, the line stride.
+constexpr std::ptrdiff_t kLine = kLineBytes;
+constexpr std::ptrdiff_t kCyanAt = kCyanPlane * kPlaneBytes;
+constexpr std::ptrdiff_t kMagentaAt = kMagentaPlane * kPlaneBytes;
+constexpr std::ptrdiff_t kYellowAt = kYellowPlane * kPlaneBytes;
+constexpr std::ptrdiff_t kBlackAt = kBlackPlane * kPlaneBytes;
 constexpr std::ptrdiff_t kBufferBytes = kPlaneBufferBytes;
 
 constexpr std::uint32_t kWhiteKey = 0xFFFFFF;
@@ -109,41 +110,41 @@ inline void OrDots(std::uint8_t* planes, std::ptrdiff_t index, std::uint32_t bit
 // done for them here; the byte-by-byte reference in the tests pins the equivalence, dirty planes
 // included.
 std::uint64_t ExtractBlack(std::uint8_t* planes, std::ptrdiff_t lineStart, int width) {
-  const std::ptrdiff_t room = kBufferBytes - (lineStart + kBlackPlane);
+  const std::ptrdiff_t room = kBufferBytes - (lineStart + kBlackAt);
   const std::ptrdiff_t n = std::min<std::ptrdiff_t>(width, room);
-  const std::ptrdiff_t own = std::min<std::ptrdiff_t>(n, kMagentaPlane);
+  const std::ptrdiff_t own = std::min<std::ptrdiff_t>(n, kPlaneBytes);
   std::uint8_t* line = planes + lineStart;
   std::uint64_t flag = 0;
   std::ptrdiff_t i = 0;
   for (; i + 8 <= own; i += 8) {
     std::uint64_t c, m, y;
-    std::memcpy(&c, line + kCyanPlane + i, 8);
-    std::memcpy(&m, line + kMagentaPlane + i, 8);
-    std::memcpy(&y, line + kYellowPlane + i, 8);
+    std::memcpy(&c, line + kCyanAt + i, 8);
+    std::memcpy(&m, line + kMagentaAt + i, 8);
+    std::memcpy(&y, line + kYellowAt + i, 8);
     flag |= c | m | y;
     const std::uint64_t common = c & m & y;
-    std::memcpy(line + kBlackPlane + i, &common, 8);
+    std::memcpy(line + kBlackAt + i, &common, 8);
     if (common != 0) {
       c &= ~common;
       m &= ~common;
       y &= ~common;
-      std::memcpy(line + kCyanPlane + i, &c, 8);
-      std::memcpy(line + kMagentaPlane + i, &m, 8);
-      std::memcpy(line + kYellowPlane + i, &y, 8);
+      std::memcpy(line + kCyanAt + i, &c, 8);
+      std::memcpy(line + kMagentaAt + i, &m, 8);
+      std::memcpy(line + kYellowAt + i, &y, 8);
     }
   }
   for (; i < own; ++i) {
-    const std::uint8_t c = line[kCyanPlane + i];
-    const std::uint8_t m = line[kMagentaPlane + i];
-    const std::uint8_t y = line[kYellowPlane + i];
+    const std::uint8_t c = line[kCyanAt + i];
+    const std::uint8_t m = line[kMagentaAt + i];
+    const std::uint8_t y = line[kYellowAt + i];
     flag |= static_cast<std::uint64_t>(c | m | y);
     const auto common = static_cast<std::uint8_t>(c & m & y);
-    line[kBlackPlane + i] = common;
-    line[kCyanPlane + i] = static_cast<std::uint8_t>(c & ~common);
-    line[kMagentaPlane + i] = static_cast<std::uint8_t>(m & ~common);
-    line[kYellowPlane + i] = static_cast<std::uint8_t>(y & ~common);
+    line[kBlackAt + i] = common;
+    line[kCyanAt + i] = static_cast<std::uint8_t>(c & ~common);
+    line[kMagentaAt + i] = static_cast<std::uint8_t>(m & ~common);
+    line[kYellowAt + i] = static_cast<std::uint8_t>(y & ~common);
   }
-  if (n > own) std::memset(line + kBlackPlane + own, 0, static_cast<std::size_t>(n - own));
+  if (n > own) std::memset(line + kBlackAt + own, 0, static_cast<std::size_t>(n - own));
   return flag;
 }
 
@@ -173,7 +174,7 @@ std::uint32_t DitherColor(DeviceState& state, int firstLine, int width, const Ba
   std::uint64_t flag = 0;
 
   for (int l = 0; l < lineCount; ++l) {
-    const std::ptrdiff_t lineStart = kLineBytes * l;
+    const std::ptrdiff_t lineStart = kLine * l;
     if (lineStart >= kBufferBytes) break;
     const std::uint8_t* threshold = ThresholdRow((firstLine + l + offset) & 127);
 
@@ -206,9 +207,9 @@ std::uint32_t DitherColor(DeviceState& state, int firstLine, int width, const Ba
 
       // The byte's dots into the three planes.
       const std::ptrdiff_t byte = lineStart + ((x - 1) >> 3);
-      OrDots(planes, byte + kCyanPlane, static_cast<std::uint32_t>(dots & 0xFF));
-      OrDots(planes, byte + kMagentaPlane, static_cast<std::uint32_t>((dots >> 16) & 0xFF));
-      OrDots(planes, byte + kYellowPlane, static_cast<std::uint32_t>((dots >> 32) & 0xFF));
+      OrDots(planes, byte + kCyanAt, static_cast<std::uint32_t>(dots & 0xFF));
+      OrDots(planes, byte + kMagentaAt, static_cast<std::uint32_t>((dots >> 16) & 0xFF));
+      OrDots(planes, byte + kYellowAt, static_cast<std::uint32_t>((dots >> 32) & 0xFF));
     }
 
     flag |= ExtractBlack(planes, lineStart, width);
@@ -228,7 +229,7 @@ std::uint32_t DitherGray(DeviceState& state, int firstLine, int width, const Ban
   std::uint32_t flag = 0;
 
   for (int l = 0; l < lineCount; ++l) {
-    const std::ptrdiff_t lineStart = kLineBytes * l;
+    const std::ptrdiff_t lineStart = kLine * l;
     if (lineStart >= kBufferBytes) break;
     // Not reduced after the stripe's first line: rows 128..142 are stored behind the matrix. A
     // stripe longer than sixteen lines wraps back into the tile.
@@ -241,8 +242,8 @@ std::uint32_t DitherGray(DeviceState& state, int firstLine, int width, const Ban
     const std::ptrdiff_t step = landscape ? -stride : 1;
     const DotRun run = InsideRun(window, base, step, 1, groups > 0 ? groups * 8 : 0);
 
-    std::uint8_t* black = planes + lineStart + kBlackPlane;
-    const std::ptrdiff_t room = kBufferBytes - (lineStart + kBlackPlane);
+    std::uint8_t* black = planes + lineStart + kBlackAt;
+    const std::ptrdiff_t room = kBufferBytes - (lineStart + kBlackAt);
     const int storedGroups = static_cast<int>(std::min<std::ptrdiff_t>(groups, room));
     for (int g = 0; g < storedGroups; ++g) {
       const int x0 = 8 * g;

@@ -12,8 +12,8 @@ namespace inkweave {
 // highest resolutions. Never more cells than the device allocated.
 void SeedDiffusionLines(DeviceState& state, int /*count*/, int width) {
   const bool flagged = state.PrintMode >= kPrintModeFlag;
-  const int code = state.PrintMode & kPrintModeLevelMask;
-  std::int64_t cells = flagged ? 2 * std::int64_t{width} + 8 : (std::int64_t{width} + 4) * (code < 6 ? 1 : 2);
+  const int level = LevelOf(state.PrintMode);
+  std::int64_t cells = flagged ? 2 * std::int64_t{width} + 8 : (std::int64_t{width} + 4) * (level < kLevelHigh ? 1 : 2);
   const std::int64_t allocated = detail::ErrorCellsAllocated(state);
   if (cells > allocated) cells = allocated;
   for (int j = 0; j < 4; ++j) {
@@ -28,10 +28,10 @@ void SeedDiffusionLines(DeviceState& state, int /*count*/, int width) {
 namespace detail {
 
 int InkSplitTableIndex(const DeviceState& state) {
-  if (state.ColorMode != 2) return 8;
-  const int code = state.PrintMode & kPrintModeLevelMask;
+  if (state.ColorMode != DMCOLOR_COLOR) return 8;
+  const int level = LevelOf(state.PrintMode);
   const int media = state.MediaType;
-  if (code == 4 || code == 5) {
+  if (level == kLevel600 || level == 5) {
     switch (media) {
       case 1: return 2;
       case 2: return 4;
@@ -41,7 +41,7 @@ int InkSplitTableIndex(const DeviceState& state) {
       default: return 1;
     }
   }
-  if (code == 6) {
+  if (level == kLevelHigh) {
     switch (media) {
       case 2: return 5;
       case 3: return 7;

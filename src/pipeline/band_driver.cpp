@@ -1,14 +1,13 @@
 // The band driver. For every band: the page set-up on the band at the page's origin (colour table,
 // tone curves, weave counters, pass buffers), the band record, the renderer, then the band in stripes
-// of 16 rows (4 at level 6), each rendered and handed to the raster emitter; and the page's final
-// emitter call on the band that ends exactly at the page height.
+// (plane_geometry.h), each rendered and handed to the raster emitter; and the page's final emitter call
+// on the band that ends exactly at the page height.
 #include "src/pipeline/band_driver.h"
-
-#include <cstring>
 
 #include "src/color/color.h"
 #include "src/device/memory_list.h"
-#include "src/pipeline/band_info.h"
+#include "src/device/plane_geometry.h"
+#include "src/halftone/halftone.h"
 #include "src/pipeline/renderer_selection.h"
 #include "src/raster/raster.h"
 
@@ -18,18 +17,15 @@ namespace {
 detail::StripeObserver stripeObserver = nullptr;
 void* stripeObserverContext = nullptr;
 
-// The widest row a dot plane takes: 640 bytes of dots (1,280 bytes of doubled dots at level 6).
-constexpr std::int64_t kMaxRowPixels = 5120;
-
 // Curve 6 of an 8-bit page is curve 5 through this map, which holds the identity.
 constexpr std::uint8_t GrayMap(int i) { return static_cast<std::uint8_t>(i); }
 
 void StartPage(DeviceState& state, int bitCount) {
   if (bitCount == 24) {
     std::int16_t purpose;
-    if (state.HalftoneMethod == 0 || state.HalftoneMethod == 2)
+    if (state.HalftoneMethod == 0 || state.HalftoneMethod == kHalftoneDiffusion)
       purpose = kLutPurposeDiffusion;
-    else if (state.HalftoneMethod == 1)
+    else if (state.HalftoneMethod == kHalftoneDither)
       purpose = kLutPurposeDither;
     else
       purpose = state.LutVariant ? kLutPurposeDiffusion : kLutPurposeDither;
@@ -42,18 +38,14 @@ void StartPage(DeviceState& state, int bitCount) {
     for (int i = 0; i < 256; ++i) band[i] = gray[GrayMap(i)];
   }
 
-  state.PageInProgress = 0;
   state.PaperPosition = 0;
   state.PhaseRow = 0;
   state.WeavePhase = 0;
-  state.StripeFlag = 1;
-  state.PageStartMark = 1;
-  state.FinalFlush = 0;
+  state.StripeFlag = kStripeFirst;
   const int passes = PassBufferCount(state.PrintMode);
   for (int i = 0; i < passes; ++i) {
     PassBuffer& pass = state.StripeBuffers[i];
     pass.RowsFilled = 0;
-    pass.PassMark = 720;
     pass.WritePos = pass.BufferStart;
   }
   state.PageInkSeen = 0;
@@ -72,11 +64,11 @@ bool BandFitsDevice(const DEVOBJ* devobj, const BITMAPINFOHEADER& header, const 
   if (header.biBitCount != 24 && header.biBitCount != 8 && header.biBitCount != 1) return false;
   if (header.biWidth <= 0 || header.biHeight <= 0 || params.ptOffset.x < 0 || params.ptOffset.y < 0) return false;
   const std::int64_t rowPixels = state->Landscape ? header.biHeight : header.biWidth;
-  return rowPixels <= static_cast<std::int64_t>(state->PageWidth) && rowPixels <= kMaxRowPixels;
+  return rowPixels <= static_cast<std::int64_t>(state->PageWidth) && rowPixels <= kPlaneDots;
 }
 
-int ProcessBand(DEVOBJ* devobj, const BYTE* bits, const BITMAPINFOHEADER* header, const BYTE*, DWORD,
-                const IPPARAMS* params, IPrintOemDriverUni* driver) {
+void ProcessBand(DEVOBJ* devobj, const BYTE* bits, const BITMAPINFOHEADER* header, const BYTE*, DWORD,
+                 const IPPARAMS* params, IPrintOemDriverUni* driver) {
   DeviceState& state = *StateOf(devobj);
   BandInfo band;
   band.Header = *header;
@@ -96,14 +88,11 @@ int ProcessBand(DEVOBJ* devobj, const BYTE* bits, const BITMAPINFOHEADER* header
     rowUnits = static_cast<std::uint16_t>(header->biHeight);
   else if (header->biBitCount == 1)
     rowUnits = (rowPixels + 7) / 8;
-  state.BandLeft = 0;
-  state.BandPixels = static_cast<std::uint16_t>(rowPixels);
   state.BandOffset = static_cast<std::uint32_t>(landscape ? offsetX : offsetY);
 
-  SelectBandRenderer(devobj, band, driver);
-  const BandRendererFn renderer = state.BandRenderer;
+  const BandRendererFn renderer = SelectBandRenderer(devobj, band, driver);
 
-  const int stripe = (state.PrintMode & kPrintModeLevelMask) < 6 ? 16 : 4;
+  const int stripe = PlaneLayoutOf(LevelOf(state.PrintMode)).StripeLines;
   int limit = lines;
   if (landscape && state.PageHeight <= static_cast<std::uint32_t>(offsetX + lines))
     limit = static_cast<int>(state.PageHeight) - offsetX;  // the band runs past the page: cut it
@@ -115,33 +104,21 @@ int ProcessBand(DEVOBJ* devobj, const BYTE* bits, const BITMAPINFOHEADER* header
     if (!params->bBlankBand && renderer)
       result = renderer(state, y, rowUnits, band, rows, 0, static_cast<std::int16_t>(rowPixels), params);
     const auto inkFlag = static_cast<std::int16_t>(result & 0xFFFF);
-    if (stripeObserver) stripeObserver(devobj, y, rows, inkFlag, stripeObserverContext);
+    if (stripeObserver) stripeObserver(devobj, band, y, rows, inkFlag, stripeObserverContext);
     EmitStripe(devobj, stripe, band, inkFlag, driver);
-    state.StripeFlag = 0;
-    state.PageInProgress = 1;
+    state.StripeFlag = kStripeLater;
     if (inkFlag != 0) {
       state.PageInkSeen |= static_cast<std::uint16_t>(inkFlag);
-      if (!landscape) {
-        if (header->biBitCount == 24 && state.ActiveHalftone == 1 && (state.PrintMode & kPrintModeLevelMask) < 6) {
-          std::memset(state.PlaneBuffer[0], 0, kPlaneBufferBytes);
-          std::memset(state.PlaneBuffer[1], 0, kPlaneBufferBytes);
-        }
-      } else {
-        std::memset(state.PlaneBuffer[0], 0, kPlaneBufferBytes);
-      }
+      ClearPlanesAfterInkedStripe(state, header->biBitCount);
     }
   }
 
   const int end = limit + (landscape ? offsetX : offsetY);
   if (end >= 0 && static_cast<std::uint32_t>(end) == state.PageHeight) {
-    state.StripeFlag = 2;
-    state.FinalFlush = 1;
+    state.StripeFlag = kStripeFinal;
     EmitStripe(devobj, 0, band, 1, driver);
-    state.StripeFlag = 1;
-    state.PageInProgress = 0;
-    state.FinalFlush = 0;
+    state.StripeFlag = kStripeFirst;
   }
-  return 1;
 }
 
 }  // namespace inkweave

@@ -7,7 +7,6 @@
 #include "src/pipeline/renderer_selection.h"
 
 #include "src/commands/command_writer.h"
-#include "src/halftone/halftone.h"
 
 namespace inkweave {
 namespace {
@@ -28,17 +27,17 @@ constexpr RendererPair kDiffuseTop{&DiffuseTopPortrait, &DiffuseTopLandscape};
 bool IsFlagged(std::uint8_t printMode) { return printMode >= kPrintModeFlag; }
 
 const RendererPair* ChoosePair(std::uint8_t activeHalftone, std::uint8_t printMode, int bitCount) {
-  const int code = printMode & kPrintModeLevelMask;
+  const int level = LevelOf(printMode);
   const bool flagged = IsFlagged(printMode);
-  if (activeHalftone == 1) {
-    if (!flagged && code == 6) return &kDiffuseTop;
+  if (activeHalftone == kHalftoneDither) {
+    if (!flagged && level == kLevelHigh) return &kDiffuseTop;
     return bitCount == 24 ? &kDitherColor : &kDitherGray;
   }
-  if (activeHalftone == 2) {
-    if (code == 6) return &kDiffuseTop;
-    if (!flagged || code == 1) return &kDiffuseLow;
-    if (code == 4 || code == 5) return &kDiffuseHigh;
-    return &kDiffuseMid;  // codes 0, 2, 3 and 7 to 15
+  if (activeHalftone == kHalftoneDiffusion) {
+    if (level == kLevelHigh) return &kDiffuseTop;
+    if (!flagged || level == kLevel150) return &kDiffuseLow;
+    if (level == kLevel600 || level == 5) return &kDiffuseHigh;
+    return &kDiffuseMid;  // levels 0, 2, 3 and 7 to 15
   }
   return nullptr;
 }
@@ -51,33 +50,35 @@ BandRendererFn ChooseBandRenderer(std::uint8_t activeHalftone, std::uint8_t prin
   return landscape ? pair->landscape : pair->portrait;
 }
 
-void SelectBandRenderer(DEVOBJ* devobj, const BandInfo& band, IPrintOemDriverUni* driver) {
+BandRendererFn SelectBandRenderer(DEVOBJ* devobj, const BandInfo& band, IPrintOemDriverUni* driver) {
   DeviceState& state = *StateOf(devobj);
 
   // The halftone method in force.
-  if (state.HalftoneMethod == 1) {
-    state.ActiveHalftone = 1;
-  } else if (state.HalftoneMethod == 2) {
-    state.ActiveHalftone = 2;
-    const int code = state.PrintMode & kPrintModeLevelMask;
-    if (code != 1 && code < 6) {
+  if (state.HalftoneMethod == kHalftoneDither) {
+    state.ActiveHalftone = kHalftoneDither;
+  } else if (state.HalftoneMethod == kHalftoneDiffusion) {
+    state.ActiveHalftone = kHalftoneDiffusion;
+    const int level = LevelOf(state.PrintMode);
+    if (level != kLevel150 && level < kLevelHigh) {
       state.PrintMode |= kPrintModeFlag;
       WriteInkMode(devobj, driver);  // sent again on every band for which this holds
     }
   }
 
   // The renderer; dither at an unflagged level 6 becomes error diffusion.
-  const int code = state.PrintMode & kPrintModeLevelMask;
-  if (state.ActiveHalftone == 1 && !IsFlagged(state.PrintMode) && code == 6) state.ActiveHalftone = 2;
-  state.BandRenderer =
+  const int level = LevelOf(state.PrintMode);
+  if (state.ActiveHalftone == kHalftoneDither && !IsFlagged(state.PrintMode) && level == kLevelHigh)
+    state.ActiveHalftone = kHalftoneDiffusion;
+  const BandRendererFn renderer =
       ChooseBandRenderer(state.ActiveHalftone, state.PrintMode, band.Header.biBitCount, state.Landscape != 0);
 
   // Seeding while the page has no dot yet.
   if (state.PageInkSeen == 0) {
     int width = state.Landscape ? band.Header.biHeight : band.Header.biWidth;
-    if (code >= 6) width *= 2;
-    if (state.ActiveHalftone == 2) SeedDiffusionLines(state, 4, width);
+    if (level >= kLevelHigh) width *= 2;
+    if (state.ActiveHalftone == kHalftoneDiffusion) SeedDiffusionLines(state, 4, width);
   }
+  return renderer;
 }
 
 }  // namespace inkweave

@@ -133,7 +133,10 @@ HRESULT RenderPlugin::EnablePDEV(IPrintOemUni*, DEVOBJ* devobj, WCHAR*, ULONG, v
   return EnableDevice(devobj, gdiInfo, outDeviceState);
 }
 
-HRESULT RenderPlugin::DisablePDEV(IPrintOemUni*, DEVOBJ* devobj) { return DisableDevice(devobj); }
+HRESULT RenderPlugin::DisablePDEV(IPrintOemUni*, DEVOBJ* devobj) {
+  DisableDevice(devobj);
+  return S_OK;
+}
 
 HRESULT RenderPlugin::PublishDriverInterface(IPrintOemUni* self, IUnknown* driver) {
   RenderPlugin* plugin = From(self);
@@ -155,7 +158,8 @@ HRESULT RenderPlugin::GetImplementedMethod(IPrintOemUni*, char* name) {
 }
 
 HRESULT RenderPlugin::CommandCallback(IPrintOemUni* self, DEVOBJ* devobj, DWORD callbackId, DWORD count, DWORD*, INT*) {
-  return HandleCommand(devobj, callbackId, count, From(self)->driver_) ? S_OK : E_FAIL;
+  HandleCommand(devobj, callbackId, count, From(self)->driver_);
+  return S_OK;
 }
 
 HRESULT RenderPlugin::ImageProcessing(IPrintOemUni* self, DEVOBJ* devobj, BYTE* bits, BITMAPINFOHEADER* header,
@@ -165,7 +169,7 @@ HRESULT RenderPlugin::ImageProcessing(IPrintOemUni* self, DEVOBJ* devobj, BYTE* 
   RenderPlugin* plugin = From(self);
   // A band the plug-in cannot read is refused rather than guessed at.
   if (!bits || !header || !params || !plugin->driver_ || !BandFitsDevice(devobj, *header, *params)) return E_FAIL;
-  (void)ProcessBand(devobj, bits, header, colorTable, callbackId, params, plugin->driver_);
+  ProcessBand(devobj, bits, header, colorTable, callbackId, params, plugin->driver_);
   if (result) *result = reinterpret_cast<BYTE*>(std::uintptr_t{1});  // consumed; no bitmap comes back
   return S_OK;
 }

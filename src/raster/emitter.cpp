@@ -15,6 +15,7 @@
 #include "src/commands/command_writer.h"
 #include "src/commands/printer_commands.h"
 #include "src/device/device_state.h"
+#include "src/device/plane_geometry.h"
 #include "src/raster/raster.h"
 #include "src/raster/row_records.h"
 #include "src/raster/weave.h"
@@ -22,12 +23,8 @@
 namespace inkweave {
 namespace {
 
-constexpr std::uint16_t kPlaneStride = 640;       // bytes per plane, modes 1..5
-constexpr std::uint16_t kPlaneStrideHigh = 1280;  // bytes per plane, modes 6 and up
-constexpr std::uint16_t kMaxRowWidth = 1280;      // bytes
-constexpr int kStripeRows = 16;
-constexpr int kStripeRowsHigh = 8;
-constexpr std::uint16_t kColorPlaneOrder[4] = {3, 2, 0, 1};
+// The planes of a colour row in the order they are sent.
+constexpr std::uint16_t kColorPlaneOrder[4] = {kBlackPlane, kYellowPlane, kCyanPlane, kMagentaPlane};
 constexpr std::uint8_t kBlankColorRow[4] = {kBlankMarker, kBlankMarker, kBlankMarker, kBlankMarker};
 
 // What one call works with.
@@ -46,16 +43,16 @@ struct Stripe {
 void WriteFeed(Stripe& s, std::uint16_t amount) {
   const std::uint8_t command[3] = {'F', static_cast<std::uint8_t>(amount & 0xFF),
                                    static_cast<std::uint8_t>(amount >> 8)};
-  (void)WriteBytes(s.Devobj, command, 3, s.Driver);
+  WriteBytes(s.Devobj, command, 3, s.Driver);
 }
 
 void WritePass(Stripe& s, const PassBuffer& pass) {
-  (void)WriteBytes(s.Devobj, pass.BufferStart, static_cast<std::uint32_t>(pass.WritePos - pass.BufferStart), s.Driver);
+  WriteBytes(s.Devobj, pass.BufferStart, static_cast<std::uint32_t>(pass.WritePos - pass.BufferStart), s.Driver);
 }
 
 // Blank rows written straight to the stream, one write each.
 void WriteBlankRows(Stripe& s, int rows) {
-  for (int i = 0; i < rows; ++i) (void)WriteBytes(s.Devobj, kBlankColorRow, s.Color ? 4 : 1, s.Driver);
+  for (int i = 0; i < rows; ++i) WriteBytes(s.Devobj, kBlankColorRow, s.Color ? 4 : 1, s.Driver);
 }
 
 void AppendBlankMarkers(Stripe& s, PassBuffer& pass, int count) {
@@ -88,7 +85,7 @@ void FlushPass(Stripe& s, PassBuffer& pass, std::uint16_t feed) {
 
 void TopOfPageFeed(Stripe& s, const BandInfo& band) {
   DeviceState& state = s.State;
-  if (!(state.StripeFlag == 1 || !state.StripeBuffers[0].BufferStart) || state.BandOffset == 0) return;
+  if (!(state.StripeFlag == kStripeFirst || !state.StripeBuffers[0].BufferStart) || state.BandOffset == 0) return;
   // Band height (portrait) times the row pitch in 1/400 in times the band offset, computed in the
   // 32-bit arithmetic of the feed counter and divided with truncation.
   std::uint32_t value = static_cast<std::uint32_t>(state.Landscape ? band.Header.biWidth : band.Header.biHeight);
@@ -104,17 +101,15 @@ void TopOfPageFeed(Stripe& s, const BandInfo& band) {
   state.PaperPosition = static_cast<std::uint16_t>(position);
 }
 
+// The bit depth of an inked stripe: one bit a dot under dither, at level 6 and up and at 150 dpi,
+// else two; "I" goes out only when the code changes.
 void ChooseBitDepth(Stripe& s, int mode, std::int16_t inkFlag) {
   DeviceState& state = s.State;
   if (inkFlag != 0) {
-    const bool oneBit = state.ActiveHalftone == 1 || mode >= 6 || mode < 2;
+    const bool oneBit = state.ActiveHalftone == kHalftoneDither || mode >= kLevelHigh || mode < kLevel300;
     const std::uint8_t wanted = oneBit ? (s.Color ? kInkModeColorOneBit : kInkModeMonoOneBit)
                                        : (s.Color ? kInkModeColorTwoBit : kInkModeMonoTwoBit);
-    if (wanted != state.InkModeCode) {
-      const std::uint8_t command[2] = {'I', wanted};
-      (void)WriteBytes(s.Devobj, command, 2, s.Driver);
-      state.InkModeCode = wanted;
-    }
+    if (wanted != state.InkModeCode) WriteInkModeCode(s.Devobj, wanted, s.Driver);
   }
   s.TwoBit = state.InkModeCode >= kInkModeMonoTwoBit;
 }
@@ -122,7 +117,7 @@ void ChooseBitDepth(Stripe& s, int mode, std::int16_t inkFlag) {
 // Modes 2..6: rows by the weave map; a pass goes out when its phase ends.
 void WeaveRows(Stripe& s, const WeaveMode& weave, int mode, int rows) {
   DeviceState& state = s.State;
-  const bool firstStripe = mode >= 6 ? (state.StripeFlag & 1) != 0 : state.StripeFlag == 1;
+  const bool firstStripe = mode >= kLevelHigh ? (state.StripeFlag & 1) != 0 : state.StripeFlag == kStripeFirst;
   if (firstStripe) {
     state.PhaseRow = 0;
     state.WeavePhase = 0;
@@ -156,7 +151,7 @@ void WeaveRows(Stripe& s, const WeaveMode& weave, int mode, int rows) {
 void ModeOneRows(Stripe& s, int rows) {
   DeviceState& state = s.State;
   bool pageFirstRow = false;
-  if (state.StripeFlag == 1) {
+  if (state.StripeFlag == kStripeFirst) {
     state.WeavePhase = 0;
     state.PhaseRow = 0;
     state.CurrentPass = 0;
@@ -199,7 +194,7 @@ void EndPageModeOne(Stripe& s) {
   }
   int padding = 0;
   int feed = kModeOneFeed;
-  if (state.FinalFlush == 1) {
+  if (FinalFlush(state)) {
     const ShortPass last = ShortenLastPass(kWeaveModeTable[1], 0, pass.RowsFilled, 0);
     padding = last.Padding;
     feed = last.Feed;
@@ -222,7 +217,7 @@ void EndPageWoven(Stripe& s, const WeaveMode& weave, int mode) {
     PassBuffer& pass = state.StripeBuffers[weave.PassOfPhase[phase]];
     int feed = weave.Feed[phase];
     int padding = 0;
-    if (state.FinalFlush == 1) {
+    if (FinalFlush(state)) {
       const ShortPass last = ShortenLastPass(weave, phase, pass.RowsFilled, shift);
       padding = last.Padding;
       feed = last.Feed;
@@ -250,29 +245,27 @@ void EmitStripe(DEVOBJ* devobj, int stripeHeight, const BandInfo& band, std::int
                 IPrintOemDriverUni* driver) {
   DeviceState* state = StateOf(devobj);
   if (!state || !driver) return;
-  const int mode = state->PrintMode & kPrintModeLevelMask;
-  const bool high = mode >= 6;
+  const int mode = LevelOf(state->PrintMode);
+  const PlaneLayout layout = PlaneLayoutOf(mode);
 
-  // Plane stride and row width: the line's pixels rounded up to an even number of bytes.
+  // Plane stride and row width (plane_geometry.h); monochrome pages read plane 3 alone.
+  const std::int32_t linePixels = state->Landscape ? band.Header.biHeight : band.Header.biWidth;
   Stripe s{devobj,
            driver,
            *state,
-           state->ColorMode == 2,
+           state->ColorMode == DMCOLOR_COLOR,
            false,
-           high ? kPlaneStrideHigh : kPlaneStride,
-           0,
+           static_cast<std::uint16_t>(layout.PlaneBytes),
+           static_cast<std::uint16_t>(PlaneRowBytes(mode, linePixels)),
            {state->PlaneBuffer[0], state->PlaneBuffer[1]},
            MakeRowContext(*state, inkFlag)};
-  const std::int32_t linePixels = state->Landscape ? band.Header.biHeight : band.Header.biWidth;
-  std::int32_t width = ((linePixels + 15) / 8) & ~1;
-  if (high) width *= 2;
-  s.Width = static_cast<std::uint16_t>(std::clamp<std::int32_t>(width, 0, kMaxRowWidth));
   if (!s.Color)
     for (const std::uint8_t*& plane : s.Planes)
-      if (plane) plane += 3 * static_cast<std::size_t>(s.Stride);
+      if (plane) plane += kBlackPlane * static_cast<std::size_t>(s.Stride);
 
-  const int fullStripe = high ? kStripeRowsHigh : kStripeRows;
-  const int rows = std::clamp(high ? 2 * stripeHeight : stripeHeight, 0, fullStripe);
+  // A stripe of 4 source lines at level 6 and up is 8 output rows.
+  const int fullStripe = layout.OutputLines;
+  const int rows = std::clamp(stripeHeight * layout.Scale, 0, fullStripe);
 
   TopOfPageFeed(s, band);
   ChooseBitDepth(s, mode, inkFlag);
@@ -280,13 +273,13 @@ void EmitStripe(DEVOBJ* devobj, int stripeHeight, const BandInfo& band, std::int
   const WeaveMode* weave = FindWeaveMode(state->PrintMode);
   if (!weave) return;
   if (rows > 0 && (!s.Planes[0] || (s.TwoBit && !s.Planes[1]))) return;  // no planes to read
-  if (mode == 1)
+  if (mode == kLevel150)
     ModeOneRows(s, rows);
   else
     WeaveRows(s, *weave, mode, rows);
 
-  if (rows == fullStripe && state->StripeFlag != 2) return;
-  if (mode == 1)
+  if (rows == fullStripe && !FinalFlush(*state)) return;
+  if (mode == kLevel150)
     EndPageModeOne(s);
   else
     EndPageWoven(s, *weave, mode);

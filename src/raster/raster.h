@@ -5,7 +5,7 @@
 #include <cstdint>
 
 #include "platform/platform.h"
-#include "src/pipeline/band_info.h"
+#include "src/device/band_info.h"
 
 namespace inkweave {
 

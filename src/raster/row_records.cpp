@@ -11,13 +11,14 @@
 #include <array>
 #include <cstring>
 
+#include "src/device/plane_geometry.h"
 #include "src/raster/coders.h"
 
 namespace inkweave {
 namespace {
 
-constexpr std::uint16_t kMaxRowBytes = 1280;    // widest plane row the emitter hands over
-constexpr std::uint32_t kBlankOnlyBytes = 428;  // above the largest pass of blank markers (106 x "ZZZZ")
+constexpr std::uint16_t kMaxRowBytes = kPlaneBytesHigh;  // widest plane row the emitter hands over
+constexpr std::uint32_t kBlankOnlyBytes = 428;           // above the largest pass of blank markers (106 x "ZZZZ")
 
 // Byte to two bytes with every dot doubled: entry v is the widened nibble v.
 constexpr std::array<std::uint8_t, 16> kWidenedNibble = [] {
@@ -31,7 +32,8 @@ constexpr std::array<std::uint8_t, 16> kWidenedNibble = [] {
   return table;
 }();
 
-bool Widens(std::uint8_t printMode) { return (printMode & 0xCF) == 1; }  // 1, 17, 33, 49
+// Level 1 with any of the monochrome and flag bits: 1, 17, 33, 49.
+bool Widens(std::uint8_t printMode) { return (printMode & ~(kPrintModeMonochrome | kPrintModeFlag)) == kLevel150; }
 
 // True when the row has no dot; scans from the row's end and stops at the first non-zero byte.
 bool IsBlankRow(const std::uint8_t* row, std::uint16_t width) {
@@ -105,8 +107,6 @@ void EncodeRow(PassBuffer& pass, const std::uint8_t* row, std::uint16_t width, c
     row = context.ScratchBuffer;
     length = static_cast<std::uint16_t>(2 * cut);
   }
-  if (pass.PassMark > 0) pass.PassMark = 0;
-
   if (context.CompressionMethod == 0) {
     PutHeader(pass, length);
     PutRaw(pass, row, length, context);
@@ -174,17 +174,16 @@ void AppendMirrored(PassBuffer& pass, const std::uint8_t* bytes, std::uint16_t c
   for (std::uint16_t i = count; i > 0; --i) *pass.WritePos++ = ReverseBits(bytes[i - 1]);
 }
 
-int PassHasInk(const PassBuffer& pass) {
-  if (pass.WritePos == pass.BufferStart) return 0;
-  if (static_cast<std::size_t>(pass.WritePos - pass.BufferStart) > kBlankOnlyBytes) return 1;
+bool PassHasInk(const PassBuffer& pass) {
+  if (pass.WritePos == pass.BufferStart) return false;
+  if (static_cast<std::size_t>(pass.WritePos - pass.BufferStart) > kBlankOnlyBytes) return true;
   for (const std::uint8_t* p = pass.WritePos; p != pass.BufferStart;)
-    if (*--p != kBlankMarker) return 1;
-  return 0;
+    if (*--p != kBlankMarker) return true;
+  return false;
 }
 
 void EmptyPass(PassBuffer& pass) {
   pass.RowsFilled = 0;
-  pass.PassMark = 0;
   pass.WritePos = pass.BufferStart;
 }
 

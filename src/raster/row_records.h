@@ -28,7 +28,7 @@ struct RowContext {
 };
 
 // The context of a stripe from the device state.
-RowContext MakeRowContext(const DeviceState& state, std::int16_t stripeValue);
+[[nodiscard]] RowContext MakeRowContext(const DeviceState& state, std::int16_t stripeValue);
 
 // Appends the record of one one-bit plane row of width bytes.
 void EncodeRow(PassBuffer& pass, const std::uint8_t* row, std::uint16_t width, const RowContext& context);
@@ -44,8 +44,8 @@ void AppendToPass(PassBuffer& pass, const std::uint8_t* bytes, std::uint16_t cou
 // Appends the bytes from the last to the first, each with its bits reversed (same bound).
 void AppendMirrored(PassBuffer& pass, const std::uint8_t* bytes, std::uint16_t count);
 
-// 1 when the pass holds anything but blank markers, else 0.
-int PassHasInk(const PassBuffer& pass);
+// Whether the pass holds anything but blank markers.
+[[nodiscard]] bool PassHasInk(const PassBuffer& pass);
 
 // Empties a pass after its flush.
 void EmptyPass(PassBuffer& pass);

@@ -8,6 +8,7 @@
 #include <random>
 
 #include "src/data/tables.h"
+#include "src/device/plane_geometry.h"
 #include "src/halftone/diffusion.h"
 #include "src/halftone/halftone.h"
 #include "tests/diffusion/diffusion_support.h"
@@ -127,10 +128,11 @@ TEST(DiffuseLow, LeftToRightLinesLeaveTheirPartialLastByteUnstored) {
   auto band = MakeBand(13, 16, testing::Flat(0, 0, 0));  // black: every black dot set
   ASSERT_EQ(RenderStripe(&DiffuseLowPortrait, *d, *band, false, 0, 16, 0), 1u);
   for (int l = 0; l < 16; ++l) {
-    const std::uint8_t* black = &d->Planes[0][2560 * l + 1920];
+    const std::uint8_t* black = &d->Planes[0][kLineBytes * l + kBlackPlane * kPlaneBytes];
     EXPECT_EQ(black[0], 0xFF);
     EXPECT_EQ(black[1], l % 2 == 0 ? 0xA5 : 0xF8) << "line " << l;  // right-to-left lines store it
-    EXPECT_EQ(d->Planes[0][2560 * l + 1], l % 2 == 0 ? 0xA5 : 0x00) << "cyan, line " << l;
+    EXPECT_EQ(d->Planes[0][kLineBytes * l + kCyanPlane * kPlaneBytes + 1], l % 2 == 0 ? 0xA5 : 0x00)
+        << "cyan, line " << l;
   }
 }
 
@@ -199,7 +201,7 @@ TEST(DiffuseLow, YellowStaysBelowTheCapTakenFromBlack) {
   for (int y = 0; y < 64; y += 16) {
     RenderStripe(&DiffuseLowPortrait, *d, *band, false, y, 16, 0);
     for (int l = 0; l < 16; ++l) {
-      for (int b = 0; b < 32; ++b) dots += std::popcount(d->Planes[0][2560 * l + 1280 + b]);
+      for (int b = 0; b < 32; ++b) dots += std::popcount(d->Planes[0][kLineBytes * l + kYellowPlane * kPlaneBytes + b]);
     }
   }
   const double density = dots / (64.0 * 256.0);

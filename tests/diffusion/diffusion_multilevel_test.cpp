@@ -8,6 +8,7 @@
 #include <random>
 
 #include "src/data/tables.h"
+#include "src/device/plane_geometry.h"
 #include "src/halftone/halftone.h"
 #include "tests/diffusion/diffusion_support.h"
 #include "tests/reference/diffusion_reference.h"
@@ -86,9 +87,11 @@ TEST(DiffuseMultiLevel, AmountsZeroAndFullIgnoreTheError) {
       EXPECT_EQ(RenderStripe(pair.Portrait, *d, *black, false, 0, 16, 0), 1u);
       for (int l = 0; l < 16; ++l) {
         for (int b = 0; b < 8; ++b) {
-          ASSERT_EQ(d->Planes[0][2560 * l + 1920 + b], 0xFF) << pair.Name;
-          ASSERT_EQ(d->Planes[1][2560 * l + 1920 + b], pair.Kind == MultiKind::Mid ? 0xFF : 0x00) << pair.Name;
-          ASSERT_EQ(d->Planes[0][2560 * l + b] | d->Planes[1][2560 * l + b], 0) << pair.Name << " cyan";
+          const int blackByte = kLineBytes * l + kBlackPlane * kPlaneBytes + b;
+          const int cyanByte = kLineBytes * l + kCyanPlane * kPlaneBytes + b;
+          ASSERT_EQ(d->Planes[0][blackByte], 0xFF) << pair.Name;
+          ASSERT_EQ(d->Planes[1][blackByte], pair.Kind == MultiKind::Mid ? 0xFF : 0x00) << pair.Name;
+          ASSERT_EQ(d->Planes[0][cyanByte] | d->Planes[1][cyanByte], 0) << pair.Name << " cyan";
         }
       }
       auto white = MakeBand(64, 16, testing::Flat(255, 255, 255));
@@ -110,7 +113,7 @@ TEST(DiffuseMultiLevel, StripesContinueThroughScanParity) {
     testing::CopyDiffusionState(*one, *two);
     RenderStripe(pair.Portrait, *one, *band, false, 0, pair.StripeLines, 0);
     RenderStripe(pair.Portrait, *two, *band, false, 0, half, 0);
-    const int lineBytes = pair.Kind == MultiKind::Top ? 5120 : 2560;
+    const int lineBytes = pair.Kind == MultiKind::Top ? kLineBytesHigh : kLineBytes;
     const int outHalf = half * (pair.Kind == MultiKind::Top ? 2 : 1);
     const std::vector<std::uint8_t> firstHalf(two->Planes[0].begin(), two->Planes[0].begin() + outHalf * lineBytes);
     RenderStripe(pair.Portrait, *two, *band, false, half, half, 0);
@@ -147,7 +150,7 @@ TEST(DiffuseMultiLevel, PartialBytesAreStoredAndGuardsCleared) {
     RenderStripe(pair.Portrait, *d, *band, false, 0, pair.StripeLines, 0);
     const int scale = pair.Kind == MultiKind::Top ? 2 : 1;
     const int dots = 13 * scale;
-    const int planeBytes = 640 * scale;
+    const int planeBytes = kPlaneBytes * scale;
     const int outputLines = pair.StripeLines * scale;
     for (int l = 0; l <= outputLines; ++l) {
       for (int ink = 0; ink < 4; ++ink) {

@@ -1,5 +1,5 @@
 // A device and bands for the diffusion tests, allocated as the device allocates them: four error
-// lines of exactly 4 W + 16 bytes (W doubled at 600 dpi), two plane buffers of 0x1E000 bytes, seven
+// lines of exactly 4 W + 16 bytes (W doubled at 600 dpi), two plane buffers of kPlaneBufferBytes, seven
 // identity tone curves, and bands whose pixel block ends at the last row's stride.
 #pragma once
 
@@ -10,9 +10,10 @@
 #include <random>
 #include <vector>
 
+#include "src/device/band_info.h"
 #include "src/device/device_state.h"
+#include "src/device/plane_geometry.h"
 #include "src/halftone/halftone.h"
-#include "src/pipeline/band_info.h"
 
 namespace inkweave::testing {
 

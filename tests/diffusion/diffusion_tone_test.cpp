@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <vector>
 
+#include "src/device/plane_geometry.h"
 #include "src/halftone/halftone.h"
 #include "tests/diffusion/diffusion_support.h"
 
@@ -38,7 +39,7 @@ Response Measure(BandRendererFn renderer, std::uint8_t printMode, int stripeLine
   auto band = MakeBand(kAcross, kLines, testing::Flat(gray, gray, gray));
   SeedDiffusionLines(d->State, 4, kAcross * scale);
   const int dots = kAcross * scale;
-  const int planeBytes = 640 * scale;
+  const int planeBytes = kPlaneBytes * scale;
   long counts[3] = {0, 0, 0};
   long positions = 0;
   for (int y = 0; y < kLines; y += stripeLines) {

@@ -18,16 +18,19 @@
 
 #include "src/color/color.h"
 #include "src/data/tables.h"
+#include "src/device/band_info.h"
 #include "src/device/device_state.h"
+#include "src/device/plane_geometry.h"
 #include "src/halftone/halftone.h"
-#include "src/pipeline/band_info.h"
 #include "tests/reference/dither_reference.h"
 
 namespace inkweave {
 namespace {
 
-constexpr std::size_t kLine = 2560;
-constexpr std::size_t kMagenta = 640, kYellow = 1280, kBlack = 1920;
+// The line stride and the byte offsets of the planes below level 6.
+constexpr std::size_t kLine = kLineBytes;
+constexpr std::size_t kPlane = kPlaneBytes;
+constexpr std::size_t kMagenta = kMagentaPlane * kPlane, kYellow = kYellowPlane * kPlane, kBlack = kBlackPlane * kPlane;
 
 bool Dot(const std::vector<std::uint8_t>& planes, std::size_t line, std::size_t plane, int x) {
   return (planes[kLine * line + plane + static_cast<std::size_t>(x) / 8] & (0x80 >> (x % 8))) != 0;
@@ -185,8 +188,8 @@ void CompareWithReference(bool colour, bool landscape, Rig& rig, const Band& ban
   const auto mismatch = std::mismatch(rig.planes.begin(), rig.planes.end(), expected.begin());
   if (mismatch.first != rig.planes.end()) {
     const auto at = static_cast<std::size_t>(mismatch.first - rig.planes.begin());
-    ADD_FAILURE() << "first differing byte " << at << ": line " << at / kLine << ", plane " << at % kLine / 640
-                  << ", byte " << at % 640 << ": got 0x" << std::hex << int{*mismatch.first} << ", expected 0x"
+    ADD_FAILURE() << "first differing byte " << at << ": line " << at / kLine << ", plane " << at % kLine / kPlane
+                  << ", byte " << at % kPlane << ": got 0x" << std::hex << int{*mismatch.first} << ", expected 0x"
                   << int{*mismatch.second};
   }
 }
@@ -316,8 +319,8 @@ TEST(DitherColor, Width2400LeavesTheNextLineItsOwnDots) {
       ASSERT_EQ(Dot(rig.planes, line, kMagenta, x), ink[1] && !black) << "line " << line << " x " << x;
       ASSERT_EQ(Dot(rig.planes, line, kYellow, x), ink[2] && !black) << "line " << line << " x " << x;
     }
-    for (std::size_t plane = 0; plane < kLine; plane += 640) {  // the 40 bytes past 2400 dots
-      for (std::size_t i = 300; i < 640; ++i) ASSERT_EQ(rig.planes[kLine * line + plane + i], 0);
+    for (std::size_t plane = 0; plane < kLine; plane += kPlane) {  // the 40 bytes past 2400 dots
+      for (std::size_t i = 300; i < kPlane; ++i) ASSERT_EQ(rig.planes[kLine * line + plane + i], 0);
     }
   }
   EXPECT_TRUE(std::all_of(rig.planes.begin() + 2 * kLine, rig.planes.end(), [](std::uint8_t b) { return b == 0; }));

@@ -140,16 +140,17 @@ struct Observation {
   std::vector<EmittedPage> pages;
 };
 
-void ObserveStripe(const DEVOBJ* devobj, int, int, std::int16_t inkFlag, void* context) {
+void ObserveStripe(const DEVOBJ* devobj, const BandInfo& band, int, int, std::int16_t inkFlag, void* context) {
   auto& observation = *static_cast<Observation*>(context);
   const DeviceState& state = *StateOf(devobj);
-  if (state.StripeFlag == 1) observation.pages.emplace_back();
+  if (state.StripeFlag == kStripeFirst) observation.pages.emplace_back();
   EmittedPage& page = observation.pages.back();
-  const int mode = state.PrintMode & 0x0F;
-  const int stride = testing::PlaneStride(state.PrintMode);
-  page.rowBytes = testing::RowWidthBytes(state.PrintMode, state.BandPixels);
-  page.color = state.ColorMode == 2;
-  const int rows = mode >= 6 ? 8 : 16;
+  const int mode = LevelOf(state.PrintMode);
+  const PlaneLayout layout = PlaneLayoutOf(mode);
+  const int stride = layout.PlaneBytes;
+  page.rowBytes = PlaneRowBytes(mode, state.Landscape ? band.Header.biHeight : band.Header.biWidth);
+  page.color = state.ColorMode == DMCOLOR_COLOR;
+  const int rows = layout.OutputLines;
   // The depth the emitter will use for this stripe.
   bool twoBit;
   if (inkFlag != 0)

@@ -60,7 +60,7 @@ void BuildToneCurves(DeviceState& state) {
 
 void EmitStripe(DEVOBJ* devobj, int stripeHeight, const BandInfo&, std::int16_t inkFlag, IPrintOemDriverUni*) {
   const DeviceState& state = *StateOf(devobj);
-  fakes::Calls().Emits.push_back({stripeHeight, inkFlag, state.StripeFlag, state.FinalFlush, state.PlaneBuffer[0][0]});
+  fakes::Calls().Emits.push_back({stripeHeight, inkFlag, state.StripeFlag, state.PlaneBuffer[0][0]});
 }
 
 }  // namespace inkweave

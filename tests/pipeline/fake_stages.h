@@ -22,8 +22,7 @@ struct RendererCall {
 struct EmitCall {
   int StripeHeight;
   std::int16_t InkFlag;
-  std::uint16_t StripeFlag;  // as the emitter saw it
-  std::uint32_t FinalFlush;
+  std::uint16_t StripeFlag;     // as the emitter saw it
   std::uint8_t FirstPlaneByte;  // PlaneBuffer[0][0] when the emitter ran
 };
 

@@ -62,6 +62,7 @@ struct Selection {
   DEVOBJ devobj{};
   host::SpoolService spool;
   BandInfo band{};
+  BandRendererFn chosen = nullptr;  // what the last selection answered
   Selection(std::uint8_t halftone, std::uint8_t mode, bool landscape = false) {
     fakes::Reset();
     state.HalftoneMethod = halftone;
@@ -72,7 +73,7 @@ struct Selection {
     band.Header.biHeight = 48;
     band.Header.biBitCount = 24;
   }
-  void Select() { SelectBandRenderer(&devobj, band, spool.Interface()); }
+  void Select() { chosen = SelectBandRenderer(&devobj, band, spool.Interface()); }
 };
 
 TEST(RendererSelection, DiffusionAt150KeepsTheModeUnflagged) {
@@ -80,7 +81,7 @@ TEST(RendererSelection, DiffusionAt150KeepsTheModeUnflagged) {
   s.Select();
   EXPECT_EQ(s.state.PrintMode, 1);
   EXPECT_TRUE(s.spool.Writes().empty());
-  EXPECT_EQ(s.state.BandRenderer, &DiffuseLowPortrait);
+  EXPECT_EQ(s.chosen, &DiffuseLowPortrait);
   EXPECT_EQ(s.state.ActiveHalftone, 2);
 }
 
@@ -92,7 +93,7 @@ TEST(RendererSelection, DiffusionFlagsTheModeAndSendsTheInkModeOnEveryBand) {
     ASSERT_EQ(s.spool.Writes().size(), 1u);
     EXPECT_EQ(s.spool.Writes()[0].Bytes, Hex("49 31"));
     EXPECT_EQ(s.state.InkModeCode, 0x31);
-    EXPECT_EQ(s.state.BandRenderer, level == 2 ? &DiffuseMidPortrait : &DiffuseHighPortrait);
+    EXPECT_EQ(s.chosen, level == 2 ? &DiffuseMidPortrait : &DiffuseHighPortrait);
     s.Select();
     EXPECT_EQ(s.spool.Writes().size(), 2u) << "sent again although the flag is already set";
   }
@@ -100,14 +101,14 @@ TEST(RendererSelection, DiffusionFlagsTheModeAndSendsTheInkModeOnEveryBand) {
   mono.Select();
   EXPECT_EQ(mono.state.PrintMode, 50);
   EXPECT_EQ(mono.spool.Writes()[0].Bytes, Hex("49 30"));
-  EXPECT_EQ(mono.state.BandRenderer, &DiffuseMidPortrait);
+  EXPECT_EQ(mono.chosen, &DiffuseMidPortrait);
 }
 
 TEST(RendererSelection, DitherAtLevelSixBecomesDiffusionAndSeedsDoubleWidth) {
   Selection s(1, 6, /*landscape=*/true);
   s.Select();
   EXPECT_EQ(s.state.ActiveHalftone, 2);
-  EXPECT_EQ(s.state.BandRenderer, &DiffuseTopLandscape);
+  EXPECT_EQ(s.chosen, &DiffuseTopLandscape);
   ASSERT_EQ(fakes::Calls().Seeds.size(), 1u);
   EXPECT_EQ(fakes::Calls().Seeds[0].Width, 2 * 48) << "landscape scans across the band's height, doubled";
   EXPECT_EQ(fakes::Calls().Seeds[0].Count, 4);
@@ -129,7 +130,7 @@ TEST(RendererSelection, SeedingOnlyUnderDiffusionAndWhileThePageHasNoDot) {
   Selection dither(1, 2);
   dither.Select();
   EXPECT_TRUE(fakes::Calls().Seeds.empty());
-  EXPECT_EQ(dither.state.BandRenderer, &DitherColorPortrait);
+  EXPECT_EQ(dither.chosen, &DitherColorPortrait);
 }
 
 TEST(RendererSelection, OtherHalftoneValuesKeepTheMethodInForce) {
@@ -137,11 +138,10 @@ TEST(RendererSelection, OtherHalftoneValuesKeepTheMethodInForce) {
   s.state.ActiveHalftone = 2;
   s.Select();
   EXPECT_EQ(s.state.ActiveHalftone, 2);
-  EXPECT_EQ(s.state.BandRenderer, &DiffuseLowPortrait);
+  EXPECT_EQ(s.chosen, &DiffuseLowPortrait);
   s.state.ActiveHalftone = 0;
-  s.state.BandRenderer = &DitherColorPortrait;
   s.Select();
-  EXPECT_EQ(s.state.BandRenderer, nullptr) << "written on every call, empty here";
+  EXPECT_EQ(s.chosen, nullptr) << "no renderer for a halftone in force other than 1 and 2";
 }
 
 TEST(RendererSelection, GrayBandsUnderDitherUseTheGrayRenderers) {
@@ -149,7 +149,7 @@ TEST(RendererSelection, GrayBandsUnderDitherUseTheGrayRenderers) {
     Selection s(1, 2);
     s.band.Header.biBitCount = bits;
     s.Select();
-    EXPECT_EQ(s.state.BandRenderer, &DitherGrayPortrait);
+    EXPECT_EQ(s.chosen, &DitherGrayPortrait);
   }
 }
 

@@ -104,7 +104,7 @@ TEST_P(WeaveRoundTrip, EveryRowLandsOnceWithItsDots) {
       static_cast<std::uint8_t>(c.Mode | (c.Color ? 0 : kPrintModeMonochrome) | (c.TwoBit ? kPrintModeFlag : 0));
   const std::uint16_t quality = c.Mode == 1 ? 150 : c.Mode <= 3 ? 300 : 600;
   EmitDevice device(printMode, c.Color ? 2 : 1, quality, c.TwoBit ? 2 : 1);
-  const int width = testing::RowWidthBytes(printMode, c.Pixels);
+  const int width = PlaneRowBytes(LevelOf(printMode), c.Pixels);
   const DotPage page = MakePage(c, width, static_cast<unsigned>(c.Mode * 1000 + c.Rows * 4 + c.Color * 2 + c.TwoBit));
   const BandInfo band = testing::MakeBand(c.Pixels);
   std::uint16_t position = 0;
@@ -156,12 +156,12 @@ TEST(WeaveRoundTripJob, PagesOfDifferentDepthsInOneJob) {
   EmitDevice device(2, 2, 300, 1);
   const Case cases[3] = {{2, true, false, 170, 120}, {2, true, true, 90, 120}, {2, true, false, 33, 120}};
   std::vector<DotPage> pages;
-  for (int i = 0; i < 3; ++i) pages.push_back(MakePage(cases[i], testing::RowWidthBytes(2, 120), 77u + i));
+  for (int i = 0; i < 3; ++i) pages.push_back(MakePage(cases[i], PlaneRowBytes(kLevel300, 120), 77u + i));
   const BandInfo band = testing::MakeBand(120);
   testing::EmitJob(device, [&] {
     for (int i = 0; i < 3; ++i) {
       if (i > 0) {
-        (void)WriteBytes(&device.Devobj, kFormFeed, 1, device.Driver());
+        WriteBytes(&device.Devobj, kFormFeed, 1, device.Driver());
         device.State.PrintMode = 2;
         WritePageStart(&device.Devobj, device.Driver());
       }

@@ -9,8 +9,9 @@
 
 #include "src/color/color.h"
 #include "src/data/tables.h"
+#include "src/device/band_info.h"
 #include "src/device/device_state.h"
-#include "src/pipeline/band_info.h"
+#include "src/device/plane_geometry.h"
 
 namespace inkweave::reference {
 
@@ -94,7 +95,7 @@ inline std::uint32_t DiffuseLowReference(DeviceState& state, int firstLine, int 
     const bool leftToRight = l % 2 == 0;
     std::int16_t pendingNear[4] = {0, 0, 0, 0};
     std::int16_t pendingFar[4] = {0, 0, 0, 0};
-    std::uint8_t* planeLine = state.PlaneBuffer[0] + 2560L * l;
+    std::uint8_t* planeLine = state.PlaneBuffer[0] + long{kLineBytes} * l;
     for (long i = 0; i < count; ++i) {
       const long x = leftToRight ? first + i : first + count - 1 - i;
       int threshold = DiffusionMapThreshold(startRow + l, x);
@@ -168,7 +169,7 @@ inline std::uint32_t DiffuseLowReference(DeviceState& state, int firstLine, int 
       const bool byteDone = leftToRight ? x % 8 == 7 : x % 8 == 0;
       if (byteDone) {
         for (int ink = 0; ink < 4; ++ink) {
-          planeLine[640L * ink + x / 8] = bits[ink];
+          planeLine[long{kPlaneBytes} * ink + x / 8] = bits[ink];
           bits[ink] = 0;
         }
       }
@@ -199,7 +200,7 @@ inline std::uint32_t DiffuseMultiReference(MultiKind kind, DeviceState& state, i
                                            const BandInfo& band, int lineCount, int first, int count, long position,
                                            bool landscape) {
   const int scale = kind == MultiKind::Top ? 2 : 1;
-  const long planeBytes = kind == MultiKind::Top ? 1280 : 640;
+  const long planeBytes = kind == MultiKind::Top ? kPlaneBytesHigh : kPlaneBytes;
   const int outputLines = lineCount > 0 ? lineCount * scale : 0;
   const int parity = state.ScanParity & 1;
   state.ScanParity = static_cast<std::int16_t>((parity + outputLines) % 2);

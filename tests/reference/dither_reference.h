@@ -9,13 +9,14 @@
 
 #include "src/color/color.h"
 #include "src/data/tables.h"
+#include "src/device/band_info.h"
 #include "src/device/device_state.h"
-#include "src/pipeline/band_info.h"
+#include "src/device/plane_geometry.h"
 
 namespace inkweave::reference {
 
-inline constexpr long kLineBytes = 2560;
-inline constexpr long kPlaneOffset[4] = {0, 640, 1280, 1920};  // cyan, magenta, yellow, black
+// Byte offset of a plane (cyan, magenta, yellow, black) in an output line below level 6.
+inline constexpr long PlaneAt(int plane) { return long{plane} * kPlaneBytes; }
 
 inline bool PixelInside(const BandInfo& band, long row, long byte, long size) {
   const long start = row * band.Stride + byte;
@@ -24,7 +25,7 @@ inline bool PixelInside(const BandInfo& band, long row, long byte, long size) {
 }
 
 inline void SetDot(std::vector<std::uint8_t>& planes, long line, int plane, long x) {
-  const long index = kLineBytes * line + kPlaneOffset[plane] + x / 8;
+  const long index = kLineBytes * line + PlaneAt(plane) + x / 8;
   if (index < static_cast<long>(planes.size())) planes[static_cast<std::size_t>(index)] |= 0x80 >> (x % 8);
 }
 
@@ -59,11 +60,11 @@ inline std::uint32_t DitherColor(const DeviceState& state, int firstLine, int wi
     }
     for (long i = 0; i < width; ++i) {
       const long at = kLineBytes * l + i;
-      if (at + kPlaneOffset[3] >= static_cast<long>(planes.size())) break;
-      std::uint8_t& c = planes[static_cast<std::size_t>(at + kPlaneOffset[0])];
-      std::uint8_t& m = planes[static_cast<std::size_t>(at + kPlaneOffset[1])];
-      std::uint8_t& y = planes[static_cast<std::size_t>(at + kPlaneOffset[2])];
-      std::uint8_t& k = planes[static_cast<std::size_t>(at + kPlaneOffset[3])];
+      if (at + PlaneAt(3) >= static_cast<long>(planes.size())) break;
+      std::uint8_t& c = planes[static_cast<std::size_t>(at + PlaneAt(0))];
+      std::uint8_t& m = planes[static_cast<std::size_t>(at + PlaneAt(1))];
+      std::uint8_t& y = planes[static_cast<std::size_t>(at + PlaneAt(2))];
+      std::uint8_t& k = planes[static_cast<std::size_t>(at + PlaneAt(3))];
       if ((c | m | y) != 0) any = true;
       const std::uint8_t common = c & m & y;
       k = common;
@@ -87,7 +88,7 @@ inline std::uint32_t DitherGray(const DeviceState& state, int firstLine, int wid
   for (long l = 0; l < lineCount && kLineBytes * l < static_cast<long>(planes.size()); ++l) {
     const long row = firstRow + l;
     for (long x = 0; x < dots; ++x) {
-      const long index = kLineBytes * l + kPlaneOffset[3] + x / 8;
+      const long index = kLineBytes * l + PlaneAt(3) + x / 8;
       if (index >= static_cast<long>(planes.size())) break;
       std::uint8_t& byte = planes[static_cast<std::size_t>(index)];
       if (x % 8 == 0) byte = 0;

@@ -1,7 +1,7 @@
 // A small page driver for the raster emitter, doing what the band driver does around it: a device
 // state with test-owned working buffers, the page-start fields, one EmitStripe per stripe (StripeFlag 1
-// for the first, 0 after) and the final call (StripeFlag 2, FinalFlush 1, no rows, ink flag 1). Writes
-// are collected by the host's spool recorder.
+// for the first, 0 after) and the final call (StripeFlag 2, no rows, ink flag 1). Writes are collected
+// by the host's spool recorder.
 #pragma once
 
 #include <algorithm>
@@ -12,19 +12,12 @@
 #include "host/spool.h"
 #include "src/commands/command_writer.h"
 #include "src/commands/printer_commands.h"
+#include "src/device/band_info.h"
 #include "src/device/device_state.h"
-#include "src/pipeline/band_info.h"
+#include "src/device/plane_geometry.h"
 #include "src/raster/raster.h"
 
 namespace inkweave::testing {
-
-// Bytes per plane and bytes of a plane row, as the emitter reads them.
-inline int PlaneStride(std::uint8_t printMode) { return (printMode & 0x0F) >= 6 ? 1280 : 640; }
-inline int RowWidthBytes(std::uint8_t printMode, int linePixels) {
-  int width = ((linePixels + 15) / 8) & ~1;
-  if ((printMode & 0x0F) >= 6) width *= 2;
-  return std::clamp(width, 0, 1280);
-}
 
 struct EmitDevice {
   std::vector<std::uint8_t> Planes[2];
@@ -65,7 +58,7 @@ struct EmitDevice {
   EmitDevice& operator=(const EmitDevice&) = delete;
 
   IPrintOemDriverUni* Driver() { return Spool.Interface(); }
-  int Stride() const { return PlaneStride(State.PrintMode); }
+  int Stride() const { return PlaneLayoutOf(LevelOf(State.PrintMode)).PlaneBytes; }
   // Plane p of row n of the stripe in PlaneBuffer half h.
   std::uint8_t* PlaneRow(int h, int n, int p) {
     return Planes[h].data() + static_cast<std::size_t>(n) * 4 * Stride() + static_cast<std::size_t>(p) * Stride();
@@ -92,13 +85,10 @@ inline void BeginPage(DeviceState& state) {
   state.PaperPosition = 0;
   state.PhaseRow = 0;
   state.WeavePhase = 0;
-  state.StripeFlag = 1;
-  state.FinalFlush = 0;
+  state.StripeFlag = kStripeFirst;
   state.PageInkSeen = 0;
-  state.PageStartMark = 1;
   for (PassBuffer& pass : state.StripeBuffers) {
     pass.RowsFilled = 0;
-    pass.PassMark = 720;
     pass.WritePos = pass.BufferStart;
   }
 }
@@ -107,16 +97,14 @@ inline void BeginPage(DeviceState& state) {
 inline void EmitOne(EmitDevice& device, int stripeHeight, const BandInfo& band, std::int16_t inkFlag) {
   device.State.PageInkSeen = static_cast<std::uint16_t>(device.State.PageInkSeen | inkFlag);
   EmitStripe(&device.Devobj, stripeHeight, band, inkFlag, device.Driver());
-  device.State.StripeFlag = 0;
+  device.State.StripeFlag = kStripeLater;
 }
 
 // The page's final call.
 inline void FinishPage(EmitDevice& device, const BandInfo& band) {
-  device.State.StripeFlag = 2;
-  device.State.FinalFlush = 1;
+  device.State.StripeFlag = kStripeFinal;
   EmitStripe(&device.Devobj, 0, band, 1, device.Driver());
-  device.State.StripeFlag = 1;
-  device.State.FinalFlush = 0;
+  device.State.StripeFlag = kStripeFirst;
 }
 
 // A page of dot planes: Rows raster rows of four planes of Width bytes, in two halves (the second bit
@@ -142,8 +130,8 @@ struct DotPage {
 // a stripe holds 8 rows for a stripe height of 4 (a page of odd height gets one blank row more).
 inline void EmitPage(EmitDevice& device, const DotPage& page, const BandInfo& band) {
   BeginPage(device.State);
-  const bool high = (device.State.PrintMode & 0x0F) >= 6;
-  const int stripeRows = high ? 8 : 16;
+  const PlaneLayout layout = PlaneLayoutOf(LevelOf(device.State.PrintMode));
+  const int stripeRows = layout.OutputLines;
   for (int first = 0; first < page.Rows; first += stripeRows) {
     const int rows = std::min(stripeRows, page.Rows - first);
     device.ClearPlanes();
@@ -155,7 +143,7 @@ inline void EmitPage(EmitDevice& device, const DotPage& page, const BandInfo& ba
           std::memcpy(device.PlaneRow(h, n, p), src, static_cast<std::size_t>(page.Width));
           ink = ink || std::any_of(src, src + page.Width, [](std::uint8_t b) { return b != 0; });
         }
-    EmitOne(device, high ? (rows + 1) / 2 : rows, band, ink ? 1 : 0);
+    EmitOne(device, (rows + layout.Scale - 1) / layout.Scale, band, ink ? 1 : 0);
   }
   FinishPage(device, band);
 }
@@ -167,14 +155,14 @@ void EmitJob(EmitDevice& device, Page&& emitPage) {
   DEVOBJ* devobj = &device.Devobj;
   IPrintOemDriverUni* driver = device.Driver();
   for (int i = 0; i < 20; ++i) WritePadding(devobj, driver);
-  (void)WriteBytes(devobj, kEnterRasterLanguage, sizeof kEnterRasterLanguage, driver);
-  (void)WriteBytes(devobj, kReset, sizeof kReset, driver);
+  WriteBytes(devobj, kEnterRasterLanguage, sizeof kEnterRasterLanguage, driver);
+  WriteBytes(devobj, kReset, sizeof kReset, driver);
   WriteModeSettings(devobj, driver);
   WritePageStart(devobj, driver);
   emitPage();
-  (void)WriteBytes(devobj, kFormFeed, sizeof kFormFeed, driver);
+  WriteBytes(devobj, kFormFeed, sizeof kFormFeed, driver);
   for (int i = 0; i < 5; ++i) WritePadding(devobj, driver);
-  (void)WriteBytes(devobj, kReset, sizeof kReset, driver);
+  WriteBytes(devobj, kReset, sizeof kReset, driver);
 }
 
 }  // namespace inkweave::testing

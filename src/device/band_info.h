@@ -1,5 +1,5 @@
-// The band record built by the band driver for every band and handed to renderer selection, the
-// renderers and the raster emitter.
+// The band record: built by the band driver for every band and read by renderer selection, the
+// renderers and the raster emitter. It lives here, below all of them, so none depends on a stage above.
 #pragma once
 
 #include <cstdint>

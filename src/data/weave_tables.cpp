@@ -1,6 +1,6 @@
-// The weave tables are constant data computed at compile time in weave.h; this unit pins what every
-// map must satisfy, so a slip in a start table stops the build.
-#include "src/raster/weave.h"
+// The weave tables are constant data computed at compile time in weave_tables.h; this unit pins what
+// every map must satisfy, so a slip in a start table stops the build.
+#include "src/data/weave_tables.h"
 
 namespace inkweave {
 namespace {
