@@ -132,11 +132,30 @@ struct BitPlane {
   std::vector<std::vector<std::uint8_t>> Rows;
 };
 
+// The sheet a page is printed on, as the paper command names it, and where the print lies on it.
+struct Sheet {
+  std::string Name;      // "A4", "Letter", ...; "unknown" when the paper command names no size
+  bool Known = false;    // the paper command named the size
+  double WidthMm = 0;    // portrait
+  double HeightMm = 0;   // portrait
+  int WidthDots = 0;     // the sheet at the page's resolution
+  int HeightDots = 0;    // rows
+  int LeftDots = 0;      // page dot 0 lies this far from the sheet's left edge
+  int TopDots = 0;       // page row 0 lies this far below the sheet's top edge
+  bool Overrun = false;  // the print runs past the largest sheet the code can name; the sheet was grown
+};
+
 struct PrintedPage {
   int Dpi = 0;         // page resolution both ways: 150, 300, 600, or 1200 in the high-resolution mode
   int Mode = 0;        // weave mode 1..6
+  int Medium = 0;      // media code of "N" 05 m in force (0 plain, 1 inkjet, 2 glossy, 3 photographic, 4)
   bool Color = false;  // any colour pass
   int BitsPerDot = 1;  // 2 when any two-bit record printed ink
+  // Ink a dot of value 0..3 puts down, in 1/255 of its cell: what the halftoner books against the error
+  // for it. One-bit dots and dither dots 255; 300 dpi two-bit dots 248 (first bit), 100 (second bit),
+  // 255 (both); 600 dpi two-bit dots 255 (first bit), 212 (second bit only); high-resolution dots 350.
+  std::array<int, 4> DotInk = {0, 255, 255, 255};
+  Sheet Paper;         // the sheet, and where page dot (0, 0) lies on it
   int WidthDots = 0;   // widest printed row, in page dots (mode 1: the doubled wire dots halved)
   int HeightRows = 0;  // page row 0 to the last printed row, inclusive
   // Bits[plane][b]: plane 0 cyan, 1 magenta, 2 yellow, 3 black; b 0 the first bit, 1 the second bit of
@@ -162,6 +181,25 @@ std::variant<std::vector<PrintedPage>, Error> PrintJob(const Job& job, const Dec
 
 // Dot value 0..3 of plane p (0 cyan, 1 magenta, 2 yellow, 3 black) at (x, row); 0 outside the page.
 int DotAt(const PrintedPage& page, int plane, int x, int row);
+
+// The ink a dot of each value carries at a page resolution and depth (see PrintedPage::DotInk).
+std::array<int, 4> DotInkOf(int dpi, int bitsPerDot);
+
+// Mean ink per cell of each plane (1 = every cell holds a full dot's ink) in boxes of a rectangle of
+// the page: the rectangle of w x h dots at (x, y) is cut into columns x rows boxes, dot (x + i, y + j)
+// falling in box (i * columns / w, j * rows / h). Cells outside the printed page count as bare paper.
+struct InkGrid {
+  int Columns = 0;
+  int Rows = 0;
+  std::vector<std::array<double, 4>> Ink;  // box (c, r) at r * Columns + c; cyan, magenta, yellow, black
+};
+InkGrid GatherInk(const PrintedPage& page, int x, int y, int w, int h, int columns, int rows);
+// The same over one box.
+std::array<double, 4> MeanInk(const PrintedPage& page, int x, int y, int w, int h);
+
+// The sheet named by the paper settings of a page printed at `dpi`, holding a print of widthDots x
+// heightRows (the smaller sheet of a shared code unless the print runs past it).
+Sheet FindSheet(const Settings& settings, int dpi, int widthDots, int heightRows);
 
 // The coders on their own (used by ParseJob), for tests and tools. Each answers the decoded bytes, or an
 // error whose offset is counted from the start of `codes` (callers add the record's data offset).

@@ -11,8 +11,13 @@
 // Every head row of a pass in the stream counts as printed where it lands, blank or inked. A pass that
 // holds no ink is never written (only its feed is), so its rows are not printed at all. Ink that lands
 // twice on a row is ORed and counted.
+//
+// A dot's value (first bit + 2 x second bit) carries the ink that the halftoner of the page's mode
+// books for it (DotInkOf); GatherInk sums it over boxes of the page for coverage figures and pictures.
 #include <algorithm>
 #include <new>
+#include <optional>
+#include <span>
 #include <string>
 
 #include "decode/decoder.h"
@@ -51,11 +56,20 @@ void OrInto(std::vector<std::uint8_t>& target, const std::vector<std::uint8_t>& 
   for (std::size_t i = 0; i < bytes.size(); ++i) target[i] |= bytes[i];
 }
 
-std::variant<PrintedPage, Error> PrintPage(const Page& source, const DecodeOptions& options) {
+// Where the head rows of a page's passes land: page rows per nozzle, the nozzle that lands on the paper
+// advance, and the page's row limit.
+struct HeadGeometry {
+  long Pitch = 1;    // page rows per nozzle row
+  long Top = 105;    // nozzle row that lands on the paper advance (102 in modes 3 and 5)
+  long MaxRows = 0;  // rows of the longest page
+};
+
+std::variant<PrintedPage, Error> StartPage(const Page& source, const DecodeOptions& options) {
   PrintedPage page;
   page.Stats = source.Stats;
   page.Dpi = source.PageSettings.Dpi;
   page.Mode = source.Mode;
+  page.Medium = std::max(0, source.PageSettings.Media);
   if (options.WeaveMode != 0) {
     auto mode = ResolveMode(page.Dpi, options.WeaveMode);
     if (auto* why = std::get_if<std::string>(&mode)) return Error{source.Offset, *why};
@@ -63,77 +77,96 @@ std::variant<PrintedPage, Error> PrintPage(const Page& source, const DecodeOptio
   }
   if (page.Dpi == 0) return Error{source.Offset, "page has no resolution command before it"};
   page.Color = source.Passes.empty() ? IsColorInk(source.PageSettings.InkMode) : false;
+  return page;
+}
 
-  const long pitch = page.Dpi / 150;                              // page rows per nozzle
-  const long top = page.Mode == 3 || page.Mode == 5 ? 102 : 105;  // nozzle that lands on the advance
-  const long maxRows = static_cast<long>(kMaxPageInches) * page.Dpi + 1;
+HeadGeometry GeometryOf(const PrintedPage& page) {
+  HeadGeometry head;
+  head.Pitch = page.Dpi / 150;
+  head.Top = page.Mode == 3 || page.Mode == 5 ? 102 : 105;
+  head.MaxRows = static_cast<long>(kMaxPageInches) * page.Dpi + 1;
+  return head;
+}
+
+// Lays the inked records of one head row's planes on page row `at`.
+std::optional<Error> LayDots(std::span<const PlaneRow> records, std::size_t at, PrintedPage& page) {
   std::vector<std::uint8_t> halved;
-
-  for (const Pass& pass : source.Passes) {
-    page.Color = page.Color || pass.Color;
-    if (pass.PaperAdvance * page.Dpi % kFeedUnitsPerInch != 0) {
-      return Error{pass.FeedOffset, "paper advance of " + Num(pass.PaperAdvance) + "/400 inch is not a whole " +
-                                        "number of page rows at " + Num(page.Dpi) + " dpi"};
-    }
-    const long advance = pass.PaperAdvance * page.Dpi / kFeedUnitsPerInch;  // page rows
-    const std::size_t planes = pass.Color ? 4 : 1;
-    for (std::size_t first = 0; first + planes <= pass.Records.size(); first += planes) {
-      const auto begin = pass.Records.begin() + static_cast<std::ptrdiff_t>(first);
-      const auto end = begin + static_cast<std::ptrdiff_t>(planes);
-      const long head = begin->HeadRow;
-      const long row = pitch * head + advance - top * pitch;
-      const bool inked = std::any_of(begin, end, RecordHasInk);
-      if (row < 0) {
-        if (!inked) continue;  // blank top rows above the paper print nothing
-        const auto record = std::find_if(begin, end, RecordHasInk);
-        return Error{record->Offset, "head row " + Num(head) + " of the pass at offset " + Num(pass.Offset) +
-                                         " carries ink above the page top (page row " + Num(row) + ")"};
-      }
-      if (row >= maxRows) {
-        return Error{begin->Offset, "head row " + Num(head) + " lands on page row " + Num(row) + ", beyond the " +
-                                        Num(kMaxPageInches) + "-inch page limit"};
-      }
-      if (inked && (page.Mode == 3 || page.Mode == 5) && head % 2 != 0) {
-        const auto record = std::find_if(begin, end, RecordHasInk);
-        return Error{record->Offset, "ink on odd nozzle row " + Num(head) + " in weave mode " + Num(page.Mode) +
-                                         ", which uses the even nozzles only"};
-      }
-      const auto at = static_cast<std::size_t>(row);
-      if (page.PrintCounts.size() <= at) {
-        page.PrintCounts.resize(at + 1, 0);
-        page.InkCounts.resize(at + 1, 0);
-      }
-      page.PrintCounts[at] = static_cast<std::uint16_t>(std::min(page.PrintCounts[at] + 1, 0xFFFF));
-      if (!inked) continue;
-      page.InkCounts[at] = static_cast<std::uint16_t>(std::min(page.InkCounts[at] + 1, 0xFFFF));
-
-      for (auto record = begin; record != end; ++record) {
-        if (!RecordHasInk(*record)) continue;
-        if (record->BitsPerDot == 2) page.BitsPerDot = 2;
-        const std::vector<std::uint8_t>* halves[2] = {&record->First, &record->Second};
-        for (int bit = 0; bit < 2; ++bit) {
-          const std::vector<std::uint8_t>* bytes = halves[bit];
-          if (!HasInk(*bytes)) continue;
-          if (page.Mode == 1) {
-            if (!HalveDoubledRow(*bytes, halved)) {
-              return Error{record->Offset, "mode-1 row record holds a dot that is not sent twice across"};
-            }
-            bytes = &halved;
-          }
-          if (bytes->size() * 8 > static_cast<std::size_t>(kMaxPageWidthDots)) {
-            return Error{record->Offset, "row of " + Num(static_cast<long long>(bytes->size() * 8)) +
-                                             " dots is wider than the " + Num(kMaxPageWidthDots) + "-dot page limit"};
-          }
-          page.WidthDots = std::max(page.WidthDots, static_cast<int>(bytes->size() * 8));
-          auto& rows = page.Bits[static_cast<std::size_t>(record->Plane)][static_cast<std::size_t>(bit)].Rows;
-          if (rows.size() <= at) rows.resize(at + 1);
-          OrInto(rows[at], *bytes);
+  for (const PlaneRow& record : records) {
+    if (!RecordHasInk(record)) continue;
+    if (record.BitsPerDot == 2) page.BitsPerDot = 2;
+    const std::vector<std::uint8_t>* halves[2] = {&record.First, &record.Second};
+    for (int bit = 0; bit < 2; ++bit) {
+      const std::vector<std::uint8_t>* bytes = halves[bit];
+      if (!HasInk(*bytes)) continue;
+      if (page.Mode == 1) {
+        if (!HalveDoubledRow(*bytes, halved)) {
+          return Error{record.Offset, "mode-1 row record holds a dot that is not sent twice across"};
         }
+        bytes = &halved;
       }
+      if (bytes->size() * 8 > static_cast<std::size_t>(kMaxPageWidthDots)) {
+        return Error{record.Offset, "row of " + Num(static_cast<long long>(bytes->size() * 8)) +
+                                        " dots is wider than the " + Num(kMaxPageWidthDots) + "-dot page limit"};
+      }
+      page.WidthDots = std::max(page.WidthDots, static_cast<int>(bytes->size() * 8));
+      auto& rows = page.Bits[static_cast<std::size_t>(record.Plane)][static_cast<std::size_t>(bit)].Rows;
+      if (rows.size() <= at) rows.resize(at + 1);
+      OrInto(rows[at], *bytes);
     }
   }
+  return std::nullopt;
+}
 
-  // Rows and counts, trimmed to the last printed row.
+// Counts one head row (its records, one per plane) landing on page row `row` and lays its ink.
+std::optional<Error> LandHeadRow(std::span<const PlaneRow> records, const Pass& pass, long row,
+                                 const HeadGeometry& head, PrintedPage& page) {
+  const long nozzle = records.front().HeadRow;
+  const auto inkedRecord = std::find_if(records.begin(), records.end(), RecordHasInk);
+  const bool inked = inkedRecord != records.end();
+  if (row < 0) {
+    if (!inked) return std::nullopt;  // blank top rows above the paper print nothing
+    return Error{inkedRecord->Offset, "head row " + Num(nozzle) + " of the pass at offset " + Num(pass.Offset) +
+                                          " carries ink above the page top (page row " + Num(row) + ")"};
+  }
+  if (row >= head.MaxRows) {
+    return Error{records.front().Offset, "head row " + Num(nozzle) + " lands on page row " + Num(row) +
+                                             ", beyond the " + Num(kMaxPageInches) + "-inch page limit"};
+  }
+  if (inked && (page.Mode == 3 || page.Mode == 5) && nozzle % 2 != 0) {
+    return Error{inkedRecord->Offset, "ink on odd nozzle row " + Num(nozzle) + " in weave mode " + Num(page.Mode) +
+                                          ", which uses the even nozzles only"};
+  }
+  const auto at = static_cast<std::size_t>(row);
+  if (page.PrintCounts.size() <= at) {
+    page.PrintCounts.resize(at + 1, 0);
+    page.InkCounts.resize(at + 1, 0);
+  }
+  page.PrintCounts[at] = static_cast<std::uint16_t>(std::min(page.PrintCounts[at] + 1, 0xFFFF));
+  if (!inked) return std::nullopt;
+  page.InkCounts[at] = static_cast<std::uint16_t>(std::min(page.InkCounts[at] + 1, 0xFFFF));
+  return LayDots(records, at, page);
+}
+
+// Lands every head row of a pass where the paper advance puts it.
+std::optional<Error> LandPass(const Pass& pass, const HeadGeometry& head, PrintedPage& page) {
+  page.Color = page.Color || pass.Color;
+  if (pass.PaperAdvance * page.Dpi % kFeedUnitsPerInch != 0) {
+    return Error{pass.FeedOffset, "paper advance of " + Num(pass.PaperAdvance) + "/400 inch is not a whole " +
+                                      "number of page rows at " + Num(page.Dpi) + " dpi"};
+  }
+  const long advance = pass.PaperAdvance * page.Dpi / kFeedUnitsPerInch;  // page rows
+  const std::size_t planes = pass.Color ? 4 : 1;
+  const std::span<const PlaneRow> records(pass.Records);
+  for (std::size_t first = 0; first + planes <= records.size(); first += planes) {
+    const auto headRow = records.subspan(first, planes);
+    const long row = head.Pitch * (headRow.front().HeadRow - head.Top) + advance;
+    if (auto error = LandHeadRow(headRow, pass, row, head, page)) return error;
+  }
+  return std::nullopt;
+}
+
+// Row counts of the landed rows, and every row list trimmed to the last printed row.
+void FinishRows(PrintedPage& page) {
   for (std::size_t r = 0; r < page.PrintCounts.size(); ++r) {
     if (page.PrintCounts[r] == 0) continue;
     if (page.FirstPrintedRow < 0) page.FirstPrintedRow = static_cast<int>(r);
@@ -159,7 +192,20 @@ std::variant<PrintedPage, Error> PrintPage(const Page& source, const DecodeOptio
       }
     }
   }
-  return page;
+}
+
+std::variant<PrintedPage, Error> PrintPage(const Page& source, const DecodeOptions& options) {
+  auto started = StartPage(source, options);
+  if (std::holds_alternative<Error>(started)) return started;
+  PrintedPage& page = std::get<PrintedPage>(started);
+  const HeadGeometry head = GeometryOf(page);
+  for (const Pass& pass : source.Passes) {
+    if (auto error = LandPass(pass, head, page)) return *error;
+  }
+  FinishRows(page);
+  page.DotInk = DotInkOf(page.Dpi, page.BitsPerDot);
+  page.Paper = FindSheet(source.PageSettings, page.Dpi, page.WidthDots, page.HeightRows);
+  return started;
 }
 
 }  // namespace
@@ -195,6 +241,55 @@ int DotAt(const PrintedPage& page, int plane, int x, int row) {
     if (index < bytes.size() && (bytes[index] & (0x80 >> (x % 8))) != 0) value |= 1 << bit;
   }
   return value;
+}
+
+std::array<int, 4> DotInkOf(int dpi, int bitsPerDot) {
+  if (dpi == 1200) return {0, 350, 350, 350};                    // one size, larger than its cell
+  if (bitsPerDot == 2 && dpi == 300) return {0, 248, 100, 255};  // medium, small, large
+  if (bitsPerDot == 2 && dpi == 600) return {0, 255, 212, 255};  // large, small (both bits: large)
+  return {0, 255, 255, 255};
+}
+
+InkGrid GatherInk(const PrintedPage& page, int x, int y, int w, int h, int columns, int rows) {
+  InkGrid grid;
+  if (w <= 0 || h <= 0 || columns <= 0 || rows <= 0) return grid;
+  grid.Columns = columns;
+  grid.Rows = rows;
+  grid.Ink.assign(static_cast<std::size_t>(columns) * static_cast<std::size_t>(rows), {});
+  // Cells per box, to turn sums into means.
+  std::vector<double> cells(grid.Ink.size(), 0.0);
+  const auto box = [](long offset, long extent, int boxes) { return static_cast<int>(offset * boxes / extent); };
+  for (int j = 0; j < h; ++j) {
+    const std::size_t rowBase = static_cast<std::size_t>(box(j, h, rows)) * static_cast<std::size_t>(columns);
+    for (int i = 0; i < w; ++i) cells[rowBase + static_cast<std::size_t>(box(i, w, columns))] += 1;
+  }
+  const int x0 = std::max(0, x), x1 = std::min(page.WidthDots, x + w);
+  const int y0 = std::max(0, y), y1 = std::min(page.HeightRows, y + h);
+  for (int row = y0; row < y1; ++row) {
+    const std::size_t rowBase = static_cast<std::size_t>(box(row - y, h, rows)) * static_cast<std::size_t>(columns);
+    for (std::size_t plane = 0; plane < 4; ++plane) {
+      const auto& first = page.Bits[plane][0].Rows[static_cast<std::size_t>(row)];
+      const auto& second = page.Bits[plane][1].Rows[static_cast<std::size_t>(row)];
+      if (first.empty() && second.empty()) continue;
+      for (int dot = x0; dot < x1; ++dot) {
+        const auto byte = static_cast<std::size_t>(dot / 8);
+        const int mask = 0x80 >> (dot % 8);
+        const int value =
+            (!first.empty() && (first[byte] & mask) ? 1 : 0) + (!second.empty() && (second[byte] & mask) ? 2 : 0);
+        if (value != 0)
+          grid.Ink[rowBase + static_cast<std::size_t>(box(dot - x, w, columns))][plane] +=
+              page.DotInk[static_cast<std::size_t>(value)];
+      }
+    }
+  }
+  for (std::size_t b = 0; b < grid.Ink.size(); ++b)
+    for (double& ink : grid.Ink[b]) ink = cells[b] > 0 ? ink / (255.0 * cells[b]) : 0.0;
+  return grid;
+}
+
+std::array<double, 4> MeanInk(const PrintedPage& page, int x, int y, int w, int h) {
+  const InkGrid grid = GatherInk(page, x, y, w, h, 1, 1);
+  return grid.Ink.empty() ? std::array<double, 4>{} : grid.Ink.front();
 }
 
 }  // namespace inkweave::decode

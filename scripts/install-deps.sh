@@ -9,7 +9,7 @@ packages=(
 # Extra groups, asked for by name: ./scripts/install-deps.sh [image] [cups] [windows]
 for group in "$@"; do
   case "$group" in
-    image) packages+=(libvips-dev libcli11-dev libpoppler-glib-dev libcairo2-dev poppler-utils) ;;
+    image) packages+=(libvips-dev libcli11-dev libpoppler-glib-dev libcairo2-dev poppler-utils liblcms2-dev) ;;
     cups) packages+=(libcups2-dev cups cups-filters cups-bsd ghostscript) ;;
     windows) packages+=(g++-mingw-w64-x86-64 wine64) ;;
     *) echo "install-deps: unknown group '$group' (known: image, cups, windows)" >&2; exit 2 ;;
