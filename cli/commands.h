@@ -21,6 +21,7 @@ struct DecodeOptions {
   std::string Preview;  // empty: no picture
   int Page = 0;         // 0: every page
   int PreviewDpi = 100;
+  bool Crop = false;   // the preview shows the printed area only, not the whole sheet
   bool Stats = false;  // per-row detail on top of the summary
   bool Json = false;
   bool Quiet = false;

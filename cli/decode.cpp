@@ -1,17 +1,18 @@
 // inkweave decode and inkweave dump: the printer model as a tool. decode puts every page of a stream
-// on virtual paper, writes a preview picture (white paper, ideal cyan, magenta, yellow and black inks,
-// a two-bit dot's size as its ink strength, box-filtered down to the preview resolution) and prints
-// a summary per page. dump lists every command and row record with its byte offset.
+// on virtual paper, writes a preview picture (the whole sheet, or the printed area with --crop; each
+// pixel the ink model's colour of the ink its dots carry, see decode/ink.h) and prints a summary per
+// page. dump lists every command and row record with its byte offset.
 #include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <iterator>
-#include <vips/vips8>
 
 #include "cli/commands.h"
 #include "cli/document.h"
-#include "cli/output_file.h"
+#include "cli/picture.h"
+#include "decode/colorimetry.h"
 #include "decode/decoder.h"
+#include "decode/ink.h"
 
 namespace inkweave::cli {
 namespace {
@@ -42,88 +43,33 @@ std::string Describe(const std::string& path, const decode::Error& e) {
   return path + ": not a valid printer stream at " + where + ": " + e.Message;
 }
 
-// Ink strength per preview pixel: the dots' values summed over the box each pixel covers.
+// The page as the paper shows it: the whole sheet (or, cropped, the printed area only), each preview
+// pixel the ink model's colour of the mean ink of the dots it covers.
 struct Preview {
   int Width = 0, Height = 0;
   std::vector<std::uint8_t> Rgb;
 };
 
-Preview RenderPreview(const decode::PrintedPage& page, int previewDpi) {
-  Preview preview;
+Preview RenderPreview(const decode::PrintedPage& page, int previewDpi, bool crop) {
   const int dpi = page.Dpi > 0 ? page.Dpi : 300;
+  // The region of page dots shown: the sheet around the print, or the print alone.
+  const int x = crop ? 0 : -page.Paper.LeftDots, y = crop ? 0 : -page.Paper.TopDots;
+  const int w = std::max(1, crop ? page.WidthDots : page.Paper.WidthDots);
+  const int h = std::max(1, crop ? page.HeightRows : page.Paper.HeightDots);
   const auto scaled = [&](int dots) {
-    return static_cast<int>((static_cast<long long>(dots) * previewDpi + dpi - 1) / dpi);
+    return std::max(1, static_cast<int>((static_cast<long long>(dots) * previewDpi + dpi - 1) / dpi));
   };
-  preview.Width = std::max(1, scaled(page.WidthDots));
-  preview.Height = std::max(1, scaled(page.HeightRows));
-  const std::size_t pixels = static_cast<std::size_t>(preview.Width) * static_cast<std::size_t>(preview.Height);
-  auto toPixel = [&](int dot) { return static_cast<int>(static_cast<long long>(dot) * previewDpi / dpi); };
-  // How many page dots fall in each preview column and row.
-  std::vector<int> perColumn(static_cast<std::size_t>(preview.Width)), perRow(static_cast<std::size_t>(preview.Height));
-  for (int x = 0; x < page.WidthDots; ++x)
-    ++perColumn[static_cast<std::size_t>(std::min(toPixel(x), preview.Width - 1))];
-  for (int y = 0; y < page.HeightRows; ++y)
-    ++perRow[static_cast<std::size_t>(std::min(toPixel(y), preview.Height - 1))];
-
-  std::array<std::vector<std::uint32_t>, 4> ink;
-  for (int p = 0; p < 4; ++p) {
-    ink[static_cast<std::size_t>(p)].assign(pixels, 0);
-    const auto& first = page.Bits[static_cast<std::size_t>(p)][0].Rows;
-    const auto& second = page.Bits[static_cast<std::size_t>(p)][1].Rows;
-    for (std::size_t r = 0; r < first.size() || r < second.size(); ++r) {
-      const std::vector<std::uint8_t>* b0 = r < first.size() ? &first[r] : nullptr;
-      const std::vector<std::uint8_t>* b1 = r < second.size() ? &second[r] : nullptr;
-      const std::size_t bytes = std::max(b0 ? b0->size() : 0, b1 ? b1->size() : 0);
-      if (bytes == 0) continue;
-      const int py = std::min(toPixel(static_cast<int>(r)), preview.Height - 1);
-      std::uint32_t* row = ink[static_cast<std::size_t>(p)].data() +
-                           static_cast<std::size_t>(py) * static_cast<std::size_t>(preview.Width);
-      for (std::size_t i = 0; i < bytes; ++i) {
-        const std::uint8_t lo = b0 && i < b0->size() ? (*b0)[i] : 0;
-        const std::uint8_t hi = b1 && i < b1->size() ? (*b1)[i] : 0;
-        if ((lo | hi) == 0) continue;
-        for (int bit = 0; bit < 8; ++bit) {
-          const int value = ((lo >> (7 - bit)) & 1) + 2 * ((hi >> (7 - bit)) & 1);
-          if (!value) continue;
-          const int x = static_cast<int>(i) * 8 + bit;
-          if (x >= page.WidthDots) break;
-          row[std::min(toPixel(x), preview.Width - 1)] += static_cast<std::uint32_t>(value);
-        }
-      }
-    }
-  }
-  // Ideal subtractive inks on white paper.
-  const double full = page.BitsPerDot == 2 ? 3.0 : 1.0;
-  preview.Rgb.resize(pixels * 3);
-  for (int y = 0; y < preview.Height; ++y) {
-    for (int x = 0; x < preview.Width; ++x) {
-      const std::size_t i =
-          static_cast<std::size_t>(y) * static_cast<std::size_t>(preview.Width) + static_cast<std::size_t>(x);
-      const double area =
-          full * std::max(1, perColumn[static_cast<std::size_t>(x)] * perRow[static_cast<std::size_t>(y)]);
-      double cover[4];
-      for (int p = 0; p < 4; ++p) cover[p] = std::min(1.0, ink[static_cast<std::size_t>(p)][i] / area);
-      for (int c = 0; c < 3; ++c)
-        preview.Rgb[i * 3 + static_cast<std::size_t>(c)] =
-            static_cast<std::uint8_t>(std::lround(255.0 * (1.0 - cover[c]) * (1.0 - cover[3])));
-    }
-  }
+  Preview preview;
+  preview.Width = scaled(w);
+  preview.Height = scaled(h);
+  const decode::InkGrid grid = decode::GatherInk(page, x, y, w, h, preview.Width, preview.Height);
+  const decode::InkModel model = decode::InkModelFor(page.Medium, page.Dpi);
+  std::vector<decode::Reflectance> colours(grid.Ink.size());
+  std::transform(grid.Ink.begin(), grid.Ink.end(), colours.begin(),
+                 [&](const std::array<double, 4>& ink) { return decode::PrintedColour(model, ink); });
+  preview.Rgb.resize(colours.size() * 3);
+  decode::SrgbOfReflectances(colours, preview.Rgb);
   return preview;
-}
-
-// Ink coverage of each plane: the dots' strength over the printed area, 0..1.
-std::array<double, 4> Coverage(const decode::PrintedPage& page) {
-  std::array<double, 4> coverage{};
-  const double area = static_cast<double>(page.WidthDots) * page.HeightRows * (page.BitsPerDot == 2 ? 3 : 1);
-  if (area <= 0) return coverage;
-  for (int p = 0; p < 4; ++p) {
-    std::uint64_t sum = 0;
-    for (int b = 0; b < 2; ++b)
-      for (const auto& row : page.Bits[static_cast<std::size_t>(p)][static_cast<std::size_t>(b)].Rows)
-        for (std::uint8_t byte : row) sum += static_cast<std::uint64_t>(__builtin_popcount(byte)) * (b ? 2u : 1u);
-    coverage[static_cast<std::size_t>(p)] = static_cast<double>(sum) / area;
-  }
-  return coverage;
 }
 
 double Ratio(const decode::StreamStats& s) {
@@ -161,28 +107,6 @@ std::string PreviewName(const std::string& base, int page, bool numbered) {
     ext = base.substr(dot);
   }
   return stem + "-" + std::to_string(page) + ext;
-}
-
-bool WritePreview(const Preview& preview, const std::string& path, int previewDpi, std::string* error) {
-  void* buffer = nullptr;
-  std::size_t size = 0;
-  try {
-    vips::VImage image =
-        vips::VImage::new_from_memory(const_cast<std::uint8_t*>(preview.Rgb.data()), preview.Rgb.size(), preview.Width,
-                                      preview.Height, 3, VIPS_FORMAT_UCHAR);
-    image = image.copy(vips::VImage::option()
-                           ->set("interpretation", VIPS_INTERPRETATION_sRGB)
-                           ->set("xres", previewDpi / 25.4)
-                           ->set("yres", previewDpi / 25.4));
-    image.write_to_buffer(".png", &buffer, &size);
-  } catch (const vips::VError&) {
-    *error = path + ": cannot encode the preview: " + TakeVipsError();
-    return false;
-  }
-  auto out = OutputFile::Create(path, error);
-  const bool ok = out && out->Write(static_cast<const std::uint8_t*>(buffer), size) && out->Commit(error);
-  g_free(buffer);
-  return ok;
 }
 
 }  // namespace
@@ -226,7 +150,7 @@ int RunDecode(const DecodeOptions& options) {
     if (options.Page && number != options.Page) continue;
     const decode::PrintedPage& page = pages[index];
     const decode::StreamStats& s = page.Stats;
-    const auto coverage = Coverage(page);
+    const auto coverage = decode::MeanInk(page, 0, 0, page.WidthDots, page.HeightRows);
     const double mmPerDot = page.Dpi > 0 ? 25.4 / page.Dpi : 0;
     std::vector<int> twice, never;
     if (options.Stats || options.Json) {
@@ -243,17 +167,24 @@ int RunDecode(const DecodeOptions& options) {
           "\"compressionRatio\": %.3f, \"records\": %zu, \"blankRecords\": %zu, \"rawRecords\": %zu, "
           "\"coverage\": {\"cyan\": %.5f, \"magenta\": %.5f, \"yellow\": %.5f, \"black\": %.5f}, "
           "\"rowsPrinted\": %d, \"rowsPrintedTwice\": %d, \"rowsInkedTwice\": %d, \"rowsNeverPrinted\": %d, "
-          "\"firstPrintedRow\": %d, \"lastPrintedRow\": %d}",
+          "\"firstPrintedRow\": %d, \"lastPrintedRow\": %d, \"medium\": %d, \"dotInk\": [%d, %d, %d], "
+          "\"sheet\": {\"name\": \"%s\", \"known\": %s, \"widthMm\": %.1f, \"heightMm\": %.1f, \"leftMm\": %.1f, "
+          "\"topMm\": %.1f}}",
           firstJson ? "" : ",", number, page.Dpi, page.WidthDots, page.HeightRows, page.Mode,
           page.Color ? "true" : "false", page.BitsPerDot, s.Passes, s.Feeds, s.TotalFeed, s.StreamBytes, s.PassBytes,
           Ratio(s), s.Records, s.BlankRecords, s.RawRecords, coverage[0], coverage[1], coverage[2], coverage[3],
           page.RowsPrinted, page.RowsPrintedTwice, page.RowsInkedTwice, page.UnprintedRows, page.FirstPrintedRow,
-          page.LastPrintedRow);
+          page.LastPrintedRow, page.Medium, page.DotInk[1], page.DotInk[2], page.DotInk[3], page.Paper.Name.c_str(),
+          page.Paper.Known ? "true" : "false", page.Paper.WidthMm, page.Paper.HeightMm, page.Paper.LeftDots * mmPerDot,
+          page.Paper.TopDots * mmPerDot);
       firstJson = false;
     } else if (!options.Quiet) {
       std::printf("page %d: %.1f x %.1f mm (%d x %d dots at %d dpi), mode %d, %s, %d-bit dots\n", number,
                   page.WidthDots * mmPerDot, page.HeightRows * mmPerDot, page.WidthDots, page.HeightRows, page.Dpi,
                   page.Mode, page.Color ? "colour" : "monochrome", page.BitsPerDot);
+      std::printf("  sheet: %s (%.1f x %.1f mm), the print %.1f mm from its left edge and %.1f mm from its top\n",
+                  page.Paper.Name.c_str(), page.Paper.WidthMm, page.Paper.HeightMm, page.Paper.LeftDots * mmPerDot,
+                  page.Paper.TopDots * mmPerDot);
       std::printf("  %d passes, %d feeds (%.1f mm), %zu bytes, compression %.2f:1\n", s.Passes, s.Feeds,
                   s.TotalFeed * 25.4 / 400.0, s.StreamBytes, Ratio(s));
       std::printf("  ink coverage: cyan %.1f%%, magenta %.1f%%, yellow %.1f%%, black %.1f%%\n", coverage[0] * 100,
@@ -273,7 +204,8 @@ int RunDecode(const DecodeOptions& options) {
     }
     if (!options.Preview.empty()) {
       const std::string path = PreviewName(options.Preview, number, numbered);
-      if (!WritePreview(RenderPreview(page, options.PreviewDpi), path, options.PreviewDpi, &error)) {
+      const Preview preview = RenderPreview(page, options.PreviewDpi, options.Crop);
+      if (!WritePng(preview.Rgb, preview.Width, preview.Height, options.PreviewDpi, path, &error)) {
         if (options.Json) std::printf("]}\n");
         ReportError(error);
         return kExitFailure;

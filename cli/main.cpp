@@ -5,6 +5,7 @@
 
 #include "cli/commands.h"
 #include "cli/document.h"
+#include "cli/proof.h"
 #include "host/papers.h"
 
 namespace {
@@ -78,9 +79,30 @@ int main(int argc, char** argv) {
   decodeCmd->add_option("--preview-dpi", decode.PreviewDpi, "Resolution of the preview")
       ->check(CLI::Range(10, 600))
       ->capture_default_str();
+  decodeCmd->add_flag("--crop", decode.Crop, "Show the printed area only, not the whole sheet");
   decodeCmd->add_flag("--stats", decode.Stats, "Also the rows printed twice or never, and the passes per page");
   decodeCmd->add_flag("--json", decode.Json, "The summary as JSON");
   decodeCmd->add_flag("-q,--quiet", decode.Quiet, "No summary");
+
+  // proof
+  ProofOptions proof;
+  std::string proofHalftone = "dither";
+  CLI::App* proofCmd = app.add_subcommand(
+      "proof", "Print a colour target through the plug-in and measure it on the printer model (CIELAB, Delta E 2000)");
+  proofCmd->add_option("--quality", proof.Settings.Quality, "Print quality in dpi")
+      ->check(CLI::IsMember({150, 300, 600}))
+      ->capture_default_str();
+  proofCmd->add_flag("--high-res", proof.Settings.HighRes, "The 600 dpi high-resolution mode");
+  proofCmd->add_option("--media", proof.Settings.Media, "Paper type")
+      ->check(CLI::IsMember(MediaNames()))
+      ->capture_default_str();
+  proofCmd->add_option("--halftone", proofHalftone, "dither or diffusion")
+      ->check(CLI::IsMember({"dither", "diffusion"}))
+      ->capture_default_str();
+  proofCmd->add_flag("--mono", proof.Settings.Mono, "Print in black only");
+  proofCmd->add_option("-o,--output", proof.Picture, "Side-by-side PNG: each source patch beside its print");
+  proofCmd->add_flag("--json", proof.Json, "The measurements as JSON");
+  proofCmd->add_option("--plugin", proof.Settings.Plugin, "The plug-in library to use");
 
   // dump
   std::string dumpStream;
@@ -115,6 +137,12 @@ int main(int argc, char** argv) {
       if (!fit) throw CLI::ValidationError(error);
       print.Fit = *fit;
     }
+    if (proofCmd->parsed()) {
+      if (proof.Settings.HighRes && proofCmd->count("--quality") && proof.Settings.Quality != 600)
+        throw CLI::ValidationError("--high-res", "is a 600 dpi mode; it cannot be combined with --quality " +
+                                                     std::to_string(proof.Settings.Quality));
+      proof.Settings.Method = proofHalftone == "diffusion" ? Halftone::Diffusion : Halftone::Dither;
+    }
   } catch (const CLI::CallForHelp& e) {
     return app.exit(e);
   } catch (const CLI::CallForAllHelp& e) {
@@ -134,5 +162,6 @@ int main(int argc, char** argv) {
   if (printCmd->parsed()) return RunPrint(print);
   if (decodeCmd->parsed()) return RunDecode(decode);
   if (dumpCmd->parsed()) return RunDump(dumpStream, dumpFull);
+  if (proofCmd->parsed()) return RunProof(proof);
   return RunInfo(infoPlugin, infoJson);
 }
