@@ -4,8 +4,8 @@
 // A patch is measured over its middle (a fifth of its side left out all round, where the halftone
 // settles after the patch before it). Its printed colour is the ink model's colour of the mean ink
 // there; its wanted colour is the source sRGB colour as CIELAB D50, with black-point compensation to
-// the darkest the mode prints (its full black dot everywhere), so that paper white and the print's
-// black stand for sRGB white and black. Monochrome proofs want the source's lightness as a neutral.
+// what the mode prints for sRGB black, so that paper white and the print's black stand for sRGB white
+// and black. Monochrome proofs want the source's lightness as a neutral.
 #include "cli/proof.h"
 
 #include <algorithm>
@@ -176,28 +176,33 @@ std::optional<decode::PrintedPage> PutOnPaper(const std::vector<std::uint8_t>& s
   return std::move(printed.front());
 }
 
-// Each patch's mean ink, as the model's colour.
+// Each patch's mean ink, as the model's colour; then what each should print: its source colour with
+// the black point compensated to the printed black.
 void Measure(const decode::PrintedPage& page, const TargetPage& target, bool mono, ProofReport& report) {
   const decode::InkModel model = decode::InkModelFor(page.Medium, page.Dpi);
   const int scale = std::max(1, page.Dpi / report.Dpi);  // printed dots per target pixel each way
-  const decode::Lab black = decode::LabOfReflectance(model.Solid[3]);
-  report.DarkestL = black.L;
   const int inset = static_cast<int>(target.Side * kInset);
+  const int side = target.Side - 2 * inset;
   const auto& patches = ProofTarget();
+  report.DarkestL = decode::LabOfReflectance(model.Solid[3]).L;
+  decode::Lab black;
   for (std::size_t i = 0; i < patches.size(); ++i) {
     const int x = static_cast<int>(i % kColumns) * target.Side + inset;
     const int y = static_cast<int>(i / kColumns) * target.Side + inset;
-    const int side = target.Side - 2 * inset;
-    const auto ink = decode::MeanInk(page, x * scale, y * scale, side * scale, side * scale);
     PatchResult result;
     result.Source = &patches[i];
-    result.Colour = decode::PrintedColour(model, ink);
+    result.Colour =
+        decode::PrintedColour(model, decode::MeanInk(page, x * scale, y * scale, side * scale, side * scale));
     result.Printed = decode::LabOfReflectance(result.Colour);
-    const auto& rgb = patches[i].Rgb;
+    if (patches[i].Rgb == std::array<std::uint8_t, 3>{0, 0, 0}) black = result.Printed;
+    report.DarkestL = std::min(report.DarkestL, result.Printed.L);
+    report.Patches.push_back(result);
+  }
+  for (PatchResult& result : report.Patches) {
+    const auto& rgb = result.Source->Rgb;
     result.Wanted = decode::CompensateBlack(decode::LabOfSrgb(rgb[0], rgb[1], rgb[2]), black);
     if (mono) result.Wanted.a = result.Wanted.b = 0;
     result.DeltaE = decode::DeltaE2000(result.Wanted, result.Printed);
-    report.Patches.push_back(result);
   }
 }
 

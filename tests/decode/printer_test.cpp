@@ -1,6 +1,6 @@
 // The printer model on small hand-made passes: where head rows land at every nozzle pitch, what counts
 // as printed, double prints and gaps, two-bit dots, the planes of a colour row, mode-1 halving, and the
-// geometry errors.
+// geometry errors; the ink each dot size carries and the sheet the paper command names.
 #include <gtest/gtest.h>
 
 #include "tests/decode/streams.h"
@@ -177,6 +177,88 @@ TEST(PrintJob, BlankPagesAndStatistics) {
   EXPECT_EQ(blank.Stats.Passes, 0);
   EXPECT_TRUE(blank.Color);
   EXPECT_EQ(DotAt(blank, 3, 0, 0), 0);
+}
+
+// One dot of each value in each mode carries the ink its halftoner books for it (in 1/255 of a cell).
+TEST(PrintJob, DotsCarryTheInkOfTheirSizeInEveryMode) {
+  const struct {
+    const char* Resolution;
+    const char* Ink;
+    Bytes Body;
+    int Expected[4];  // ink of page dots 0..3 of the black plane
+  } kCases[] = {
+      {"01 00", "00", Row(Hex("F0 00")), {255, 255, 0, 0}},       // 150 dpi: wire dots doubled
+      {"01 01", "00", Row(Hex("C0")), {255, 255, 0, 0}},          // 300 dpi, one bit (dither)
+      {"01 01", "30", RawRow(Hex("C0 A0")), {255, 248, 100, 0}},  // 300 dpi: large, medium, small
+      {"02 02", "30", RawRow(Hex("C0 A0")), {255, 255, 212, 0}},  // 600 dpi: large, small
+      {"02 02", "00", Row(Hex("80")), {255, 0, 0, 0}},            // 600 dpi, one bit
+      {"03 03", "00", Row(Hex("00 C0")), {0, 0, 0, 0}},           // high resolution: dots 8 and 9
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(std::string(c.Resolution) + " I " + c.Ink);
+    const PrintedPage page = PrintOne(c.Resolution, c.Ink, Feed(280) + c.Body);
+    for (int x = 0; x < 4; ++x) EXPECT_NEAR(MeanInk(page, x, 0, 1, 1)[3] * 255, c.Expected[x], 1e-9) << "dot " << x;
+    EXPECT_NEAR(MeanInk(page, 0, 0, 1, 1)[0], 0, 1e-12);  // no cyan
+  }
+  const PrintedPage top = PrintOne("03 03", "00", Feed(280) + Row(Hex("00 C0")));
+  EXPECT_NEAR(MeanInk(top, 8, 0, 2, 1)[3], 350.0 / 255, 1e-9);
+  // Means over boxes: two dots of 255 in a 4 x 1 box give half a cell of ink.
+  const PrintedPage one = PrintOne("01 01", "00", Feed(280) + Row(Hex("C0")));
+  const InkGrid grid = GatherInk(one, 0, 0, 4, 1, 2, 1);
+  ASSERT_EQ(grid.Ink.size(), 2u);
+  EXPECT_NEAR(grid.Ink[0][3], 1.0, 1e-12);
+  EXPECT_NEAR(grid.Ink[1][3], 0.0, 1e-12);
+  EXPECT_NEAR(MeanInk(one, -2, 0, 4, 1)[3], 0.5, 1e-12);  // cells off the page are bare paper
+}
+
+// The sheet comes from the paper command: the smaller of a shared code unless the print runs past it,
+// the envelope sizes told by "Fn", and the print placed at the printer's margins.
+TEST(FindSheet, PaperCommandNamesTheSheet) {
+  const struct {
+    int Paper;
+    bool Long, Envelope;
+    int WidthDots, HeightRows;  // the print at 300 dpi
+    const char* Name;
+    double WidthMm, HeightMm;
+    bool Overrun;
+  } kCases[] = {
+      {0x01, false, false, 2400, 3400, "A4", 210, 297, false},
+      {0x01, false, false, 2400, 3600, "C4 envelope", 229, 324, false},  // runs past A4
+      {0x01, false, true, 100, 100, "C4 envelope", 229, 324, false},
+      {0xFF, true, false, 2400, 3200, "Letter", 215.9, 279.4, false},
+      {0xFF, true, false, 2400, 3300, "Legal", 215.9, 355.6, false},
+      {0x07, false, false, 100, 100, "A5", 148, 210, false},
+      {0x0A, false, true, 100, 100, "DL envelope", 110, 220, false},
+      {0x0D, false, true, 1200, 100, "Monarch envelope", 1200 * 25.4 / 300 + 2 * 3.4 + 0.02, 190.5, true},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.Name);
+    Settings settings;
+    settings.Paper = c.Paper;
+    settings.PaperLong = c.Long;
+    settings.Envelope = c.Envelope;
+    const Sheet sheet = FindSheet(settings, 300, c.WidthDots, c.HeightRows);
+    EXPECT_EQ(sheet.Name, c.Name);
+    EXPECT_TRUE(sheet.Known);
+    EXPECT_EQ(sheet.Overrun, c.Overrun);
+    EXPECT_NEAR(sheet.HeightMm, c.HeightMm, 0.01);
+    if (!c.Overrun) {
+      EXPECT_NEAR(sheet.WidthMm, c.WidthMm, 0.01);
+    }
+    EXPECT_GE(sheet.WidthDots, sheet.LeftDots + c.WidthDots);
+    EXPECT_EQ(sheet.LeftDots, 40);  // 3.4 mm
+    EXPECT_EQ(sheet.TopDots, 35);   // 3 mm
+  }
+  Settings unknown;
+  unknown.Paper = 0xFF;
+  const Sheet loose = FindSheet(unknown, 600, 1000, 2000);
+  EXPECT_EQ(loose.Name, "unknown");
+  EXPECT_FALSE(loose.Known);
+  EXPECT_EQ(loose.WidthDots, 2 * loose.LeftDots + 1000);
+  // A page of a stream carries its sheet and its medium.
+  const PrintedPage page = PrintOne("01 01", "00", Feed(280) + Row(Hex("80")));
+  EXPECT_EQ(page.Paper.Name, "A4");
+  EXPECT_EQ(page.Medium, 0);
 }
 
 }  // namespace
