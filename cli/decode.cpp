@@ -64,9 +64,9 @@ Preview RenderPreview(const decode::PrintedPage& page, int previewDpi, bool crop
   preview.Height = scaled(h);
   const decode::InkGrid grid = decode::GatherInk(page, x, y, w, h, preview.Width, preview.Height);
   const decode::InkModel model = decode::InkModelFor(page.Medium, page.Dpi);
-  std::vector<decode::Reflectance> colours(grid.Ink.size());
-  std::transform(grid.Ink.begin(), grid.Ink.end(), colours.begin(),
-                 [&](const std::array<double, 4>& ink) { return decode::PrintedColour(model, ink); });
+  std::vector<decode::Reflectance> colours(grid.Boxes.size());
+  std::transform(grid.Boxes.begin(), grid.Boxes.end(), colours.begin(),
+                 [&](const decode::AreaInk& ink) { return decode::PrintedColour(model, ink); });
   preview.Rgb.resize(colours.size() * 3);
   decode::SrgbOfReflectances(colours, preview.Rgb);
   return preview;
@@ -150,7 +150,7 @@ int RunDecode(const DecodeOptions& options) {
     if (options.Page && number != options.Page) continue;
     const decode::PrintedPage& page = pages[index];
     const decode::StreamStats& s = page.Stats;
-    const auto coverage = decode::MeanInk(page, 0, 0, page.WidthDots, page.HeightRows);
+    const auto coverage = decode::MeanInk(page, 0, 0, page.WidthDots, page.HeightRows).Ink;
     const double mmPerDot = page.Dpi > 0 ? 25.4 / page.Dpi : 0;
     std::vector<int> twice, never;
     if (options.Stats || options.Json) {

@@ -52,7 +52,7 @@ struct ProofReport {
   double GreyMaxB = 0;
   bool GreyFalls = true;  // L* falls at every step of the ramp
   double BlackL = 0;      // L* of the source black patch as printed
-  double DarkestL = 0;    // L* of the darkest the mode prints: a solid of black ink, or a darker patch
+  double DarkestL = 0;    // L* of the darkest the mode prints: a solid of its black dot, or a darker patch
   // Goals: black within 3 L* of the darkest; ramp falling with |a*|, |b*| <= 3; mean Delta E within
   // 5 (plain and inkjet paper) or 4 (glossy and photographic paper).
   bool BlackMet() const;

@@ -18,6 +18,8 @@
 #include <variant>
 #include <vector>
 
+#include "decode/ink.h"
+
 namespace inkweave::decode {
 
 struct Error {
@@ -185,17 +187,17 @@ int DotAt(const PrintedPage& page, int plane, int x, int row);
 // The ink a dot of each value carries at a page resolution and depth (see PrintedPage::DotInk).
 std::array<int, 4> DotInkOf(int dpi, int bitsPerDot);
 
-// Mean ink per cell of each plane (1 = every cell holds a full dot's ink) in boxes of a rectangle of
-// the page: the rectangle of w x h dots at (x, y) is cut into columns x rows boxes, dot (x + i, y + j)
-// falling in box (i * columns / w, j * rows / h). Cells outside the printed page count as bare paper.
+// The ink of boxes of a rectangle of the page: the rectangle of w x h dots at (x, y) is cut into
+// columns x rows boxes, dot (x + i, y + j) falling in box (i * columns / w, j * rows / h). Cells outside
+// the printed page count as bare paper.
 struct InkGrid {
   int Columns = 0;
   int Rows = 0;
-  std::vector<std::array<double, 4>> Ink;  // box (c, r) at r * Columns + c; cyan, magenta, yellow, black
+  std::vector<AreaInk> Boxes;  // box (c, r) at r * Columns + c
 };
 InkGrid GatherInk(const PrintedPage& page, int x, int y, int w, int h, int columns, int rows);
 // The same over one box.
-std::array<double, 4> MeanInk(const PrintedPage& page, int x, int y, int w, int h);
+AreaInk MeanInk(const PrintedPage& page, int x, int y, int w, int h);
 
 // The sheet named by the paper settings of a page printed at `dpi`, holding a print of widthDots x
 // heightRows (the smaller sheet of a shared code unless the print runs past it).

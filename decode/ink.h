@@ -11,6 +11,10 @@
 //  - Mixture: Demichel weights of the four coverages over the 16 overprints, averaged in the
 //    Yule-Nielsen way (reflectance to the power 1/n), which with Beer-Lambert overprints reduces to
 //    R^(1/n) = product over the inks of (1 - c + c S^(1/n)).
+//  - Black apart: where the dots say how much colour ink lies in the cells that hold black (the dither
+//    path never puts colour under black; the diffusion paths place the inks independently), the area is
+//    mixed as two parts, the black-covered part with the colour ink found under black and the rest with
+//    the colour ink found beside it: R^(1/n) = cK SK^(1/n) P(under) + (1 - cK) P(beside).
 #pragma once
 
 #include <array>
@@ -28,6 +32,13 @@ struct InkModel {
 // Media codes of "N" 05 m.
 inline constexpr int kMediaCodes = 5;  // 0 plain, 1 inkjet, 2 glossy, 3 photographic, 4 (media 4 and 5)
 
+// Ink over an area of the page.
+struct AreaInk {
+  std::array<double, 4> Ink{};         // cyan, magenta, yellow, black: mean ink per cell (1 = full dots)
+  double BlackCells = -1;              // share of the cells holding a black dot; < 0: inks independent
+  std::array<double, 3> UnderBlack{};  // mean cyan, magenta, yellow ink per cell over the black cells
+};
+
 // The fitted model of a medium at a page resolution (150, 300, 600, 1200); unknown media print as plain
 // paper, unknown resolutions as the nearest one below.
 InkModel InkModelFor(int medium, int dpi);
@@ -35,8 +46,11 @@ InkModel InkModelFor(int medium, int dpi);
 // The share of the area that ink amount `ink` covers.
 double Coverage(const InkModel& model, double ink);
 
-// The colour of an area holding `ink` of cyan, magenta, yellow and black (mean ink per cell).
+// The colour of an area holding `ink` of cyan, magenta, yellow and black (mean ink per cell), placed
+// independently of each other.
 Reflectance PrintedColour(const InkModel& model, const std::array<double, 4>& ink);
+// The colour of an area whose dots also tell how the colour inks sit against black.
+Reflectance PrintedColour(const InkModel& model, const AreaInk& area);
 
 // The fitted models: one per medium code and resolution.
 struct FittedInkModel {

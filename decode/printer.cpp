@@ -250,46 +250,84 @@ std::array<int, 4> DotInkOf(int dpi, int bitsPerDot) {
   return {0, 255, 255, 255};
 }
 
+namespace {
+
+// Sums of one box while the dots are gathered.
+struct BoxSums {
+  double Cells = 0;
+  double BlackCells = 0;
+  std::array<double, 4> Ink{};         // dot ink, 1/255 of a cell
+  std::array<double, 3> UnderBlack{};  // colour dot ink in cells holding black
+};
+
+// Dot values 0..3 of the four planes at one dot of a row.
+std::array<int, 4> DotValues(const PrintedPage& page, std::size_t row, int dot) {
+  std::array<int, 4> values{};
+  const auto byte = static_cast<std::size_t>(dot / 8);
+  const int mask = 0x80 >> (dot % 8);
+  for (std::size_t plane = 0; plane < 4; ++plane) {
+    const auto& first = page.Bits[plane][0].Rows[row];
+    const auto& second = page.Bits[plane][1].Rows[row];
+    values[plane] =
+        (!first.empty() && (first[byte] & mask) ? 1 : 0) + (!second.empty() && (second[byte] & mask) ? 2 : 0);
+  }
+  return values;
+}
+
+bool RowHasInk(const PrintedPage& page, std::size_t row) {
+  for (const auto& plane : page.Bits)
+    for (const auto& bits : plane)
+      if (!bits.Rows[row].empty()) return true;
+  return false;
+}
+
+}  // namespace
+
 InkGrid GatherInk(const PrintedPage& page, int x, int y, int w, int h, int columns, int rows) {
   InkGrid grid;
   if (w <= 0 || h <= 0 || columns <= 0 || rows <= 0) return grid;
   grid.Columns = columns;
   grid.Rows = rows;
-  grid.Ink.assign(static_cast<std::size_t>(columns) * static_cast<std::size_t>(rows), {});
-  // Cells per box, to turn sums into means.
-  std::vector<double> cells(grid.Ink.size(), 0.0);
-  const auto box = [](long offset, long extent, int boxes) { return static_cast<int>(offset * boxes / extent); };
-  for (int j = 0; j < h; ++j) {
-    const std::size_t rowBase = static_cast<std::size_t>(box(j, h, rows)) * static_cast<std::size_t>(columns);
-    for (int i = 0; i < w; ++i) cells[rowBase + static_cast<std::size_t>(box(i, w, columns))] += 1;
-  }
+  std::vector<BoxSums> sums(static_cast<std::size_t>(columns) * static_cast<std::size_t>(rows));
+  const auto box = [](long offset, long extent, int boxes) {
+    return static_cast<std::size_t>(offset * boxes / extent);
+  };
+  for (int j = 0; j < h; ++j)
+    for (int i = 0; i < w; ++i)
+      sums[box(j, h, rows) * static_cast<std::size_t>(columns) + box(i, w, columns)].Cells += 1;
   const int x0 = std::max(0, x), x1 = std::min(page.WidthDots, x + w);
   const int y0 = std::max(0, y), y1 = std::min(page.HeightRows, y + h);
   for (int row = y0; row < y1; ++row) {
-    const std::size_t rowBase = static_cast<std::size_t>(box(row - y, h, rows)) * static_cast<std::size_t>(columns);
-    for (std::size_t plane = 0; plane < 4; ++plane) {
-      const auto& first = page.Bits[plane][0].Rows[static_cast<std::size_t>(row)];
-      const auto& second = page.Bits[plane][1].Rows[static_cast<std::size_t>(row)];
-      if (first.empty() && second.empty()) continue;
-      for (int dot = x0; dot < x1; ++dot) {
-        const auto byte = static_cast<std::size_t>(dot / 8);
-        const int mask = 0x80 >> (dot % 8);
-        const int value =
-            (!first.empty() && (first[byte] & mask) ? 1 : 0) + (!second.empty() && (second[byte] & mask) ? 2 : 0);
-        if (value != 0)
-          grid.Ink[rowBase + static_cast<std::size_t>(box(dot - x, w, columns))][plane] +=
-              page.DotInk[static_cast<std::size_t>(value)];
-      }
+    if (!RowHasInk(page, static_cast<std::size_t>(row))) continue;
+    const std::size_t rowBase = box(row - y, h, rows) * static_cast<std::size_t>(columns);
+    for (int dot = x0; dot < x1; ++dot) {
+      const std::array<int, 4> values = DotValues(page, static_cast<std::size_t>(row), dot);
+      if ((values[0] | values[1] | values[2] | values[3]) == 0) continue;
+      BoxSums& sum = sums[rowBase + box(dot - x, w, columns)];
+      for (std::size_t plane = 0; plane < 4; ++plane)
+        sum.Ink[plane] += page.DotInk[static_cast<std::size_t>(values[plane])];
+      if (values[3] == 0) continue;
+      sum.BlackCells += 1;
+      for (std::size_t plane = 0; plane < 3; ++plane)
+        sum.UnderBlack[plane] += page.DotInk[static_cast<std::size_t>(values[plane])];
     }
   }
-  for (std::size_t b = 0; b < grid.Ink.size(); ++b)
-    for (double& ink : grid.Ink[b]) ink = cells[b] > 0 ? ink / (255.0 * cells[b]) : 0.0;
+  grid.Boxes.resize(sums.size());
+  for (std::size_t b = 0; b < sums.size(); ++b) {
+    const BoxSums& sum = sums[b];
+    AreaInk& area = grid.Boxes[b];
+    if (sum.Cells <= 0) continue;
+    for (std::size_t plane = 0; plane < 4; ++plane) area.Ink[plane] = sum.Ink[plane] / (255.0 * sum.Cells);
+    area.BlackCells = sum.BlackCells / sum.Cells;
+    for (std::size_t plane = 0; plane < 3; ++plane)
+      area.UnderBlack[plane] = sum.BlackCells > 0 ? sum.UnderBlack[plane] / (255.0 * sum.BlackCells) : 0.0;
+  }
   return grid;
 }
 
-std::array<double, 4> MeanInk(const PrintedPage& page, int x, int y, int w, int h) {
+AreaInk MeanInk(const PrintedPage& page, int x, int y, int w, int h) {
   const InkGrid grid = GatherInk(page, x, y, w, h, 1, 1);
-  return grid.Ink.empty() ? std::array<double, 4>{} : grid.Ink.front();
+  return grid.Boxes.empty() ? AreaInk{} : grid.Boxes.front();
 }
 
 }  // namespace inkweave::decode

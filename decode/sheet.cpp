@@ -46,7 +46,8 @@ std::vector<SheetSize> Candidates(const Settings& settings) {
   }
 }
 
-int Dots(double mm, int dpi) { return static_cast<int>(std::lround(mm * dpi / kMmPerInch)); }
+// Whole dots of a length, rounded down (as the host measures its printable area).
+int Dots(double mm, int dpi) { return static_cast<int>(mm * dpi / kMmPerInch + 1e-9); }
 
 }  // namespace
 

@@ -197,18 +197,19 @@ TEST(PrintJob, DotsCarryTheInkOfTheirSizeInEveryMode) {
   for (const auto& c : kCases) {
     SCOPED_TRACE(std::string(c.Resolution) + " I " + c.Ink);
     const PrintedPage page = PrintOne(c.Resolution, c.Ink, Feed(280) + c.Body);
-    for (int x = 0; x < 4; ++x) EXPECT_NEAR(MeanInk(page, x, 0, 1, 1)[3] * 255, c.Expected[x], 1e-9) << "dot " << x;
-    EXPECT_NEAR(MeanInk(page, 0, 0, 1, 1)[0], 0, 1e-12);  // no cyan
+    for (int x = 0; x < 4; ++x) EXPECT_NEAR(MeanInk(page, x, 0, 1, 1).Ink[3] * 255, c.Expected[x], 1e-9) << "dot " << x;
+    EXPECT_NEAR(MeanInk(page, 0, 0, 1, 1).Ink[0], 0, 1e-12);  // no cyan
   }
   const PrintedPage top = PrintOne("03 03", "00", Feed(280) + Row(Hex("00 C0")));
-  EXPECT_NEAR(MeanInk(top, 8, 0, 2, 1)[3], 350.0 / 255, 1e-9);
+  EXPECT_NEAR(MeanInk(top, 8, 0, 2, 1).Ink[3], 350.0 / 255, 1e-9);
   // Means over boxes: two dots of 255 in a 4 x 1 box give half a cell of ink.
   const PrintedPage one = PrintOne("01 01", "00", Feed(280) + Row(Hex("C0")));
   const InkGrid grid = GatherInk(one, 0, 0, 4, 1, 2, 1);
-  ASSERT_EQ(grid.Ink.size(), 2u);
-  EXPECT_NEAR(grid.Ink[0][3], 1.0, 1e-12);
-  EXPECT_NEAR(grid.Ink[1][3], 0.0, 1e-12);
-  EXPECT_NEAR(MeanInk(one, -2, 0, 4, 1)[3], 0.5, 1e-12);  // cells off the page are bare paper
+  ASSERT_EQ(grid.Boxes.size(), 2u);
+  EXPECT_NEAR(grid.Boxes[0].Ink[3], 1.0, 1e-12);
+  EXPECT_NEAR(grid.Boxes[0].BlackCells, 1.0, 1e-12);
+  EXPECT_NEAR(grid.Boxes[1].Ink[3], 0.0, 1e-12);
+  EXPECT_NEAR(MeanInk(one, -2, 0, 4, 1).Ink[3], 0.5, 1e-12);  // cells off the page are bare paper
 }
 
 // The sheet comes from the paper command: the smaller of a shared code unless the print runs past it,
