@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # The main job: install what is missing, build, print the project's test page through the plug-in,
-# decode the stream into a preview of what the printer would print, and show the commands of a short
-# job (two blank pages).
+# decode the stream into a preview of what the printer would print, print and measure the colour proof,
+# and show the commands of a short job (two blank pages).
 set -euo pipefail
 cd "$(dirname "$0")"
 
@@ -19,6 +19,9 @@ echo "== print examples/testpage.pdf (A4, 300 dpi, dither, plain paper) to out/t
 
 echo "== decode out/testpage.prn: out/testpage-1.png, out/testpage-2.png"
 "$inkweave" decode out/testpage.prn -o out/testpage.png
+
+echo "== colour proof (300 dpi, dither, plain paper): out/proof.png"
+"$inkweave" proof -o out/proof.png | tail -n 1
 
 echo "== dump of a job of two blank pages (out/blank.prn)"
 "$inkweave" print examples/blank.png examples/blank.png --quality 150 -q -o out/blank.prn
