@@ -8,9 +8,11 @@
 //   1. q = p / m lies on one of the three cube faces next to white; V(q) is the trilinear interpolation
 //      of the eight corners at q (on those faces it is bilinear between four chromatic corners);
 //   2. along the ray from the black corner through q the ink runs from L to V(q) by the darkness curve
-//      D(t) = (1 - t)^2 (1 + c t), t = m / 16, c = 8 gray / L - 2, so that the neutral axis meets the
-//      mid gray exactly, starts into the shadows at slope c - 2 and fades into paper white at slope 0:
-//        ink = L D(t) + (1 - D(t)) V(q);
+//      D(m), the table's neutral axis divided by L: ink = L D(m) + (1 - D(m)) V(q). The neutral axis is
+//      the printer model's (decode/ink.h, fitted by tools/fit_ink_model.cpp) inverted: at grid step m
+//      the black ink that prints the lightness of sRGB grey 16 m on the table's medium and resolution,
+//      black-point compensated to the table's black, bent by 4 s (1 - s), s = m / 16, so that it meets
+//      the given mid gray exactly; D(0) = 1 and D(16) = 0, so black and white stay;
 //   3. cyan, magenta and yellow are truncated to whole bytes (a trace such as the cyan corner's one
 //      unit of yellow then shows only at its corner, never next to ink it would pair with); the fourth byte is the gray
 //      component, the smallest of the three, which the error-diffusion ink split takes away from the colours.
@@ -24,15 +26,20 @@
 //
 // The generator checks every property it promises (given rows, white, the neutral axis, the gray
 // component, monotone cube edges, at most 48 per grid step) and refuses to write a table that fails.
-// Usage: gen-color-tables <output.cpp>. Standard library only; no random draws (seed: none); only
-// +, -, * and / on doubles, so the output is the same on every IEEE machine.
+// Usage: gen-color-tables <output.cpp>. Links the printer model (decode/, standard library only); no
+// random draws (seed: none). The neutral axis uses pow through the model, so a machine whose libm
+// rounds differently could move a byte that lies on a rounding edge; CheckedInFilesMatchTheirGenerators
+// would say so.
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <vector>
+
+#include "decode/ink.h"
 
 namespace {
 
@@ -40,6 +47,7 @@ constexpr int kGrid = 17;
 constexpr int kTables = 16;
 constexpr std::size_t kTableBytes = kGrid * kGrid * kGrid * 4;
 constexpr int kMaxGridStep = 48;
+constexpr double kNeutralStep = 36;  // largest fall of the neutral axis in one grid step
 constexpr double kWholeAllowance = 1e-7;
 
 using Ink = std::array<int, 3>;  // cyan, magenta, yellow amounts 0..255
@@ -51,6 +59,8 @@ struct TableModel {
   std::array<Ink, 8> corners;  // white is {0, 0, 0}, black is {L, L, L}
   int gray;                    // ink of each of the four inks at grid point (8, 8, 8)
   const char* serves;          // media and modes, for the generated comment
+  int medium = 0;              // the printer model's medium ("N" code) and resolution it prints on
+  int dpi = 300;
 };
 
 TableModel Given(int black, Ink red, Ink green, Ink blue, Ink cyan, Ink magenta, Ink yellow, int gray,
@@ -103,6 +113,13 @@ TableModel DiffusionPartner(const TableModel& dither, const TableModel& ref01, c
   return t;
 }
 
+// The table's tone on its medium: what the printer model needs of it.
+TableModel On(TableModel t, int medium, int dpi) {
+  t.medium = medium;
+  t.dpi = dpi;
+  return t;
+}
+
 std::array<TableModel, kTables> Models() {
   // The given rows (black, red, green, blue, cyan, magenta, yellow corners; gray (8,8,8)).
   const TableModel t01 =
@@ -128,24 +145,28 @@ std::array<TableModel, kTables> Models() {
   const TableModel t11 = AtBlackLevel(t13, 0xff, "glossy and photographic paper, modes 4, 5, 36, 37; dither");
 
   std::array<TableModel, kTables> m{};
-  m[0] = t01;
-  m[1] = DiffusionPartner(t01, t01, t02, t02.serves);
-  m[2] = t03;
-  m[3] = DiffusionPartner(t03, t01, t02, "plain paper, modes 4, 5, 36, 37; error diffusion");
-  m[4] = t05;
-  m[5] = DiffusionPartner(t05, t01, t02,
-                          "inkjet paper, every mode but 6, 38; media codes 4 and 5, modes 4, 5, 36, 37; "
-                          "error diffusion");
-  m[6] = t07;
-  m[7] = DiffusionPartner(t07, t01, t02, "inkjet paper, modes 6, 38; error diffusion");
-  m[8] = t09;
-  m[9] = DiffusionPartner(t09, t01, t02, "glossy paper, every mode but 4, 5, 36, 37; error diffusion");
-  m[10] = t11;
-  m[11] = DiffusionPartner(t11, t01, t02, "glossy and photographic paper, modes 4, 5, 36, 37; error diffusion");
-  m[12] = t13;
-  m[13] = DiffusionPartner(t13, t01, t02, "photographic paper, every mode but 4, 5, 36, 37; error diffusion");
-  m[14] = t15;
-  m[15] = DiffusionPartner(t15, t01, t02, "media codes 4 and 5, every mode but 4, 5, 36, 37; error diffusion");
+  m[0] = On(t01, 0, 300);
+  m[1] = On(DiffusionPartner(t01, t01, t02, t02.serves), 0, 300);
+  m[2] = On(t03, 0, 600);
+  m[3] = On(DiffusionPartner(t03, t01, t02, "plain paper, modes 4, 5, 36, 37; error diffusion"), 0, 600);
+  m[4] = On(t05, 1, 300);
+  m[5] = On(DiffusionPartner(t05, t01, t02,
+                             "inkjet paper, every mode but 6, 38; media codes 4 and 5, modes 4, 5, 36, 37; "
+                             "error diffusion"),
+            1, 300);
+  m[6] = On(t07, 1, 1200);
+  m[7] = On(DiffusionPartner(t07, t01, t02, "inkjet paper, modes 6, 38; error diffusion"), 1, 1200);
+  m[8] = On(t09, 2, 300);
+  m[9] = On(DiffusionPartner(t09, t01, t02, "glossy paper, every mode but 4, 5, 36, 37; error diffusion"), 2, 300);
+  m[10] = On(t11, 2, 600);
+  m[11] =
+      On(DiffusionPartner(t11, t01, t02, "glossy and photographic paper, modes 4, 5, 36, 37; error diffusion"), 2, 600);
+  m[12] = On(t13, 3, 300);
+  m[13] =
+      On(DiffusionPartner(t13, t01, t02, "photographic paper, every mode but 4, 5, 36, 37; error diffusion"), 3, 300);
+  m[14] = On(t15, 4, 300);
+  m[15] =
+      On(DiffusionPartner(t15, t01, t02, "media codes 4 and 5, every mode but 4, 5, 36, 37; error diffusion"), 4, 300);
   return m;
 }
 
@@ -158,10 +179,53 @@ int TruncateToByte(double x) {
   return std::clamp(v, 0, 255);
 }
 
+// Luminance of an sRGB grey level, 0..1.
+double SrgbLuminance(int value) {
+  const double v = value / 255.0;
+  return v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4);
+}
+
+// The neutral axis inverted through the printer model: at grid step m the black ink that prints the
+// luminance of sRGB grey 16 m (black-point compensated: sRGB black is the table's black level printed),
+// bent by 4 s (1 - s), s = m / 16, to pass exactly through the given mid gray. Answered as the darkness
+// D(m) = ink / L along the rays from black.
+std::array<double, kGrid> DarknessCurve(const TableModel& t) {
+  const double level = BlackLevel(t) / 255.0;
+  const inkweave::decode::InkModel model = inkweave::decode::InkModelFor(t.medium, t.dpi);
+  const auto luminance = [&](double black) {  // black ink alone is neutral: every channel is Y
+    return inkweave::decode::PrintedColour(model, std::array<double, 4>{0, 0, 0, black})[0];
+  };
+  const double blackY = luminance(level);
+  std::array<double, kGrid> ink{};
+  for (int m = 0; m < kGrid; ++m) {
+    const double wanted = blackY + (1 - blackY) * SrgbLuminance(std::min(255, 16 * m));
+    double lo = 0, hi = level;  // luminance falls as the ink rises
+    for (int step = 0; step < 60; ++step) {
+      const double mid = (lo + hi) / 2;
+      (luminance(mid) > wanted ? lo : hi) = mid;
+    }
+    ink[static_cast<std::size_t>(m)] = 255 * (lo + hi) / 2;
+  }
+  const double miss = t.gray - ink[8];
+  std::array<double, kGrid> dark{};
+  double previous = BlackLevel(t);
+  for (int m = 0; m < kGrid; ++m) {
+    const double s = m / 16.0;
+    // Out of the shadows no faster than kNeutralStep a grid step, so that no ray steeps past the grid step
+    // limit where dot gain has covered the paper before the ink is full.
+    const double bent = std::max(ink[static_cast<std::size_t>(m)] + miss * 4 * s * (1 - s), previous - kNeutralStep);
+    dark[static_cast<std::size_t>(m)] = bent / BlackLevel(t);
+    previous = bent;
+  }
+  dark[0] = 1;
+  dark[kGrid - 1] = 0;
+  return dark;
+}
+
 std::vector<std::uint8_t> BuildTable(const TableModel& t) {
   std::vector<std::uint8_t> table(kTableBytes);
   const double level = BlackLevel(t);
-  const double c = 8.0 * t.gray / level - 2.0;
+  const std::array<double, kGrid> darkness = DarknessCurve(t);
   for (int i = 0; i < kGrid; ++i) {
     for (int j = 0; j < kGrid; ++j) {
       for (int k = 0; k < kGrid; ++k) {
@@ -177,8 +241,7 @@ std::vector<std::uint8_t> BuildTable(const TableModel& t) {
               for (int axis = 0; axis < 3; ++axis) w *= (corner >> axis & 1) ? q[axis] : 1.0 - q[axis];
               v += w * t.corners[static_cast<std::size_t>(corner)][n];
             }
-            const double s = static_cast<double>(m) / 16.0;
-            const double dark = (1.0 - s) * (1.0 - s) * (1.0 + c * s);
+            const double dark = darkness[static_cast<std::size_t>(m)];
             value = level * dark + (1.0 - dark) * v;
           }
           ink[n] = TruncateToByte(value);
@@ -274,8 +337,8 @@ int main(int argc, char** argv) {
   const std::array<TableModel, kTables> models = Models();
   std::string out;
   out += "// Generated by tools/gen_color_tables.cpp. Do not edit.\n";
-  out += "// Corner inks (cyan, magenta, yellow) and mid gray of each table; darkness curve\n";
-  out += "// (1 - t)^2 (1 + c t) with c = 8 gray / L - 2 along the rays from black. Seed: none (no random draws).\n";
+  out += "// Corner inks (cyan, magenta, yellow) and mid gray of each table; the darkness curve along the rays\n";
+  out += "// from black is the neutral axis inverted through the printer model. Seed: none (no random draws).\n";
   out += "#include \"src/data/tables.h\"\n\nnamespace inkweave {\nnamespace {\n";
   char buf[512];
   for (int n = 0; n < kTables; ++n) {

@@ -1,11 +1,17 @@
 #!/usr/bin/env bash
 # Rebuilds the table generators and rewrites every generated table source in src/data/generated/
-# (src/data/generated/<name>.cpp comes from tools/gen_<name>.cpp). Run after changing a generator; the
-# table tests then pin the new contents (update their digests).
+# (src/data/generated/<name>.cpp comes from tools/gen_<name>.cpp), after the printer model's ink fit
+# (decode/generated/ink_model.cpp, from tools/fit_ink_model.cpp; needs Little CMS 2). Run after changing a
+# generator; the table tests then pin the new contents (update their digests).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build}
 cmake -S . -B "$build" -G Ninja >/dev/null
+# The printer model's inks first: the colour tables' neutral axis is inverted through it.
+if cmake --build "$build" --target fit-ink-model >/dev/null 2>&1; then
+  "$build/tools/fit-ink-model" decode/generated/ink_model.cpp >/dev/null
+  echo "wrote decode/generated/ink_model.cpp"
+fi
 for out in src/data/generated/*.cpp; do
   name=$(basename "$out" .cpp)
   target="gen-${name//_/-}"
@@ -13,4 +19,4 @@ for out in src/data/generated/*.cpp; do
   "$build/tools/$target" "$out"
   echo "wrote $out"
 done
-git --no-pager diff --stat -- src/data/generated/ || true
+git --no-pager diff --stat -- src/data/generated/ decode/generated/ || true
