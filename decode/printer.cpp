@@ -254,7 +254,6 @@ namespace {
 
 // Sums of one box while the dots are gathered.
 struct BoxSums {
-  double Cells = 0;
   double BlackCells = 0;
   std::array<double, 4> Ink{};         // dot ink, 1/255 of a cell
   std::array<double, 3> UnderBlack{};  // colour dot ink in cells holding black
@@ -281,29 +280,20 @@ bool RowHasInk(const PrintedPage& page, std::size_t row) {
   return false;
 }
 
-}  // namespace
+// The box of `offset` when `extent` dots are cut into `boxes`.
+std::size_t BoxOf(long offset, long extent, int boxes) { return static_cast<std::size_t>(offset * boxes / extent); }
 
-InkGrid GatherInk(const PrintedPage& page, int x, int y, int w, int h, int columns, int rows) {
-  InkGrid grid;
-  if (w <= 0 || h <= 0 || columns <= 0 || rows <= 0) return grid;
-  grid.Columns = columns;
-  grid.Rows = rows;
-  std::vector<BoxSums> sums(static_cast<std::size_t>(columns) * static_cast<std::size_t>(rows));
-  const auto box = [](long offset, long extent, int boxes) {
-    return static_cast<std::size_t>(offset * boxes / extent);
-  };
-  for (int j = 0; j < h; ++j)
-    for (int i = 0; i < w; ++i)
-      sums[box(j, h, rows) * static_cast<std::size_t>(columns) + box(i, w, columns)].Cells += 1;
+// Sums the dots of the rectangle into the boxes of the grid.
+void SumDots(const PrintedPage& page, int x, int y, const InkGrid& grid, int w, int h, std::vector<BoxSums>& sums) {
   const int x0 = std::max(0, x), x1 = std::min(page.WidthDots, x + w);
   const int y0 = std::max(0, y), y1 = std::min(page.HeightRows, y + h);
   for (int row = y0; row < y1; ++row) {
     if (!RowHasInk(page, static_cast<std::size_t>(row))) continue;
-    const std::size_t rowBase = box(row - y, h, rows) * static_cast<std::size_t>(columns);
+    const std::size_t rowBase = BoxOf(row - y, h, grid.Rows) * static_cast<std::size_t>(grid.Columns);
     for (int dot = x0; dot < x1; ++dot) {
       const std::array<int, 4> values = DotValues(page, static_cast<std::size_t>(row), dot);
       if ((values[0] | values[1] | values[2] | values[3]) == 0) continue;
-      BoxSums& sum = sums[rowBase + box(dot - x, w, columns)];
+      BoxSums& sum = sums[rowBase + BoxOf(dot - x, w, grid.Columns)];
       for (std::size_t plane = 0; plane < 4; ++plane)
         sum.Ink[plane] += page.DotInk[static_cast<std::size_t>(values[plane])];
       if (values[3] == 0) continue;
@@ -312,13 +302,29 @@ InkGrid GatherInk(const PrintedPage& page, int x, int y, int w, int h, int colum
         sum.UnderBlack[plane] += page.DotInk[static_cast<std::size_t>(values[plane])];
     }
   }
+}
+
+}  // namespace
+
+InkGrid GatherInk(const PrintedPage& page, int x, int y, int w, int h, int columns, int rows) {
+  InkGrid grid;
+  if (w <= 0 || h <= 0 || columns <= 0 || rows <= 0) return grid;
+  grid.Columns = columns;
+  grid.Rows = rows;
+  // Cells per box: dots across its column times rows down its row.
+  std::vector<double> across(static_cast<std::size_t>(columns)), down(static_cast<std::size_t>(rows));
+  for (int i = 0; i < w; ++i) across[BoxOf(i, w, columns)] += 1;
+  for (int j = 0; j < h; ++j) down[BoxOf(j, h, rows)] += 1;
+  std::vector<BoxSums> sums(across.size() * down.size());
+  SumDots(page, x, y, grid, w, h, sums);
   grid.Boxes.resize(sums.size());
   for (std::size_t b = 0; b < sums.size(); ++b) {
     const BoxSums& sum = sums[b];
+    const double cells = across[b % across.size()] * down[b / across.size()];
     AreaInk& area = grid.Boxes[b];
-    if (sum.Cells <= 0) continue;
-    for (std::size_t plane = 0; plane < 4; ++plane) area.Ink[plane] = sum.Ink[plane] / (255.0 * sum.Cells);
-    area.BlackCells = sum.BlackCells / sum.Cells;
+    if (cells <= 0) continue;
+    for (std::size_t plane = 0; plane < 4; ++plane) area.Ink[plane] = sum.Ink[plane] / (255.0 * cells);
+    area.BlackCells = sum.BlackCells / cells;
     for (std::size_t plane = 0; plane < 3; ++plane)
       area.UnderBlack[plane] = sum.BlackCells > 0 ? sum.UnderBlack[plane] / (255.0 * sum.BlackCells) : 0.0;
   }
