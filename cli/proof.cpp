@@ -97,6 +97,20 @@ TargetPage LayOut(int dpi, double patchMm) {
   return page;
 }
 
+// The rectangle (x, y, w, h) of the target page as 24-bit RGB rows; white past the last patch.
+void PaintTarget(const TargetPage& target, int x, int y, int w, int h, std::uint8_t* dst, std::size_t stride) {
+  const auto& patches = ProofTarget();
+  const std::array<std::uint8_t, 3> white = {255, 255, 255};
+  for (int row = 0; row < h; ++row) {
+    for (int col = 0; col < w; ++col) {
+      const auto index = static_cast<std::size_t>(((y + row) / target.Side) * kColumns + (x + col) / target.Side);
+      const auto& rgb = index < patches.size() ? patches[index].Rgb : white;
+      std::copy(rgb.begin(), rgb.end(),
+                dst + static_cast<std::size_t>(row) * stride + 3 * static_cast<std::size_t>(col));
+    }
+  }
+}
+
 // Prints the target as a one-page job; answers the printer stream.
 std::optional<std::vector<std::uint8_t>> PrintTarget(const ProofSettings& settings, const TargetPage& target,
                                                      std::string* error) {
@@ -128,17 +142,7 @@ std::optional<std::vector<std::uint8_t>> PrintTarget(const ProofSettings& settin
   source.Height = target.Height;
   source.Render = [&](std::int32_t x, std::int32_t y, std::int32_t w, std::int32_t h, std::uint8_t* dst,
                       std::size_t stride) {
-    const auto& patches = ProofTarget();
-    for (std::int32_t row = 0; row < h; ++row) {
-      for (std::int32_t col = 0; col < w; ++col) {
-        const std::size_t index =
-            static_cast<std::size_t>(((y + row) / target.Side) * kColumns + (x + col) / target.Side);
-        const std::array<std::uint8_t, 3> white = {255, 255, 255};
-        const auto& rgb = index < patches.size() ? patches[index].Rgb : white;
-        std::copy(rgb.begin(), rgb.end(),
-                  dst + static_cast<std::size_t>(row) * stride + 3 * static_cast<std::size_t>(col));
-      }
-    }
+    PaintTarget(target, x, y, w, h, dst, stride);
     return true;
   };
   const host::PageResult result = host::PrintPage(session, source, 256);
