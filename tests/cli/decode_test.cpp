@@ -47,6 +47,23 @@ TEST_F(DecodeCommand, PreviewPerPageAndSummary) {
   EXPECT_THAT(one.Out, ::testing::Not(HasSubstr("\"page\": 1,")));
   EXPECT_EQ(ReadFile(out / "two.png").empty(), false);
 
+  // The whole A4 sheet at 50 dpi (414 x 585 pixels), or with --crop the printed area only; the summary names
+  // the sheet.
+  const auto pngSize = [](const std::vector<unsigned char>& file) {
+    const auto word = [&](std::size_t at) {
+      return (file[at] << 24) | (file[at + 1] << 16) | (file[at + 2] << 8) | file[at + 3];
+    };
+    return std::pair<int, int>(word(16), word(20));
+  };
+  EXPECT_EQ(pngSize(png), std::make_pair(414, 585));
+  EXPECT_THAT(run.Out, HasSubstr("sheet: A4 (210.0 x 297.0 mm), the print 3.4 mm from its left edge"));
+  const RunResult crop =
+      RunInkweave({"decode", Job(), "--page", "1", "--crop", "-o", out / "crop.png", "-q", "--preview-dpi", "50"});
+  ASSERT_EQ(crop.Exit, 0) << crop.Err;
+  const auto cropped = pngSize(ReadFile(out / "crop.png"));
+  EXPECT_LT(cropped.first, 414);
+  EXPECT_LT(cropped.second, 585);
+
   const RunResult tooFar = RunInkweave({"decode", Job(), "--page", "3"});
   EXPECT_EQ(tooFar.Exit, 2);
   EXPECT_THAT(tooFar.Err, HasSubstr("only 2 pages"));
