@@ -230,19 +230,7 @@ bool PageImage::Render(std::int32_t x, std::int32_t y, std::int32_t w, std::int3
 
 bool PageImage::RenderPdf(std::int32_t x, std::int32_t y, std::int32_t w, std::int32_t h, std::uint8_t* dst,
                           std::size_t stride) {
-  const State& s = *state_;
-  for (std::int32_t row = 0; row < h; ++row)
-    std::memset(dst + stride * static_cast<std::size_t>(row), 0xFF, static_cast<std::size_t>(w) * 3);
-  // The part of the rectangle the page covers, in surface pixels.
-  const std::int64_t left = std::max<std::int64_t>(x, s.Left);
-  const std::int64_t top = std::max<std::int64_t>(y, s.Top);
-  const std::int64_t right = std::min<std::int64_t>(std::int64_t{x} + w, s.Left + s.Pdf->Width());
-  const std::int64_t bottom = std::min<std::int64_t>(std::int64_t{y} + h, s.Top + s.Pdf->Height());
-  if (left >= right || top >= bottom) return true;
-  std::uint8_t* at = dst + stride * static_cast<std::size_t>(top - y) + static_cast<std::size_t>(left - x) * 3;
-  return state_->Pdf->Render(static_cast<std::int32_t>(left - s.Left), static_cast<std::int32_t>(top - s.Top),
-                             static_cast<std::int32_t>(right - left), static_cast<std::int32_t>(bottom - top), at,
-                             stride, &error_);
+  return state_->Pdf->RenderOnSurface(state_->Left, state_->Top, x, y, w, h, dst, stride, &error_);
 }
 
 }  // namespace inkweave::cli

@@ -22,23 +22,45 @@ struct PdfPage::Handles {
 
 PdfPage::~PdfPage() = default;
 
+namespace {
+
+// The document, or null with the reason in *error.
+PopplerDocument* OpenDocument(const std::string& file, std::string* error) {
+  const int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) {
+    if (error) *error = std::strerror(errno);
+    return nullptr;
+  }
+  GError* gerror = nullptr;
+  PopplerDocument* document = poppler_document_new_from_fd(fd, nullptr, &gerror);  // owns fd from here
+  if (!document) {
+    if (error) *error = gerror && gerror->message ? gerror->message : "not a readable PDF";
+    if (gerror) g_error_free(gerror);
+  }
+  return document;
+}
+
+}  // namespace
+
+int PdfPage::CountPages(const std::string& file, std::string* error) {
+  PopplerDocument* document = OpenDocument(file, error);
+  if (!document) return -1;
+  const int pages = poppler_document_get_n_pages(document);
+  g_object_unref(document);
+  return pages;
+}
+
 std::unique_ptr<PdfPage> PdfPage::Open(const std::string& file, int index, double scale, std::string* error) {
   auto fail = [&](const std::string& why) -> std::unique_ptr<PdfPage> {
     if (error) *error = why;
     return nullptr;
   };
   if (!(scale > 0) || !std::isfinite(scale)) return fail("the page scale is out of range");
-  const int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return fail(std::strerror(errno));
   std::unique_ptr<PdfPage> page(new PdfPage);
   page->handles_ = std::make_unique<Handles>();
-  GError* gerror = nullptr;
-  page->handles_->Document = poppler_document_new_from_fd(fd, nullptr, &gerror);  // owns fd from here
-  if (!page->handles_->Document) {
-    const std::string why = gerror && gerror->message ? gerror->message : "not a readable PDF";
-    if (gerror) g_error_free(gerror);
-    return fail(why);
-  }
+  std::string why;
+  page->handles_->Document = OpenDocument(file, &why);
+  if (!page->handles_->Document) return fail(why);
   const int pages = poppler_document_get_n_pages(page->handles_->Document);
   if (index < 0 || index >= pages) return fail("the PDF has no page " + std::to_string(index + 1));
   page->handles_->Page = poppler_document_get_page(page->handles_->Document, index);
@@ -100,6 +122,23 @@ bool PdfPage::Render(std::int32_t x, std::int32_t y, std::int32_t w, std::int32_
     }
   }
   return true;
+}
+
+bool PdfPage::RenderOnSurface(std::int64_t left, std::int64_t top, std::int32_t x, std::int32_t y, std::int32_t w,
+                              std::int32_t h, std::uint8_t* dst, std::size_t stride, std::string* error) {
+  for (std::int32_t row = 0; row < h; ++row)
+    std::memset(dst + stride * static_cast<std::size_t>(row), 0xFF, static_cast<std::size_t>(w) * 3);
+  // The part of the rectangle the page covers, in surface pixels.
+  const std::int64_t coverLeft = std::max<std::int64_t>(x, left);
+  const std::int64_t coverTop = std::max<std::int64_t>(y, top);
+  const std::int64_t coverRight = std::min<std::int64_t>(std::int64_t{x} + w, left + width_);
+  const std::int64_t coverBottom = std::min<std::int64_t>(std::int64_t{y} + h, top + height_);
+  if (coverLeft >= coverRight || coverTop >= coverBottom) return true;
+  std::uint8_t* at =
+      dst + stride * static_cast<std::size_t>(coverTop - y) + static_cast<std::size_t>(coverLeft - x) * 3;
+  return Render(static_cast<std::int32_t>(coverLeft - left), static_cast<std::int32_t>(coverTop - top),
+                static_cast<std::int32_t>(coverRight - coverLeft), static_cast<std::int32_t>(coverBottom - coverTop),
+                at, stride, error);
 }
 
 }  // namespace inkweave::cli

@@ -16,6 +16,8 @@ class PdfPage {
   // Page `index` (from 0) of the file, at `scale` device pixels per PDF point. Null with the reason
   // in *error when the file cannot be opened as a PDF or has no such page.
   static std::unique_ptr<PdfPage> Open(const std::string& file, int index, double scale, std::string* error);
+  // The number of pages of the file; -1 with the reason in *error when it cannot be opened as a PDF.
+  static int CountPages(const std::string& file, std::string* error);
   ~PdfPage();
   PdfPage(const PdfPage&) = delete;
   PdfPage& operator=(const PdfPage&) = delete;
@@ -28,6 +30,10 @@ class PdfPage {
   // every stride bytes. False with the reason in *error when cairo cannot make the surface.
   bool Render(std::int32_t x, std::int32_t y, std::int32_t w, std::int32_t h, std::uint8_t* dst, std::size_t stride,
               std::string* error);
+  // Renders the rectangle (x, y, w, h) of a surface on which the page lies with its top-left corner at
+  // (left, top): the page where it covers the rectangle, white elsewhere.
+  bool RenderOnSurface(std::int64_t left, std::int64_t top, std::int32_t x, std::int32_t y, std::int32_t w,
+                       std::int32_t h, std::uint8_t* dst, std::size_t stride, std::string* error);
 
  private:
   PdfPage() = default;

@@ -26,26 +26,18 @@ std::string Format(const char* format, auto... args) {
   return buffer;
 }
 
-// The paper-type command for the header's MediaType: the PPD's choice names, and the IPP media-type
-// keywords a client may send instead.
+constexpr MediaChoice kMediaChoices[] = {
+    {"Plain", "stationery", host::kCallbackMediaPlain},
+    {"Inkjet", "stationery-inkjet", host::kCallbackMediaInkjet},
+    {"Glossy", "photographic-glossy", host::kCallbackMediaGlossy},
+    {"Photo", "photographic", host::kCallbackMediaPhoto},
+};
+
+// The paper-type command for the header's MediaType: a PPD choice name or an IPP keyword; none is plain.
 std::optional<std::uint32_t> MediaCallback(std::string_view media) {
-  struct Entry {
-    std::string_view Name;
-    std::uint32_t Callback;
-  };
-  static constexpr Entry kEntries[] = {
-      {"", host::kCallbackMediaPlain},
-      {"Plain", host::kCallbackMediaPlain},
-      {"stationery", host::kCallbackMediaPlain},
-      {"Inkjet", host::kCallbackMediaInkjet},
-      {"stationery-inkjet", host::kCallbackMediaInkjet},
-      {"Glossy", host::kCallbackMediaGlossy},
-      {"photographic-glossy", host::kCallbackMediaGlossy},
-      {"Photo", host::kCallbackMediaPhoto},
-      {"photographic", host::kCallbackMediaPhoto},
-  };
-  for (const Entry& e : kEntries)
-    if (Equal(e.Name, media)) return e.Callback;
+  if (media.empty()) return host::kCallbackMediaPlain;
+  for (const MediaChoice& m : kMediaChoices)
+    if (Equal(m.PpdName, media) || Equal(m.IppKeyword, media)) return m.Callback;
   return std::nullopt;
 }
 
@@ -104,6 +96,8 @@ void ReadPpdChoices(const char* ppdPath, int count, cups_option_t* jobOptions, J
 
 }  // namespace
 
+std::span<const MediaChoice> MediaChoices() { return kMediaChoices; }
+
 JobOptions ReadJobOptions(const char* ppdPath, const char* optionText, std::vector<std::string>* warnings) {
   JobOptions result;
   cups_option_t* options = nullptr;
@@ -135,9 +129,27 @@ std::optional<host::Paper> NearestPaper(double widthMm, double heightMm) {
 
 bool PagePlan::SameDevice(const PagePlan& other) const {
   return Setup.PaperSize == other.Setup.PaperSize && Setup.Quality == other.Setup.Quality &&
-         Setup.Color == other.Setup.Color && Setup.PageWidth == other.Setup.PageWidth &&
-         Setup.PageHeight == other.Setup.PageHeight && MediaCallback == other.MediaCallback && Method == other.Method &&
-         HighResolution == other.HighResolution;
+         Setup.Landscape == other.Setup.Landscape && Setup.Color == other.Setup.Color &&
+         Setup.PageWidth == other.Setup.PageWidth && Setup.PageHeight == other.Setup.PageHeight &&
+         MediaCallback == other.MediaCallback && Method == other.Method && HighResolution == other.HighResolution;
+}
+
+void PagePlan::CopyRow(const std::uint8_t* raster, std::uint8_t* band, std::int32_t width) const {
+  const int out = BandBits / 8;
+  const std::int64_t first = std::max<std::int64_t>(0, -OffsetX);
+  const std::int64_t last = std::min<std::int64_t>(width, static_cast<std::int64_t>(RasterWidth) - OffsetX);
+  if (first >= last) return;
+  const std::uint8_t* src = raster + (OffsetX + first) * Channels;
+  std::uint8_t* to = band + first * out;
+  const std::size_t pixels = static_cast<std::size_t>(last - first);
+  if (Channels == out && !InvertGray) {
+    std::memcpy(to, src, pixels * static_cast<std::size_t>(out));
+    return;
+  }
+  for (std::size_t i = 0; i < pixels; ++i) {
+    const std::uint8_t v = InvertGray ? static_cast<std::uint8_t>(255 - src[i]) : src[i];
+    for (int c = 0; c < out; ++c) to[i * out + c] = v;
+  }
 }
 
 std::variant<PagePlan, std::string> PlanPage(const cups_page_header2_t& header, const JobOptions& options) {

@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -29,6 +30,15 @@ inline constexpr std::uint32_t kMaxPageInches = 60;
 inline constexpr double kPaperToleranceMm = 5.0;
 
 enum class Halftone { Dither, Diffusion };
+
+// The paper types: the PPD's MediaType choice, the IPP media-type keyword an IPP client sends instead
+// (and an IPP printer advertises), and the paper-type command that selects it.
+struct MediaChoice {
+  std::string_view PpdName;     // e.g. "Glossy"
+  std::string_view IppKeyword;  // e.g. "photographic-glossy"
+  std::uint32_t Callback;       // host::kCallbackMediaPlain..kCallbackMediaPhoto
+};
+std::span<const MediaChoice> MediaChoices();
 enum class HighRes { Off, HighRes600, Print1200 };
 
 // The queue's choices for the two options of our own: the PPD's defaults (as the queue was set up),
@@ -64,6 +74,10 @@ struct PagePlan {
 
   // Whether a page of this plan can be printed in a device context opened for other.
   bool SameDevice(const PagePlan& other) const;
+  // One raster row (BytesPerLine bytes) into a band row of `width` device pixels at BandBits: the
+  // printable columns, gray inverted for K and spread to R = G = B for 24-bit bands. Columns outside
+  // the raster are left as they are (white).
+  void CopyRow(const std::uint8_t* raster, std::uint8_t* band, std::int32_t width) const;
 };
 
 // Checks the header (before anything is allocated) and plans the page. An error message otherwise.

@@ -99,7 +99,7 @@ class PageReader {
       if (source < 0 || source >= plan_.RasterHeight) continue;  // outside the raster: white
       while (next_ <= source)
         if (!ReadRow()) return false;
-      CopyRow(dst + stride * static_cast<std::size_t>(r), w);
+      plan_.CopyRow(row_.data(), dst + stride * static_cast<std::size_t>(r), w);
     }
     return true;
   }
@@ -118,27 +118,6 @@ class PageReader {
     if (cupsRasterReadPixels(raster_, row_.data(), plan_.BytesPerLine) != plan_.BytesPerLine) return false;
     ++next_;
     return true;
-  }
-
-  // One raster row into a band row: the printable columns, gray inverted for K and spread to R = G = B
-  // for 24-bit bands.
-  void CopyRow(std::uint8_t* dst, std::int32_t w) const {
-    const int channels = plan_.Channels;
-    const int out = plan_.BandBits / 8;
-    const std::int64_t first = std::max<std::int64_t>(0, -plan_.OffsetX);
-    const std::int64_t last = std::min<std::int64_t>(w, static_cast<std::int64_t>(plan_.RasterWidth) - plan_.OffsetX);
-    if (first >= last) return;
-    const std::uint8_t* src = row_.data() + (plan_.OffsetX + first) * channels;
-    std::uint8_t* to = dst + first * out;
-    const std::size_t pixels = static_cast<std::size_t>(last - first);
-    if (channels == out && !plan_.InvertGray) {
-      std::memcpy(to, src, pixels * static_cast<std::size_t>(out));
-      return;
-    }
-    for (std::size_t i = 0; i < pixels; ++i) {
-      const std::uint8_t v = plan_.InvertGray ? static_cast<std::uint8_t>(255 - src[i]) : src[i];
-      for (int c = 0; c < out; ++c) to[i * out + c] = v;
-    }
   }
 
   cups_raster_t* raster_;

@@ -183,10 +183,8 @@ void SelectModes(HostSession& session, bool diffusion, bool highResolution, DWOR
 // ---------------------------------------------------------------------------------------------------
 // Pages
 // ---------------------------------------------------------------------------------------------------
-namespace {
-
-bool IsBlank(const std::uint8_t* bits, std::int32_t width, std::int32_t height, std::size_t stride,
-             std::uint16_t bitsPerPixel) {
+bool IsBlankBand(const std::uint8_t* bits, std::int32_t width, std::int32_t height, std::size_t stride,
+                 std::uint16_t bitsPerPixel) {
   const std::size_t rowBytes = static_cast<std::size_t>(width) * (bitsPerPixel / 8);
   for (std::int32_t y = 0; y < height; ++y) {
     const std::uint8_t* row = bits + stride * static_cast<std::size_t>(y);
@@ -195,8 +193,6 @@ bool IsBlank(const std::uint8_t* bits, std::int32_t width, std::int32_t height, 
   }
   return true;
 }
-
-}  // namespace
 
 PageResult PrintPage(HostSession& session, const PageSource& source, std::int32_t bandHeight,
                      const std::function<void(int band, int bands)>& onBand) {
@@ -239,7 +235,7 @@ PageResult PrintPage(HostSession& session, const PageSource& source, std::int32_
       break;
     }
     band.Bits = buffer.data();
-    band.Blank = IsBlank(buffer.data(), band.Width, band.Height, bandStride, source.BitsPerPixel);
+    band.Blank = IsBlankBand(buffer.data(), band.Width, band.Height, bandStride, source.BitsPerPixel);
     const HRESULT hr = session.ImageProcessing(band);
     if (Failed(hr) && result.Status == S_OK) result.Status = hr;
     ++result.Bands;

@@ -134,6 +134,10 @@ class HostSession {
 // band's bit count.
 constexpr std::int32_t BandRowStride(std::int32_t width) { return ((width + 1) * 3) & ~3; }
 
+// Whether a band holds nothing but white pixels (every byte 0xFF): such a band goes out marked blank.
+bool IsBlankBand(const std::uint8_t* bits, std::int32_t width, std::int32_t height, std::size_t stride,
+                 std::uint16_t bitsPerPixel);
+
 // A page the host renders band by band. Render fills the rectangle (x, y, w, h) of the host's surface
 // (the landscape page in landscape) into dst, one row every dstStride bytes, at BitsPerPixel (24: R,
 // G, B per pixel; 8: one gray byte per pixel). It answers false to stop the page (the host then hands
