@@ -4,7 +4,7 @@
 set -euo pipefail
 cd "$(dirname "$0")"
 
-./scripts/install-deps.sh image cups windows
+./scripts/install-deps.sh image cups pappl windows
 
 jobs=$(nproc 2>/dev/null || echo 2)
 

@@ -66,7 +66,10 @@ JobStream::JobStream(pappl_job_t* job, pappl_device_t* device, host::PluginEntry
     : job_(job), device_(device), session_(entry) {
   session_.Spool().SetKeepWrites(false);
   session_.Spool().SetSink([this](const std::uint8_t* bytes, std::size_t size) {
-    if (!writeFailed_ && papplDeviceWrite(device_, bytes, size) < 0) writeFailed_ = true;
+    if (writeFailed_ || papplDeviceWrite(device_, bytes, size) >= 0) return;
+    writeFailed_ = true;
+    papplLogJob(job_, PAPPL_LOGLEVEL_ERROR, "Unable to write to the printer (%s); stopping the job",
+                papplPrinterGetDeviceURI(papplJobGetPrinter(job_)));
   });
 }
 

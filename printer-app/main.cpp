@@ -3,6 +3,7 @@
 // driver ("inkweave"), and a system whose state lives in a directory the user chooses:
 //
 //   inkweave-printer-app server -o state-directory=DIR [-o server-port=8631] [-o listen-hostname=localhost]
+//                               [-o printer-device=URI]
 //
 // The state directory holds the printers and their settings (restored at the next start), the spool
 // and, unless log-file names another place, the log. The server listens on loopback only unless
@@ -49,6 +50,9 @@ constexpr ServerOption kServerOptions[] = {
     {"server-port", "N: the IPP and web port (default 8631)"},
     {"listen-hostname", "HOST: the address to listen on: localhost (default), a name or address, or * for all"},
     {"server-hostname", "HOST: the host name the printers are advertised under"},
+    {"printer-device",
+     "URI: at start, add the printer 'inkweave' on this device (file:, socket: or usb:) and make it "
+     "the default, unless the state already has a printer of that name"},
     {"log-file", "FILE: the log (default STATE-DIRECTORY/inkweave-printer-app.log; - for standard error)"},
     {"log-level", "debug, info (default), warn, error or fatal"},
     {"auth-service", "PAM service that authenticates users of the web interface (default: none)"},
@@ -140,6 +144,24 @@ std::string gStateFile;
 
 bool SaveState(pappl_system_t* system, void*) { return papplSystemSaveState(system, gStateFile.c_str()); }
 
+// The printer of the printer-device option, unless the state has it already.
+bool AddFirstPrinter(pappl_system_t* system, const char* deviceUri) {
+  if (!papplDeviceIsSupported(deviceUri)) {
+    std::fprintf(stderr, "%s: printer-device '%s' is not a device this program can print to (file:, socket:, usb:)\n",
+                 kProgram, deviceUri);
+    return false;
+  }
+  if (papplSystemFindPrinter(system, (std::string("/ipp/print/") + app::kDriverName).c_str(), 0, nullptr)) return true;
+  pappl_printer_t* printer =
+      papplPrinterCreate(system, 0, app::kDriverName, app::kDriverName, app::kDeviceId, deviceUri);
+  if (!printer) {
+    std::fprintf(stderr, "%s: cannot add the printer on %s\n", kProgram, deviceUri);
+    return false;
+  }
+  papplSystemSetDefaultPrinterID(system, papplPrinterGetID(printer));
+  return true;
+}
+
 // The sub-command the program was started with ("server", "drivers", ...).
 std::string gSubcommand;
 
@@ -210,11 +232,15 @@ pappl_system_t* CreateSystem(int count, cups_option_t* options, void*) {
   papplSystemSetPrinterDrivers(system, static_cast<int>(std::size(gDrivers)), gDrivers, nullptr, nullptr,
                                app::FillDriver, nullptr);
   papplSystemAddMIMEFilter(system, "application/pdf", "image/pwg-raster", app::PrintPdf, nullptr);
-  papplSystemSetFooterHTML(system, "inkweave printer application " INKWEAVE_VERSION);
 
   // The printers and settings of the last run, and every change saved as it happens.
   if (fs::exists(gStateFile)) papplSystemLoadState(system, gStateFile.c_str());
   papplSystemSetSaveCallback(system, SaveState, nullptr);
+  if (const char* device = cupsGetOption("printer-device", count, options);
+      device && !AddFirstPrinter(system, device)) {
+    papplSystemDelete(system);
+    return nullptr;
+  }
   return system;
 }
 

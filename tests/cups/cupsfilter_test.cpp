@@ -12,48 +12,13 @@
 
 #include "host/papers.h"
 #include "tests/cups/cups_support.h"
+#include "tests/support/make_pdf.h"
 
 namespace inkweave::cupstest {
 namespace {
 
-struct Rect {
-  double X, Y, Width, Height;  // points from the bottom-left corner
-  const char* Fill;            // PDF colour operator, e.g. "0 0 1 rg"
-};
-
-// A PDF with one page per rectangle, each page width x height points.
-std::string MakePdf(double width, double height, const std::vector<Rect>& rects) {
-  std::vector<std::string> objects = {"<< /Type /Catalog /Pages 2 0 R >>", ""};
-  std::string kids;
-  for (std::size_t i = 0; i < rects.size(); ++i) {
-    const Rect& r = rects[i];
-    char content[160];
-    std::snprintf(content, sizeof content, "%s %.2f %.2f %.2f %.2f re f", r.Fill, r.X, r.Y, r.Width, r.Height);
-    char page[160];
-    std::snprintf(page, sizeof page, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 %.0f %.0f] /Contents %zu 0 R >>",
-                  width, height, objects.size() + 2);
-    kids += std::to_string(objects.size() + 1) + " 0 R ";
-    objects.push_back(page);
-    objects.push_back("<< /Length " + std::to_string(std::strlen(content)) + " >>\nstream\n" + content + "\nendstream");
-  }
-  objects[1] = "<< /Type /Pages /Kids [" + kids + "] /Count " + std::to_string(rects.size()) + " >>";
-  std::string pdf = "%PDF-1.4\n";
-  std::vector<std::size_t> offsets;
-  for (std::size_t i = 0; i < objects.size(); ++i) {
-    offsets.push_back(pdf.size());
-    pdf += std::to_string(i + 1) + " 0 obj\n" + objects[i] + "\nendobj\n";
-  }
-  const std::size_t xref = pdf.size();
-  pdf += "xref\n0 " + std::to_string(objects.size() + 1) + "\n0000000000 65535 f \n";
-  for (std::size_t offset : offsets) {
-    char entry[24];
-    std::snprintf(entry, sizeof entry, "%010zu 00000 n \n", offset);
-    pdf += entry;
-  }
-  pdf += "trailer\n<< /Size " + std::to_string(objects.size() + 1) + " /Root 1 0 R >>\nstartxref\n" +
-         std::to_string(xref) + "\n%%EOF\n";
-  return pdf;
-}
+using inkweave::testing::MakePdf;
+using inkweave::testing::PdfRect;
 
 // A ServerBin whose filter/ holds the system's filters and our uninstalled one.
 fs::path MakeServerBin(const TempDir& dir) {
@@ -79,7 +44,7 @@ TEST(Cupsfilter, PrintsAPdfThroughThePpdWithEveryCombination) {
     GTEST_SKIP() << "cupsfilter or gstoraster is not installed (scripts/install-deps.sh cups)";
   TempDir dir("cupsfilter");
   const fs::path conf = MakeServerBin(dir);
-  const std::vector<Rect> rects = {
+  const std::vector<PdfRect> rects = {
       {72, 72, 144, 144, "0 0 1 rg"}, {300, 500, 100, 50, "1 0 0 rg"}, {200, 300, 60, 60, "0 g"}};
   const std::vector<Combination> combinations = {
       {"a4", 300, false, {"PageSize=A4", "Resolution=300dpi", "InkweaveHalftone=Dither"}},
@@ -114,7 +79,7 @@ TEST(Cupsfilter, PrintsAPdfThroughThePpdWithEveryCombination) {
       const int scale = page.Dpi / c.Dpi;  // 2 in the high-resolution mode
       EXPECT_EQ(page.Color, !c.Gray);
       // The rectangle lands where the PDF put it, measured from the printable area's corner.
-      const Rect& r = rects[i];
+      const PdfRect& r = rects[i];
       const double dots = c.Dpi / 72.0;
       const double left = r.X * dots - area.Left, top = (height - r.Y - r.Height) * dots - area.Top;
       const Box box = InkBox(page, {0, 1, 2, 3});

@@ -1,0 +1,51 @@
+// A CUPS scheduler of the test's own: cupsd in the foreground with its configuration, spool, state and
+// logs in a scratch directory, listening on a free loopback port and nowhere else (no browsing, no web
+// interface). The client programs (lpadmin, lp, lpstat, ...) reach it through CUPS_SERVER. It is
+// stopped, with every filter and backend it started, when the object goes.
+//
+//   auto cupsd = Cupsd::Start(dir, {}, &why);     // null when cupsd is missing or does not come up
+//   cupsd->Run({"lpadmin", "-p", "q", "-E", "-v", uri, "-m", "everywhere"});
+//   cupsd->Run({"lp", "-d", "q", "doc.pdf"});
+//   cupsd->WaitForJobs(std::chrono::seconds(60));
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/support/process.h"
+
+namespace inkweave::testing {
+
+class Cupsd {
+ public:
+  struct Options {
+    // Where cupsd finds filters and backends (a folder of symlinks lets a test add filters of its own).
+    std::filesystem::path ServerBin = "/usr/lib/cups";
+    std::chrono::seconds StartTimeout{60};
+    std::vector<std::string> ExtraConfig;  // more cupsd.conf lines, e.g. "LogLevel debug2"
+  };
+
+  // Starts cupsd with everything under `dir` (created). Null, with the reason in *why, when cupsd is
+  // not installed or does not accept connections within the timeout.
+  static std::unique_ptr<Cupsd> Start(const std::filesystem::path& dir, const Options& options, std::string* why);
+  ~Cupsd();
+
+  int Port() const { return port_; }
+  std::string Server() const { return "localhost:" + std::to_string(port_); }
+  // A CUPS client program run against this scheduler.
+  ProcessResult Run(std::vector<std::string> argv, std::chrono::seconds timeout = std::chrono::seconds(120)) const;
+  // Waits until no job is queued or printing. False at the timeout.
+  bool WaitForJobs(std::chrono::seconds timeout) const;
+  std::string ErrorLog() const;
+
+ private:
+  Cupsd() = default;
+  std::filesystem::path dir_;
+  int port_ = 0;
+  std::unique_ptr<BackgroundProcess> process_;
+};
+
+}  // namespace inkweave::testing

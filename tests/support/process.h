@@ -1,0 +1,59 @@
+// Programs a test starts and never leaves behind: run to completion under a deadline, or in the
+// background in a process group of their own that is stopped (SIGTERM, then SIGKILL) at the latest when
+// the object goes. And free loopback ports for the servers they run.
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace inkweave::testing {
+
+struct ProcessResult {
+  int Exit = -1;          // exit status; -1 when killed by a signal or not started
+  int Signal = 0;         // the signal that ended it
+  bool TimedOut = false;  // killed at the deadline
+  std::string Out;        // standard output
+  std::string Err;        // standard error
+};
+
+// Runs argv (argv[0] is looked up in PATH when it holds no slash), standard input from /dev/null,
+// `env` ("NAME=value") added to ours. Killed, with its process group, after `timeout`.
+ProcessResult RunProcess(const std::vector<std::string>& argv, std::chrono::seconds timeout,
+                         const std::vector<std::string>& env = {});
+
+class BackgroundProcess {
+ public:
+  // Starts argv in a process group of its own, standard output and error appended to `log`.
+  BackgroundProcess(const std::vector<std::string>& argv, const std::filesystem::path& log,
+                    const std::vector<std::string>& env = {});
+  ~BackgroundProcess();
+  BackgroundProcess(const BackgroundProcess&) = delete;
+  BackgroundProcess& operator=(const BackgroundProcess&) = delete;
+
+  pid_t Pid() const { return pid_; }
+  bool Running();
+  // Waits up to `timeout` for the process to end by itself; its result, or null while it still runs.
+  std::optional<ProcessResult> Wait(std::chrono::milliseconds timeout);
+  // SIGTERM, up to `grace` to end, then SIGKILL to the whole group. The result of the process.
+  ProcessResult Stop(std::chrono::milliseconds grace = std::chrono::seconds(10));
+
+ private:
+  pid_t pid_ = -1;
+  std::optional<ProcessResult> result_;
+};
+
+// A TCP port on 127.0.0.1 that nothing listens on (the kernel's choice).
+int FreeLoopbackPort();
+
+// Waits until something accepts connections on localhost:port, or `timeout` passes, or `server`
+// (when given) ends. Whether a connection was accepted.
+bool WaitForPort(int port, std::chrono::milliseconds timeout, BackgroundProcess* server = nullptr);
+
+std::string ReadText(const std::filesystem::path& path);
+
+}  // namespace inkweave::testing
