@@ -21,7 +21,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -130,16 +129,8 @@ class PageReader {
 // The plug-in, and its device contexts across the job.
 // ---------------------------------------------------------------------------------------------------
 std::string FindPlugin() {
-  namespace fs = std::filesystem;
-  std::error_code ec;
-  if (const char* path = std::getenv("INKWEAVE_PLUGIN"); path && *path) return path;
-  const fs::path self = fs::read_symlink("/proc/self/exe", ec);
-  if (!ec) {
-    const fs::path installed = self.parent_path() / "../../inkweave/libinkweave.so";
-    if (fs::exists(installed, ec)) return installed.lexically_normal().string();
-  }
-  if (fs::exists(INKWEAVE_PLUGIN_INSTALL_PATH, ec)) return INKWEAVE_PLUGIN_INSTALL_PATH;
-  return INKWEAVE_PLUGIN_BUILD_PATH;
+  return host::FindPluginLibrary("../../inkweave/libinkweave.so", INKWEAVE_PLUGIN_INSTALL_PATH,
+                                 INKWEAVE_PLUGIN_BUILD_PATH);
 }
 
 class Device {

@@ -1,7 +1,9 @@
 #include "host/host.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 
 #if !defined(_WIN32)
 #include <dlfcn.h>
@@ -12,6 +14,20 @@ namespace inkweave::host {
 // ---------------------------------------------------------------------------------------------------
 // The plug-in library
 // ---------------------------------------------------------------------------------------------------
+std::string FindPluginLibrary(const std::string& fromProgram, const std::string& installPath,
+                              const std::string& buildPath) {
+  namespace fs = std::filesystem;
+  std::error_code ec;
+  if (const char* path = std::getenv("INKWEAVE_PLUGIN"); path && *path) return path;
+  const fs::path self = fs::read_symlink("/proc/self/exe", ec);
+  if (!ec) {
+    const fs::path installed = self.parent_path() / fromProgram;
+    if (fs::exists(installed, ec)) return installed.lexically_normal().string();
+  }
+  if (fs::exists(installPath, ec)) return installPath;
+  return buildPath;
+}
+
 std::unique_ptr<PluginLibrary> PluginLibrary::Open(const std::string& path, std::string* error) {
   std::unique_ptr<PluginLibrary> library(new PluginLibrary());
 #if defined(_WIN32)

@@ -28,6 +28,12 @@ struct PluginEntry {
   DllCanUnloadNowFn CanUnloadNow = nullptr;
 };
 
+// Where a program finds the plug-in library: $INKWEAVE_PLUGIN when set; `fromProgram`, a path relative
+// to the program's own folder (its installed layout), when that file exists; `installPath` when it
+// exists; else `buildPath`, the library of the build tree the program was built in.
+std::string FindPluginLibrary(const std::string& fromProgram, const std::string& installPath,
+                              const std::string& buildPath);
+
 // A plug-in shared library opened with dlopen (LoadLibrary on Windows); closed on destruction.
 class PluginLibrary {
  public:

@@ -1,6 +1,5 @@
 #include "printer-app/job_stream.h"
 
-#include <filesystem>
 #include <mutex>
 
 namespace inkweave::printerapp {
@@ -33,16 +32,8 @@ std::string Hex(HRESULT hr) {
 }  // namespace
 
 std::string PluginPath() {
-  namespace fs = std::filesystem;
-  std::error_code ec;
-  if (const char* path = std::getenv("INKWEAVE_PLUGIN"); path && *path) return path;
-  const fs::path self = fs::read_symlink("/proc/self/exe", ec);
-  if (!ec) {
-    const fs::path installed = self.parent_path() / "../lib/inkweave/libinkweave.so";
-    if (fs::exists(installed, ec)) return installed.lexically_normal().string();
-  }
-  if (fs::exists(INKWEAVE_PLUGIN_INSTALL_PATH, ec)) return INKWEAVE_PLUGIN_INSTALL_PATH;
-  return INKWEAVE_PLUGIN_BUILD_PATH;
+  return host::FindPluginLibrary("../lib/inkweave/libinkweave.so", INKWEAVE_PLUGIN_INSTALL_PATH,
+                                 INKWEAVE_PLUGIN_BUILD_PATH);
 }
 
 std::unique_ptr<JobStream> JobStream::Start(pappl_job_t* job, pappl_device_t* device) {

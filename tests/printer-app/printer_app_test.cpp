@@ -61,22 +61,6 @@ std::vector<std::string> AppEnvironment() {
           "LSAN_OPTIONS=suppressions=" + (kOurTests / "lsan.supp").string()};
 }
 
-// A fresh directory under the build tree, removed at the end.
-class ScratchDir {
- public:
-  explicit ScratchDir(const std::string& name)
-      : path_(fs::path(INKWEAVE_BINARY_DIR) / "tests-printer-app-tmp" / (name + "-" + std::to_string(getpid()))) {
-    fs::remove_all(path_);
-    fs::create_directories(path_);
-  }
-  ~ScratchDir() { fs::remove_all(path_); }
-  const fs::path& Path() const { return path_; }
-  fs::path operator/(const std::string& name) const { return path_ / name; }
-
- private:
-  fs::path path_;
-};
-
 std::string Describe(const ProcessResult& run) {
   return "exit " + std::to_string(run.Exit) + (run.Signal ? " signal " + std::to_string(run.Signal) : "") +
          (run.TimedOut ? " (timed out)" : "") + "\n" + run.Out + run.Err;
@@ -406,7 +390,7 @@ bool HaveIpptool() { return RunProcess({"ipptool", "-h"}, 30s).Exit != 127; }
 
 TEST(PrinterApp, ServesIppEverywherePrintsEveryFormatCancelsAndKeepsItsState) {
   ASSERT_TRUE(HaveIpptool()) << "ipptool is missing (scripts/install-deps.sh pappl)";
-  ScratchDir dir("ipp");
+  cupstest::TempDir dir("printer-app");
   App app(dir.Path());
   ASSERT_TRUE(app.Start()) << inkweave::testing::ReadText(dir / "server.out");
   fs::create_directories(dir / "out");
@@ -521,7 +505,7 @@ TEST(PrinterApp, ServesIppEverywherePrintsEveryFormatCancelsAndKeepsItsState) {
 }
 
 TEST(PrinterApp, DriverlessCupsQueuePrintsAPdf) {
-  ScratchDir dir("cups");
+  cupstest::TempDir dir("printer-app");
   std::string why;
   auto cupsd = inkweave::testing::Cupsd::Start(dir / "cupsd", {}, &why);
   if (!cupsd) GTEST_SKIP() << "no CUPS scheduler for this test: " << why;
