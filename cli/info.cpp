@@ -5,14 +5,21 @@
 
 #include "cli/commands.h"
 #include "cli/plugin.h"
+#include "host/choices.h"
 #include "host/host.h"
 #include "host/papers.h"
-#include "src/plugin/string_table.h"
+#include "src/data/strings.h"
 
 namespace inkweave::cli {
 namespace {
 
-constexpr int kQualities[] = {150, 300, 600};
+using host::kQualities;
+
+// The English display text of an id, empty when the table has none.
+std::string Text(std::uint16_t id) {
+  const char* text = EnglishString(id);
+  return text ? text : "";
+}
 
 std::string Signature(DWORD value) {
   std::string text;
@@ -63,18 +70,19 @@ int RunInfo(const std::string& pluginPath, bool json) {
       const host::Paper& p = papers[i];
       std::printf("    {\"name\": %s, \"title\": %s, \"code\": %d, \"printable\": {",
                   JsonString(std::string(p.Name)).c_str(), JsonString(std::string(p.Title)).c_str(), p.Code);
-      for (int q = 0; q < 3; ++q) {
-        const auto a = host::PrintableAreaOf(p, kQualities[q]);
-        std::printf("%s\"%d\": [%u, %u]", q ? ", " : "", kQualities[q], a.Width, a.Height);
+      const char* separator = "";
+      for (int q : kQualities) {
+        const auto a = host::PrintableAreaOf(p, q);
+        std::printf("%s\"%d\": [%u, %u]", separator, q, a.Width, a.Height);
+        separator = ", ";
       }
       std::printf("}}%s\n", i + 1 < papers.size() ? "," : "");
     }
     std::printf("  ],\n  \"media\": [");
     bool first = true;
-    for (const Medium& m : kMedia) {
+    for (const host::Medium& m : host::kMedia) {
       std::printf("%s{\"name\": %s, \"title\": %s, \"command\": %u}", first ? "" : ", ",
-                  JsonString(std::string(m.Name)).c_str(),
-                  JsonString(EnglishString(m.StringId) ? EnglishString(m.StringId) : "").c_str(), m.Callback);
+                  JsonString(std::string(m.Name)).c_str(), JsonString(Text(m.StringId)).c_str(), m.Callback);
       first = false;
     }
     std::printf("],\n  \"strings\": {");
@@ -106,18 +114,19 @@ int RunInfo(const std::string& pluginPath, bool json) {
               host::kMarginSideMm, host::kMarginTopMm, host::kMarginBottomMm, host::kMaxLineDots);
 
   std::printf("\nMedia (--media)\n");
-  for (const Medium& m : kMedia)
-    std::printf("  %-8s %-20s (command %u)\n", std::string(m.Name).c_str(),
-                EnglishString(m.StringId) ? EnglishString(m.StringId) : "?", m.Callback);
+  for (const host::Medium& m : host::kMedia)
+    std::printf("  %-8s %-20s (command %u)\n", std::string(m.Name).c_str(), Text(m.StringId).c_str(), m.Callback);
 
   std::printf("\nModes\n");
   std::printf("  --quality 150 | 300 | 600   print quality, dpi (default 300)\n");
-  std::printf("  --high-res                  %s (600 dpi and command 14)\n",
-              EnglishString(271) ? EnglishString(271) : "");
-  std::printf("  --halftone dither           %s (command 11, default)\n", EnglishString(269) ? EnglishString(269) : "");
-  std::printf("  --halftone diffusion        %s (command 12)\n", EnglishString(270) ? EnglishString(270) : "");
-  std::printf("  colour / --mono             %s / %s\n", EnglishString(1031) ? EnglishString(1031) : "",
-              EnglishString(1032) ? EnglishString(1032) : "");
+  std::printf("  --high-res                  %s (600 dpi and command %u)\n",
+              Text(host::ChoiceOf(host::HighRes::HighRes600).StringId).c_str(),
+              static_cast<unsigned>(host::kCallbackHighResolution));
+  for (const host::HalftoneChoice& h : host::kHalftones)
+    std::printf("  --halftone %-16s %s (command %u%s)\n", std::string(h.Name).c_str(), Text(h.StringId).c_str(),
+                static_cast<unsigned>(h.Callback), h.Method == host::kHalftones[0].Method ? ", default" : "");
+  std::printf("  colour / --mono             %s / %s\n", Text(host::kColorModes[0].StringId).c_str(),
+              Text(host::kColorModes[1].StringId).c_str());
 
   std::printf("\nString table (English)\n");
   for (const StringEntry& s : EnglishStrings()) std::printf("  %4u  %s\n", s.Id, s.Text);

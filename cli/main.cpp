@@ -6,6 +6,7 @@
 #include "cli/commands.h"
 #include "cli/document.h"
 #include "cli/proof.h"
+#include "host/choices.h"
 #include "host/papers.h"
 
 namespace {
@@ -20,9 +21,17 @@ std::vector<std::string> PaperNames() {
 
 std::vector<std::string> MediaNames() {
   std::vector<std::string> names;
-  for (const auto& m : kMedia) names.emplace_back(m.Name);
+  for (const auto& m : inkweave::host::kMedia) names.emplace_back(m.Name);
   return names;
 }
+
+std::vector<std::string> HalftoneNames() {
+  std::vector<std::string> names;
+  for (const auto& h : inkweave::host::kHalftones) names.emplace_back(h.Name);
+  return names;
+}
+
+std::vector<int> Qualities() { return {std::begin(inkweave::host::kQualities), std::end(inkweave::host::kQualities)}; }
 
 // CLI11's messages, as one line.
 std::string OneLine(std::string text) {
@@ -37,11 +46,11 @@ std::string OneLine(std::string text) {
 int main(int argc, char** argv) {
   CLI::App app{"inkweave: print documents through the inkjet render plug-in and look at what it prints"};
   app.require_subcommand(1);
-  app.set_version_flag("--version", "inkweave 0.1.0");
+  app.set_version_flag("--version", "inkweave " INKWEAVE_VERSION);
 
   // print
   PrintOptions print;
-  std::string pages, scale = "fit", halftone = "dither";
+  std::string pages, scale = "fit", halftone(inkweave::host::kHalftones[0].Name);
   CLI::App* printCmd =
       app.add_subcommand("print", "Print documents (PDF, PNG, JPEG, TIFF, WebP, SVG, PNM) to a printer stream");
   printCmd->add_option("INPUT", print.Inputs, "Documents, printed in order as one job")->required();
@@ -49,12 +58,12 @@ int main(int argc, char** argv) {
       ->required();
   printCmd->add_option("--paper", print.Paper, "Paper size")->check(CLI::IsMember(PaperNames()))->capture_default_str();
   printCmd->add_option("--quality", print.Quality, "Print quality in dpi")
-      ->check(CLI::IsMember({150, 300, 600}))
+      ->check(CLI::IsMember(Qualities()))
       ->capture_default_str();
   printCmd->add_flag("--high-res", print.HighRes, "The 600 dpi high-resolution mode");
   printCmd->add_option("--media", print.Media, "Paper type")->check(CLI::IsMember(MediaNames()))->capture_default_str();
   printCmd->add_option("--halftone", halftone, "dither or diffusion")
-      ->check(CLI::IsMember({"dither", "diffusion"}))
+      ->check(CLI::IsMember(HalftoneNames()))
       ->capture_default_str();
   printCmd->add_flag("--mono", print.Mono, "Print in black only");
   printCmd->add_flag("--landscape", print.Landscape, "Landscape orientation");
@@ -86,18 +95,18 @@ int main(int argc, char** argv) {
 
   // proof
   ProofOptions proof;
-  std::string proofHalftone = "dither";
+  std::string proofHalftone(inkweave::host::kHalftones[0].Name);
   CLI::App* proofCmd = app.add_subcommand(
       "proof", "Print a colour target through the plug-in and measure it on the printer model (CIELAB, Delta E 2000)");
   proofCmd->add_option("--quality", proof.Settings.Quality, "Print quality in dpi")
-      ->check(CLI::IsMember({150, 300, 600}))
+      ->check(CLI::IsMember(Qualities()))
       ->capture_default_str();
   proofCmd->add_flag("--high-res", proof.Settings.HighRes, "The 600 dpi high-resolution mode");
   proofCmd->add_option("--media", proof.Settings.Media, "Paper type")
       ->check(CLI::IsMember(MediaNames()))
       ->capture_default_str();
   proofCmd->add_option("--halftone", proofHalftone, "dither or diffusion")
-      ->check(CLI::IsMember({"dither", "diffusion"}))
+      ->check(CLI::IsMember(HalftoneNames()))
       ->capture_default_str();
   proofCmd->add_flag("--mono", proof.Settings.Mono, "Print in black only");
   proofCmd->add_option("-o,--output", proof.Picture, "Side-by-side PNG: each source patch beside its print");
@@ -127,7 +136,7 @@ int main(int argc, char** argv) {
       if (print.HighRes && printCmd->count("--quality") && print.Quality != 600)
         throw CLI::ValidationError(
             "--high-res", "is a 600 dpi mode; it cannot be combined with --quality " + std::to_string(print.Quality));
-      print.Method = halftone == "diffusion" ? Halftone::Diffusion : Halftone::Dither;
+      print.Method = inkweave::host::FindHalftone(halftone)->Method;
       if (!pages.empty() || printCmd->count("--pages")) {
         auto selection = ParsePages(pages, &error);
         if (!selection) throw CLI::ValidationError(error);
@@ -141,7 +150,7 @@ int main(int argc, char** argv) {
       if (proof.Settings.HighRes && proofCmd->count("--quality") && proof.Settings.Quality != 600)
         throw CLI::ValidationError("--high-res", "is a 600 dpi mode; it cannot be combined with --quality " +
                                                      std::to_string(proof.Settings.Quality));
-      proof.Settings.Method = proofHalftone == "diffusion" ? Halftone::Diffusion : Halftone::Dither;
+      proof.Settings.Method = inkweave::host::FindHalftone(proofHalftone)->Method;
     }
   } catch (const CLI::CallForHelp& e) {
     return app.exit(e);

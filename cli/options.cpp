@@ -95,12 +95,6 @@ std::optional<Scale> ParseScale(std::string_view text, std::string* error) {
   return Scale{value};
 }
 
-std::optional<Medium> FindMedium(std::string_view name) {
-  for (const Medium& m : kMedia)
-    if (m.Name == name) return m;
-  return std::nullopt;
-}
-
 Placement PlacePage(double documentWidth, double documentHeight, std::int64_t areaWidth, std::int64_t areaHeight,
                     const Scale& scale) {
   Placement p;

@@ -8,23 +8,10 @@
 #include <string_view>
 #include <vector>
 
+#include "host/choices.h"
 #include "host/papers.h"
 
 namespace inkweave::cli {
-
-enum class Halftone { Dither, Diffusion };
-
-struct Medium {
-  std::string_view Name;   // command-line name
-  std::uint16_t StringId;  // the plug-in's string resource naming it
-  std::uint32_t Callback;  // the printer-description command that selects it
-};
-inline constexpr Medium kMedia[] = {
-    {"plain", 1000, 15},
-    {"inkjet", 1001, 16},
-    {"glossy", 1002, 17},
-    {"photo", 1003, 18},
-};
 
 // One inclusive range of page numbers, counted from 1 over the whole job.
 struct PageRange {
@@ -51,11 +38,11 @@ std::optional<Scale> ParseScale(std::string_view text, std::string* error);
 struct PrintOptions {
   std::vector<std::string> Inputs;
   std::string Output;
-  std::string Paper = "a4";
-  int Quality = 300;  // dpi
+  std::string Paper = std::string(host::Papers().front().Name);
+  int Quality = host::kDefaultQuality;  // dpi
   bool HighRes = false;
-  std::string Media = "plain";
-  Halftone Method = Halftone::Dither;
+  std::string Media = std::string(host::kMedia[0].Name);
+  host::Halftone Method = host::Halftone::Dither;
   bool Mono = false;
   bool Landscape = false;
   int BandHeight = 256;  // rows
@@ -66,8 +53,6 @@ struct PrintOptions {
 
   int Dpi() const { return HighRes ? 600 : Quality; }
 };
-
-std::optional<Medium> FindMedium(std::string_view name);
 
 // Where a page of DocumentWidth x DocumentHeight dots (its natural size at the device resolution)
 // lands in a printable area of AreaWidth x AreaHeight dots: scaled to fit (keeping its aspect) or by a

@@ -11,6 +11,7 @@
 #include "cli/document.h"
 #include "cli/output_file.h"
 #include "cli/plugin.h"
+#include "host/choices.h"
 #include "host/host.h"
 #include "host/papers.h"
 
@@ -65,7 +66,7 @@ int RunPrint(const PrintOptions& options) {
   std::string error;
   // Settings first: nothing is opened for a job that cannot be printed.
   const auto paper = host::FindPaper(options.Paper);
-  const auto medium = FindMedium(options.Media);
+  const host::Medium* medium = host::FindMedium(options.Media);
   if (!paper || !medium) {
     ReportError("unknown paper or media");  // CLI11 checks the names; kept as a guard
     return kExitUsage;
@@ -123,7 +124,7 @@ int RunPrint(const PrintOptions& options) {
     ReportError("the plug-in refused the device set-up (" + Hex(hr) + ")");
     return kExitFailure;
   }
-  host::SelectModes(session, options.Method == Halftone::Diffusion, options.HighRes, medium->Callback);
+  host::SelectModes(session, options.Method == host::Halftone::Diffusion, options.HighRes, medium->Callback);
   session.Command(host::kCallbackJobStart);
 
   InstallInterruptHandlers();

@@ -114,7 +114,7 @@ void PaintTarget(const TargetPage& target, int x, int y, int w, int h, std::uint
 // Prints the target as a one-page job; answers the printer stream.
 std::optional<std::vector<std::uint8_t>> PrintTarget(const ProofSettings& settings, const TargetPage& target,
                                                      std::string* error) {
-  const auto medium = FindMedium(settings.Media);
+  const host::Medium* medium = host::FindMedium(settings.Media);
   if (!medium) {
     *error = "--media " + settings.Media + ": unknown paper type";
     return std::nullopt;
@@ -135,7 +135,7 @@ std::optional<std::vector<std::uint8_t>> PrintTarget(const ProofSettings& settin
     *error = "the plug-in refused the device set-up (" + Hex(hr) + ")";
     return std::nullopt;
   }
-  host::SelectModes(session, settings.Method == Halftone::Diffusion, settings.HighRes, medium->Callback);
+  host::SelectModes(session, settings.Method == host::Halftone::Diffusion, settings.HighRes, medium->Callback);
   session.Command(host::kCallbackJobStart);
   host::PageSource source;
   source.Width = target.Width;
@@ -266,7 +266,7 @@ std::optional<ProofReport> MakeProof(const ProofSettings& settings, std::string*
   report.Dpi = hostDpi;
   report.Glossy = settings.Media == "glossy" || settings.Media == "photo";
   report.Mode = (settings.HighRes ? std::string("high-resolution") : std::to_string(settings.Quality) + " dpi") + ", " +
-                (settings.HighRes || settings.Method == Halftone::Diffusion ? "diffusion" : "dither") + ", " +
+                (settings.HighRes || settings.Method == host::Halftone::Diffusion ? "diffusion" : "dither") + ", " +
                 settings.Media + " paper, " + (settings.Mono ? "monochrome" : "colour");
   Measure(*page, target, settings.Mono, report);
   Summarise(report);

@@ -11,14 +11,15 @@
 
 #include "cli/options.h"
 #include "decode/colorimetry.h"
+#include "host/choices.h"
 
 namespace inkweave::cli {
 
 struct ProofSettings {
-  int Quality = 300;  // dpi: 150, 300, 600
+  int Quality = host::kDefaultQuality;  // dpi: one of host::kQualities
   bool HighRes = false;
-  Halftone Method = Halftone::Dither;
-  std::string Media = "plain";
+  host::Halftone Method = host::Halftone::Dither;
+  std::string Media = std::string(host::kMedia[0].Name);
   bool Mono = false;
   double PatchMm = 5.0;  // side of a patch on paper
   std::string Plugin;    // empty: the library next to the program or the one it was built with

@@ -1,6 +1,7 @@
 // Writes the printer description (PPD) of the CUPS queue. The page sizes and imageable areas come
-// from the host's paper table and margins, the option texts from the plug-in's English string table,
-// so the PPD cannot drift from either.
+// from the host's paper table and margins, the options and their choices from the host's choices
+// (host/choices.h), the option texts from the English string table (src/data/strings.h), so the PPD
+// cannot drift from any of them.
 //
 // A localisation fragment (written by tools/gen_strings from locale/strings.tsv: "*cupsLanguages:"
 // and "*<lang>.Translation <Keyword>/<text>" / "*<lang>.<Keyword> <Choice>/<text>" lines), when given
@@ -19,11 +20,13 @@
 #include <string_view>
 #include <vector>
 
+#include "host/choices.h"
 #include "host/papers.h"
-#include "src/plugin/string_table.h"
+#include "src/data/strings.h"
 
 namespace {
 
+namespace host = inkweave::host;
 using inkweave::host::Paper;
 
 constexpr double kPointsPerMm = 72.0 / 25.4;
@@ -41,18 +44,6 @@ struct Option {
   std::string Default;
   std::vector<Choice> Choices;
 };
-
-// The PPD keyword of each paper (the names CUPS and PostScript use for these sizes).
-std::string PaperKeyword(std::string_view name) {
-  constexpr std::pair<std::string_view, std::string_view> kKeywords[] = {
-      {"a4", "A4"},    {"letter", "Letter"},        {"legal", "Legal"},        {"executive", "Executive"},
-      {"a5", "A5"},    {"env10", "Env10"},          {"dl", "EnvDL"},           {"c5", "EnvC5"},
-      {"c4", "EnvC4"}, {"b5-envelope", "EnvISOB5"}, {"monarch", "EnvMonarch"},
-  };
-  for (const auto& [paper, keyword] : kKeywords)
-    if (paper == name) return std::string(keyword);
-  return std::string(name);
-}
 
 std::string Text(std::uint16_t id) {
   const char* text = inkweave::EnglishString(id);
@@ -84,7 +75,7 @@ std::vector<PaperSize> PaperSizes() {
     const double left = inkweave::host::kMarginSideMm * kPointsPerMm;
     const double bottom = inkweave::host::kMarginBottomMm * kPointsPerMm;
     const double top = height - inkweave::host::kMarginTopMm * kPointsPerMm;
-    sizes.push_back({PaperKeyword(paper.Name), std::string(paper.Title),
+    sizes.push_back({std::string(paper.PpdName), std::string(paper.Title),
                      std::to_string(width) + " " + std::to_string(height),
                      Points(left) + " " + Points(bottom) + " " + Points(width - left) + " " + Points(top)});
   }
@@ -105,8 +96,8 @@ std::vector<Option> Options(const std::vector<PaperSize>& sizes) {
   options.push_back(pageRegion);
 
   // Resolution: the device's print qualities.
-  Option resolution{"Resolution", "Resolution", 20, "300dpi", {}};
-  for (int dpi : {150, 300, 600}) {
+  Option resolution{"Resolution", "Resolution", 20, std::to_string(host::kDefaultQuality) + "dpi", {}};
+  for (int dpi : host::kQualities) {
     const std::string d = std::to_string(dpi);
     resolution.Choices.push_back({d + "dpi", d + " dpi", SetPageDevice("/HWResolution[" + d + " " + d + "]")});
   }
@@ -114,33 +105,43 @@ std::vector<Option> Options(const std::vector<PaperSize>& sizes) {
 
   // High resolution: both on-choices print at 600 dpi with the high-resolution command; ordered after
   // Resolution so that choosing one also sets 600 dpi. The filter reads the choice from the PPD.
-  options.push_back({"InkweaveHighRes",
-                     "High Resolution",
-                     30,
-                     "Off",
-                     {{"Off", "Off", ""},
-                      {"HighRes600", Text(271), SetPageDevice("/HWResolution[600 600]")},
-                      {"Print1200", Text(272), SetPageDevice("/HWResolution[600 600]")}}});
+  Option highRes{std::string(host::kHighResKeyword), "High Resolution", 30, "", {}};
+  for (const host::HighResChoice& h : host::kHighResModes) {
+    const bool on = h.Mode != host::HighRes::Off;
+    highRes.Choices.push_back({std::string(h.PpdName), on ? Text(h.StringId) : std::string(h.PpdName),
+                               on ? SetPageDevice("/HWResolution[600 600]") : ""});
+  }
+  highRes.Default = highRes.Choices.front().Name;
+  options.push_back(highRes);
 
   // Media type: the raster header's MediaType names the paper-type command.
-  Option media{"MediaType", "Media Type", 10, "Plain", {}};
-  const std::pair<const char*, std::uint16_t> kMedia[] = {
-      {"Plain", 1000}, {"Inkjet", 1001}, {"Glossy", 1002}, {"Photo", 1003}};
-  for (const auto& [name, id] : kMedia)
-    media.Choices.push_back({name, Text(id), SetPageDevice(std::string("/MediaType(") + name + ")")});
+  Option media{std::string(host::kMediaKeyword), "Media Type", 10, std::string(host::kMedia[0].PpdName), {}};
+  for (const host::Medium& m : host::kMedia) {
+    const std::string name(m.PpdName);
+    media.Choices.push_back({name, Text(m.StringId), SetPageDevice("/MediaType(" + name + ")")});
+  }
   options.push_back(media);
 
   // Halftone: no effect on the raster; the filter reads the choice from the PPD.
-  options.push_back(
-      {"InkweaveHalftone", Text(266), 10, "Dither", {{"Dither", Text(269), ""}, {"Diffusion", Text(270), ""}}});
+  Option halftone{std::string(host::kHalftoneKeyword),
+                  Text(host::kHalftoneTitleId),
+                  10,
+                  std::string(host::kHalftones[0].PpdName),
+                  {}};
+  for (const host::HalftoneChoice& h : host::kHalftones)
+    halftone.Choices.push_back({std::string(h.PpdName), Text(h.StringId), ""});
+  options.push_back(halftone);
 
   // Colour: 8-bit RGB or 8-bit luminance raster.
-  options.push_back({"ColorModel",
-                     Text(1030),
-                     10,
-                     "RGB",
-                     {{"RGB", Text(1031), SetPageDevice("/cupsColorOrder 0/cupsColorSpace 1/cupsBitsPerColor 8")},
-                      {"Gray", Text(1032), SetPageDevice("/cupsColorOrder 0/cupsColorSpace 0/cupsBitsPerColor 8")}}});
+  Option color{
+      std::string(host::kColorKeyword), Text(host::kColorTitleId), 10, std::string(host::kColorModes[0].PpdName), {}};
+  for (const host::ColorChoice& c : host::kColorModes) {
+    const char* space = c.Color ? "1" : "0";  // CUPS_CSPACE_RGB, CUPS_CSPACE_W
+    color.Choices.push_back(
+        {std::string(c.PpdName), Text(c.StringId),
+         SetPageDevice(std::string("/cupsColorOrder 0/cupsColorSpace ") + space + "/cupsBitsPerColor 8")});
+  }
+  options.push_back(color);
   return options;
 }
 

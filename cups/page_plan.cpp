@@ -26,47 +26,49 @@ std::string Format(const char* format, auto... args) {
   return buffer;
 }
 
-constexpr MediaChoice kMediaChoices[] = {
-    {"Plain", "stationery", host::kCallbackMediaPlain},
-    {"Inkjet", "stationery-inkjet", host::kCallbackMediaInkjet},
-    {"Glossy", "photographic-glossy", host::kCallbackMediaGlossy},
-    {"Photo", "photographic", host::kCallbackMediaPhoto},
-};
-
-// The paper-type command for the header's MediaType: a PPD choice name or an IPP keyword; none is plain.
+// The paper-type command for the header's MediaType: the PPD's choice names, and the IPP media-type
+// keywords a client may send instead; none is plain paper.
 std::optional<std::uint32_t> MediaCallback(std::string_view media) {
-  if (media.empty()) return host::kCallbackMediaPlain;
-  for (const MediaChoice& m : kMediaChoices)
+  if (media.empty()) return host::kMedia[0].Callback;
+  for (const host::Medium& m : host::kMedia)
     if (Equal(m.PpdName, media) || Equal(m.IppKeyword, media)) return m.Callback;
   return std::nullopt;
 }
 
 // The value of one of our options; false when the value is not one of its choices.
 bool ParseChoice(std::string_view keyword, std::string_view value, JobOptions& options) {
-  struct Entry {
-    std::string_view Keyword, Value;
-    Halftone Method;
-    HighRes Resolution;
-  };
-  static constexpr Entry kEntries[] = {
-      {"InkweaveHalftone", "Dither", Halftone::Dither, {}},
-      {"InkweaveHalftone", "Diffusion", Halftone::Diffusion, {}},
-      {"InkweaveHighRes", "Off", {}, HighRes::Off},
-      {"InkweaveHighRes", "HighRes600", {}, HighRes::HighRes600},
-      {"InkweaveHighRes", "Print1200", {}, HighRes::Print1200},
-  };
-  for (const Entry& e : kEntries) {
-    if (e.Keyword != keyword || !Equal(e.Value, value)) continue;
-    if (keyword == "InkweaveHalftone")
-      options.Method = e.Method;
-    else
-      options.Resolution = e.Resolution;
-    return true;
+  if (keyword == host::kHalftoneKeyword) {
+    for (const host::HalftoneChoice& h : host::kHalftones)
+      if (Equal(h.PpdName, value)) {
+        options.Method = h.Method;
+        return true;
+      }
+  } else {
+    for (const host::HighResChoice& h : host::kHighResModes)
+      if (Equal(h.PpdName, value)) {
+        options.Resolution = h.Mode;
+        return true;
+      }
   }
   return false;
 }
 
-constexpr std::string_view kOurOptions[] = {"InkweaveHalftone", "InkweaveHighRes"};
+// "A, B or C": the choices of one of our options, for a warning.
+std::string ChoiceNames(std::string_view keyword) {
+  std::vector<std::string_view> names;
+  if (keyword == host::kHalftoneKeyword)
+    for (const host::HalftoneChoice& h : host::kHalftones) names.push_back(h.PpdName);
+  else
+    for (const host::HighResChoice& h : host::kHighResModes) names.push_back(h.PpdName);
+  std::string text;
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    if (i > 0) text += i + 1 == names.size() ? " or " : ", ";
+    text.append(names[i]);
+  }
+  return text;
+}
+
+constexpr std::string_view kOurOptions[] = {host::kHalftoneKeyword, host::kHighResKeyword};
 
 // The PPD's marked choices (its defaults, then the job's options marked over them). The PPD API is the
 // only way a filter learns how the queue was set up; it is deprecated in CUPS 2 but fully supported,
@@ -96,8 +98,6 @@ void ReadPpdChoices(const char* ppdPath, int count, cups_option_t* jobOptions, J
 
 }  // namespace
 
-std::span<const MediaChoice> MediaChoices() { return kMediaChoices; }
-
 JobOptions ReadJobOptions(const char* ppdPath, const char* optionText, std::vector<std::string>* warnings) {
   JobOptions result;
   cups_option_t* options = nullptr;
@@ -106,9 +106,8 @@ JobOptions ReadJobOptions(const char* ppdPath, const char* optionText, std::vect
   for (std::string_view keyword : kOurOptions) {
     const char* value = cupsGetOption(std::string(keyword).c_str(), count, options);
     if (value && !ParseChoice(keyword, value, result) && warnings)
-      warnings->push_back(
-          Format("Unknown %s value \"%s\" (%s); ignored", std::string(keyword).c_str(), value,
-                 keyword == "InkweaveHalftone" ? "Dither or Diffusion" : "Off, HighRes600 or Print1200"));
+      warnings->push_back(Format("Unknown %s value \"%s\" (%s); ignored", std::string(keyword).c_str(), value,
+                                 ChoiceNames(keyword).c_str()));
   }
   cupsFreeOptions(count, options);
   return result;
@@ -209,7 +208,8 @@ std::variant<PagePlan, std::string> PlanPage(const cups_page_header2_t& header, 
   }
 
   // The paper: the nearest the device knows, else the platform's "any other size".
-  host::Paper paper{"custom", "Custom size", kPaperUser, sheetWidth * kMmPerPoint, sheetHeight * kMmPerPoint, false};
+  host::Paper paper{"custom", "", "Custom size", kPaperUser, sheetWidth * kMmPerPoint, sheetHeight * kMmPerPoint,
+                    false};
   if (const auto known = NearestPaper(sheetWidth * kMmPerPoint, sheetHeight * kMmPerPoint)) {
     paper = *known;
   } else {
@@ -266,13 +266,13 @@ std::variant<PagePlan, std::string> PlanPage(const cups_page_header2_t& header, 
                                    static_cast<int>(media.size()), media.data()));
   }
   plan.Method = options.Method;
-  if (options.Resolution != HighRes::Off) {
+  if (options.Resolution != host::HighRes::Off) {
     if (dpi == 600)
       plan.HighResolution = true;
     else
       plan.Warnings.push_back(Format("High resolution needs a 600 dpi raster; printing at %u dpi without it", dpi));
   }
-  plan.BandBits = plan.Channels == 1 && plan.Method == Halftone::Dither && !plan.HighResolution ? 8 : 24;
+  plan.BandBits = plan.Channels == 1 && plan.Method == host::Halftone::Dither && !plan.HighResolution ? 8 : 24;
   return plan;
 }
 

@@ -9,7 +9,6 @@
 
 #include <cstdint>
 #include <optional>
-#include <span>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -17,6 +16,7 @@
 
 #include <cups/raster.h>
 
+#include "host/choices.h"
 #include "host/host.h"
 #include "host/papers.h"
 
@@ -29,23 +29,11 @@ inline constexpr std::uint32_t kMaxPageInches = 60;
 // Papers whose sides are within this of the page's are taken for that paper, mm.
 inline constexpr double kPaperToleranceMm = 5.0;
 
-enum class Halftone { Dither, Diffusion };
-
-// The paper types: the PPD's MediaType choice, the IPP media-type keyword an IPP client sends instead
-// (and an IPP printer advertises), and the paper-type command that selects it.
-struct MediaChoice {
-  std::string_view PpdName;     // e.g. "Glossy"
-  std::string_view IppKeyword;  // e.g. "photographic-glossy"
-  std::uint32_t Callback;       // host::kCallbackMediaPlain..kCallbackMediaPhoto
-};
-std::span<const MediaChoice> MediaChoices();
-enum class HighRes { Off, HighRes600, Print1200 };
-
 // The queue's choices for the two options of our own: the PPD's defaults (as the queue was set up),
 // overridden by the job's options (argv[5] of the filter).
 struct JobOptions {
-  Halftone Method = Halftone::Dither;  // InkweaveHalftone
-  HighRes Resolution = HighRes::Off;   // InkweaveHighRes
+  host::Halftone Method = host::Halftone::Dither;  // host::kHalftoneKeyword
+  host::HighRes Resolution = host::HighRes::Off;   // host::kHighResKeyword
 };
 // ppdPath may be null (no PPD: the job's options over the built-in defaults). Unknown values and an
 // unreadable PPD are reported in *warnings and leave the defaults in place.
@@ -55,7 +43,7 @@ struct PagePlan {
   host::DeviceSetup Setup;  // paper code, quality, colour, printable area in device pixels
   std::string PaperName;    // host paper name, or "custom"
   std::uint32_t MediaCallback = host::kCallbackMediaPlain;
-  Halftone Method = Halftone::Dither;
+  host::Halftone Method = host::Halftone::Dither;
   bool HighResolution = false;  // send the high-resolution command (600 dpi only)
 
   std::uint32_t RasterWidth = 0;   // pixels

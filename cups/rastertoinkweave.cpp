@@ -154,8 +154,7 @@ class Device {
       session_.Disable();
       return hr;
     }
-    host::SelectModes(session_, plan.Method == inkweave::cups::Halftone::Diffusion, plan.HighResolution,
-                      plan.MediaCallback);
+    host::SelectModes(session_, plan.Method == host::Halftone::Diffusion, plan.HighResolution, plan.MediaCallback);
     session_.Command(host::kCallbackJobStart);
     plan_ = plan;
     open_ = true;
@@ -185,10 +184,6 @@ void Warn(const std::vector<std::string>& warnings, int page) {
     else
       std::fprintf(stderr, "WARNING: %s\n", w.c_str());
   }
-}
-
-const char* HalftoneName(inkweave::cups::Halftone h) {
-  return h == inkweave::cups::Halftone::Diffusion ? "error diffusion" : "dither";
 }
 
 int Run(int argc, char** argv) {
@@ -283,8 +278,8 @@ int Run(int argc, char** argv) {
                  "printable %ux%u at raster offset %lld,%lld\n",
                  page, plan.RasterWidth, plan.RasterHeight, plan.PaperName.c_str(), plan.Setup.PaperSize,
                  plan.Setup.Quality, plan.HighResolution ? " high resolution" : "",
-                 plan.Setup.Color ? "colour" : "gray", HalftoneName(plan.Method), plan.MediaCallback,
-                 plan.Setup.PageWidth, plan.Setup.PageHeight, static_cast<long long>(plan.OffsetX),
+                 plan.Setup.Color ? "colour" : "gray", std::string(host::ChoiceOf(plan.Method).Description).c_str(),
+                 plan.MediaCallback, plan.Setup.PageWidth, plan.Setup.PageHeight, static_cast<long long>(plan.OffsetX),
                  static_cast<long long>(plan.OffsetY));
 
     if (!device.IsOpenFor(plan)) {

@@ -1,4 +1,5 @@
-// The papers the device knows: platform paper number, size, and the printable area at a resolution.
+// The papers the device knows: their names, platform paper number, size, and the printable area at a
+// resolution.
 #pragma once
 
 #include <cstdint>
@@ -6,14 +7,17 @@
 #include <span>
 #include <string_view>
 
+#include "src/device/plane_geometry.h"
+
 namespace inkweave::host {
 
 struct Paper {
-  std::string_view Name;   // command-line name, e.g. "a4"
-  std::string_view Title;  // e.g. "A4 (210 x 297 mm)"
-  std::int16_t Code;       // platform paper size number
-  double WidthMm;          // portrait width
-  double HeightMm;         // portrait height
+  std::string_view Name;     // command-line name, e.g. "a4"
+  std::string_view PpdName;  // the printer description's PageSize choice, e.g. "EnvDL"
+  std::string_view Title;    // e.g. "A4 (210 x 297 mm)"
+  std::int16_t Code;         // platform paper size number
+  double WidthMm;            // portrait width
+  double HeightMm;           // portrait height
   bool Envelope;
 };
 
@@ -21,9 +25,12 @@ struct Paper {
 inline constexpr double kMarginSideMm = 3.4;
 inline constexpr double kMarginTopMm = 3.0;
 inline constexpr double kMarginBottomMm = 5.0;
-// Widest line a dot plane holds, dots.
-inline constexpr std::uint32_t kMaxLineDots = 5120;
+// Widest line the plug-in takes, dots: what one of its dot planes holds. The host includes this one
+// header of the core for it (a constant; the host links nothing of the core and calls it only through
+// its exports), so that it never offers a page the plug-in would refuse.
+inline constexpr std::uint32_t kMaxLineDots = kPlaneDots;
 
+// Every paper, the default (A4) first.
 std::span<const Paper> Papers();
 std::optional<Paper> FindPaper(std::string_view name);
 std::optional<Paper> FindPaper(std::int16_t code);

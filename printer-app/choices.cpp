@@ -15,14 +15,14 @@ std::string PwgMediaName(const host::Paper& paper) {
 cups::JobOptions JobOptionsFrom(const pappl_pr_options_t& options, std::vector<std::string>* warnings) {
   cups::JobOptions result;
   if (const char* value = cupsGetOption(kHalftoneAttribute, options.num_vendor, options.vendor)) {
-    if (!std::strcmp(value, kHalftoneDiffusion))
-      result.Method = cups::Halftone::Diffusion;
-    else if (std::strcmp(value, kHalftoneDither) && warnings)
+    if (const host::HalftoneChoice* halftone = host::FindHalftone(value))
+      result.Method = halftone->Method;
+    else if (warnings)
       warnings->push_back(std::string("unknown ") + kHalftoneAttribute + " \"" + value + "\"; printing with dither");
   }
   if (const char* value = cupsGetOption(kHighResolutionAttribute, options.num_vendor, options.vendor)) {
     if (!std::strcmp(value, "true"))
-      result.Resolution = cups::HighRes::HighRes600;
+      result.Resolution = host::HighRes::HighRes600;
     else if (std::strcmp(value, "false") && warnings)
       warnings->push_back(std::string("unknown ") + kHighResolutionAttribute + " \"" + value + "\"; ignored");
   }

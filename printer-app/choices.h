@@ -13,14 +13,14 @@
 #include <vector>
 
 #include "cups/page_plan.h"
+#include "host/choices.h"
 #include "host/papers.h"
 
 namespace inkweave::printerapp {
 
-// The vendor attributes (job template, with -default and -supported on the printer).
-inline constexpr const char* kHalftoneAttribute = "inkweave-halftone";  // keyword
-inline constexpr const char* kHalftoneDither = "dither";
-inline constexpr const char* kHalftoneDiffusion = "diffusion";
+// The vendor attributes (job template, with -default and -supported on the printer). The halftone's
+// keywords are the host's names of the halftones (host::kHalftones), as the inkweave command takes them.
+inline constexpr const char* kHalftoneAttribute = "inkweave-halftone";               // keyword
 inline constexpr const char* kHighResolutionAttribute = "inkweave-high-resolution";  // boolean
 
 // The PWG self-describing name of a paper, e.g. "iso_a4_210x297mm".

@@ -36,11 +36,12 @@ void Identify(pappl_printer_t* printer, pappl_identify_actions_t, const char* me
 }
 
 void AddVendorAttributes(pappl_pr_driver_data_t* data, ipp_t* attributes) {
-  const char* halftones[] = {kHalftoneDither, kHalftoneDiffusion};
+  std::vector<const char*> halftones;
+  for (const host::HalftoneChoice& h : host::kHalftones) halftones.push_back(h.Name.data());
   ippAddStrings(attributes, IPP_TAG_PRINTER, IPP_TAG_KEYWORD, (std::string(kHalftoneAttribute) + "-supported").c_str(),
-                2, nullptr, halftones);
+                static_cast<int>(halftones.size()), nullptr, halftones.data());
   ippAddString(attributes, IPP_TAG_PRINTER, IPP_TAG_KEYWORD, (std::string(kHalftoneAttribute) + "-default").c_str(),
-               nullptr, kHalftoneDither);
+               nullptr, halftones.front());
   ippAddBoolean(attributes, IPP_TAG_PRINTER, (std::string(kHighResolutionAttribute) + "-supported").c_str(), 1);
   ippAddBoolean(attributes, IPP_TAG_PRINTER, (std::string(kHighResolutionAttribute) + "-default").c_str(), 0);
   data->num_vendor = 2;
@@ -97,9 +98,8 @@ bool FillDriver(pappl_system_t* system, const char* driverName, const char*, con
   data->borderless = false;
 
   // The paper types, by their IPP keywords.
-  const auto media = cups::MediaChoices();
-  data->num_type = static_cast<int>(media.size());
-  for (std::size_t i = 0; i < media.size(); ++i) data->type[i] = media[i].IppKeyword.data();
+  data->num_type = static_cast<int>(std::size(host::kMedia));
+  for (std::size_t i = 0; i < std::size(host::kMedia); ++i) data->type[i] = host::kMedia[i].IppKeyword.data();
 
   // One paper source, A4 plain paper loaded.
   data->num_source = 1;

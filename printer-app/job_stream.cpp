@@ -80,7 +80,7 @@ bool JobStream::UseDevice(const cups::PagePlan& plan) {
                 Hex(hr).c_str());
     return false;
   }
-  host::SelectModes(session_, plan.Method == cups::Halftone::Diffusion, plan.HighResolution, plan.MediaCallback);
+  host::SelectModes(session_, plan.Method == host::Halftone::Diffusion, plan.HighResolution, plan.MediaCallback);
   session_.Command(host::kCallbackJobStart);
   plan_ = plan;
   open_ = true;

@@ -17,6 +17,7 @@
 namespace inkweave::cli::testing {
 namespace {
 
+using host::Halftone;
 using ::testing::HasSubstr;
 
 struct Mode {

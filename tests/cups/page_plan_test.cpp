@@ -10,8 +10,8 @@
 namespace inkweave::cupstest {
 namespace {
 
-using cups::HighRes;
 using cups::PagePlan;
+using host::HighRes;
 
 PagePlan Plan(const cups_page_header2_t& header, const cups::JobOptions& options = {}) {
   auto planned = cups::PlanPage(header, options);
@@ -68,22 +68,22 @@ TEST(PagePlan, CutsAPageWiderThanTheHeadAndWarns) {
 TEST(PagePlan, MapsColourMediaAndHighResolution) {
   cups_page_header2_t header = PageHeader(2480, 3508, 300, CUPS_CSPACE_K, 595, 842);
   std::strcpy(header.MediaType, "Glossy");
-  PagePlan plan = Plan(header, {cups::Halftone::Diffusion, HighRes::Print1200});
+  PagePlan plan = Plan(header, {host::Halftone::Diffusion, HighRes::Print1200});
   EXPECT_FALSE(plan.Setup.Color);
   EXPECT_TRUE(plan.InvertGray);
   EXPECT_EQ(plan.MediaCallback, host::kCallbackMediaGlossy);
-  EXPECT_EQ(plan.Method, cups::Halftone::Diffusion);
+  EXPECT_EQ(plan.Method, host::Halftone::Diffusion);
   EXPECT_FALSE(plan.HighResolution) << "high resolution needs 600 dpi";
   EXPECT_EQ(plan.Warnings.size(), 1u);
 
   header = PageHeader(4960, 7016, 600, CUPS_CSPACE_SRGB, 595, 842);
   std::strcpy(header.MediaType, "photographic");
-  const PagePlan high = Plan(header, {cups::Halftone::Dither, HighRes::HighRes600});
+  const PagePlan high = Plan(header, {host::Halftone::Dither, HighRes::HighRes600});
   EXPECT_TRUE(high.Setup.Color);
   EXPECT_TRUE(high.HighResolution);
   EXPECT_EQ(high.MediaCallback, host::kCallbackMediaPhoto);
   EXPECT_TRUE(high.SameDevice(high));
-  EXPECT_FALSE(high.SameDevice(Plan(header, {cups::Halftone::Diffusion, HighRes::HighRes600})));
+  EXPECT_FALSE(high.SameDevice(Plan(header, {host::Halftone::Diffusion, HighRes::HighRes600})));
 
   std::strcpy(header.MediaType, "Cardboard");
   plan = Plan(header);
@@ -105,18 +105,18 @@ TEST(JobOptions, TakeThePpdDefaultsUnderTheJobsOptions) {
 
   std::vector<std::string> warnings;
   cups::JobOptions options = cups::ReadJobOptions(path.c_str(), "", &warnings);
-  EXPECT_EQ(options.Method, cups::Halftone::Diffusion);
+  EXPECT_EQ(options.Method, host::Halftone::Diffusion);
   EXPECT_EQ(options.Resolution, HighRes::Print1200);
   options = cups::ReadJobOptions(path.c_str(), "InkweaveHalftone=Dither InkweaveHighRes=Off", &warnings);
-  EXPECT_EQ(options.Method, cups::Halftone::Dither);
+  EXPECT_EQ(options.Method, host::Halftone::Dither);
   EXPECT_EQ(options.Resolution, HighRes::Off);
   EXPECT_TRUE(warnings.empty());
 
   options = cups::ReadJobOptions(nullptr, "InkweaveHighRes=Bogus InkweaveHalftone=diffusion", &warnings);
-  EXPECT_EQ(options.Method, cups::Halftone::Diffusion);
+  EXPECT_EQ(options.Method, host::Halftone::Diffusion);
   EXPECT_EQ(options.Resolution, HighRes::Off);
   options = cups::ReadJobOptions((dir / "missing.ppd").c_str(), "", &warnings);
-  EXPECT_EQ(options.Method, cups::Halftone::Dither);
+  EXPECT_EQ(options.Method, host::Halftone::Dither);
   ASSERT_EQ(warnings.size(), 2u);
   EXPECT_NE(warnings[0].find("\"Bogus\""), std::string::npos);
   EXPECT_NE(warnings[1].find("Unable to read the PPD"), std::string::npos);

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "src/plugin/string_table.h"
+#include "src/data/strings.h"
 
 namespace {
 

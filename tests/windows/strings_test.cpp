@@ -1,7 +1,7 @@
-// The display-string table (locale/strings.tsv) and the two files generated from it: the DLL's
-// resource script and the PPD translation fragment are current, the English rows are the plug-in's
-// own string table, every language carries what it must, the fragment is well-formed PPD, and the
-// generator refuses tables it cannot carry.
+// The display-string table (locale/strings.tsv) and the three files generated from it: the DLL's
+// resource script, the PPD translation fragment and the English table of the string library are
+// current, every language carries what it must, the fragment is well-formed PPD, and the generator
+// refuses tables it cannot carry.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "src/plugin/string_table.h"
+#include "src/data/strings.h"
 #include "tests/windows/strings_table.h"
 
 namespace {
@@ -26,6 +26,7 @@ const std::string kSource = INKWEAVE_SOURCE_DIR;
 const std::string kTable = kSource + "/locale/strings.tsv";
 const std::string kResourceScript = kSource + "/windows/generated/strings.rc";
 const std::string kPpdFragment = kSource + "/cups/generated/translations.ppd";
+const std::string kEnglishTable = kSource + "/src/data/generated/english_strings.cpp";
 
 std::string ReadFile(const fs::path& path) {
   std::ifstream in(path, std::ios::binary);
@@ -50,34 +51,30 @@ class TempDir {
   fs::path path_;
 };
 
-// Runs gen-strings on a table; answers its exit status.
-int Generate(const fs::path& table, const fs::path& rc, const fs::path& ppd) {
-  const std::string command = std::string("'") + INKWEAVE_GEN_STRINGS + "' '" + table.string() + "' '" + rc.string() +
-                              "' '" + ppd.string() + "' 2>/dev/null";
+// Runs gen-strings on a table into dir (strings.rc, translations.ppd, english_strings.cpp); answers its
+// exit status.
+int Generate(const fs::path& table, const fs::path& dir) {
+  std::string command = std::string("'") + INKWEAVE_GEN_STRINGS + "' '" + table.string() + "'";
+  for (const char* file : {"strings.rc", "translations.ppd", "english_strings.cpp"})
+    command.append(" '").append((dir / file).string()).append("'");
+  command += " 2>/dev/null";
   return std::system(command.c_str());
 }
 
 TEST(Strings, GeneratedFilesAreCurrent) {
   TempDir dir;
   ASSERT_FALSE(dir.Path().empty());
-  ASSERT_EQ(Generate(kTable, dir.Path() / "strings.rc", dir.Path() / "translations.ppd"), 0);
+  ASSERT_EQ(Generate(kTable, dir.Path()), 0);
   const char* how =
       "regenerate: build/tools/gen-strings locale/strings.tsv windows/generated/strings.rc "
-      "cups/generated/translations.ppd";
+      "cups/generated/translations.ppd src/data/generated/english_strings.cpp";
   EXPECT_EQ(ReadFile(dir.Path() / "strings.rc"), ReadFile(kResourceScript)) << how;
   EXPECT_EQ(ReadFile(dir.Path() / "translations.ppd"), ReadFile(kPpdFragment)) << how;
-}
-
-TEST(Strings, EnglishRowsAreThePluginsStringTable) {
-  const auto table = ReadStringsTable(kTable);
-  std::map<int, std::string> english;
-  for (const auto& [key, text] : table)
-    if (key.first == "en") english[key.second] = text;
-  std::map<int, std::string> plugin;
-  for (const inkweave::StringEntry& entry : inkweave::EnglishStrings()) plugin[entry.Id] = entry.Text;
-  EXPECT_EQ(english, plugin);
-  EXPECT_EQ(english.at(268), "Tranparency");
-  EXPECT_EQ(english.at(270), "Erorr Diffusion");
+  EXPECT_EQ(ReadFile(dir.Path() / "english_strings.cpp"), ReadFile(kEnglishTable)) << how;
+  // The English texts keep their misspellings.
+  EXPECT_STREQ(inkweave::EnglishString(268), "Tranparency");
+  EXPECT_STREQ(inkweave::EnglishString(270), "Erorr Diffusion");
+  EXPECT_EQ(inkweave::EnglishString(273), nullptr);
 }
 
 TEST(Strings, EveryLanguageCarriesItsIds) {
@@ -176,8 +173,8 @@ TEST(Strings, GeneratorRefusesTablesItCannotCarry) {
   for (const auto& [what, text] : bad) {
     const fs::path table = dir.Path() / "bad.tsv";
     std::ofstream(table, std::ios::binary) << text;
-    EXPECT_NE(Generate(table, dir.Path() / "bad.rc", dir.Path() / "bad.ppd"), 0) << what;
-    EXPECT_FALSE(fs::exists(dir.Path() / "bad.rc")) << what;
+    EXPECT_NE(Generate(table, dir.Path()), 0) << what;
+    EXPECT_FALSE(fs::exists(dir.Path() / "strings.rc")) << what;
   }
 }
 
