@@ -151,10 +151,14 @@ void PagePlan::CopyRow(const std::uint8_t* raster, std::uint8_t* band, std::int3
   }
 }
 
-std::variant<PagePlan, std::string> PlanPage(const cups_page_header2_t& header, const JobOptions& options) {
-  PagePlan plan;
+namespace {
 
-  // Pixel format: 8-bit RGB or 8-bit gray, chunked.
+// The steps of PlanPage. Each checks its part of the header and fills its part of the plan; a step
+// that fails answers the message that stops the page.
+using Refusal = std::optional<std::string>;
+
+// Pixel format: 8-bit RGB or 8-bit gray, chunked.
+Refusal ReadPixelFormat(const cups_page_header2_t& header, PagePlan& plan) {
   if (header.cupsBitsPerColor != 8)
     return Format("Unsupported raster: %u bits per colour (the printer takes 8)", header.cupsBitsPerColor);
   switch (header.cupsColorSpace) {
@@ -176,14 +180,24 @@ std::variant<PagePlan, std::string> PlanPage(const cups_page_header2_t& header, 
   if (header.cupsBitsPerPixel != 8u * static_cast<unsigned>(plan.Channels))
     return Format("Inconsistent raster header: %u bits per pixel for %d colours of 8 bits", header.cupsBitsPerPixel,
                   plan.Channels);
+  return std::nullopt;
+}
 
-  // Resolution: one of the device's print qualities.
+// Resolution: one of the device's print qualities, the same both ways.
+Refusal ReadResolution(const cups_page_header2_t& header, PagePlan& plan) {
   const unsigned dpi = header.HWResolution[0];
-  if (dpi != header.HWResolution[1] || (dpi != 150 && dpi != 300 && dpi != 600))
+  const bool known = std::find(std::begin(host::kQualities), std::end(host::kQualities), static_cast<int>(dpi)) !=
+                     std::end(host::kQualities);
+  if (dpi != header.HWResolution[1] || !known)
     return Format("Unsupported resolution %ux%u dpi (150, 300 or 600 dpi, the same both ways)", header.HWResolution[0],
                   header.HWResolution[1]);
+  plan.Setup.Quality = static_cast<std::int16_t>(dpi);
+  return std::nullopt;
+}
 
-  // Size: something, and nothing larger than any paper.
+// Size: something, nothing larger than any paper, and rows as long as the pixels make them.
+Refusal ReadSize(const cups_page_header2_t& header, PagePlan& plan) {
+  const unsigned dpi = header.HWResolution[0];
   if (header.cupsWidth == 0 || header.cupsHeight == 0)
     return Format("Empty raster page (%u x %u pixels)", header.cupsWidth, header.cupsHeight);
   const std::uint64_t limit = static_cast<std::uint64_t>(kMaxPageInches) * dpi;
@@ -197,31 +211,42 @@ std::variant<PagePlan, std::string> PlanPage(const cups_page_header2_t& header, 
   plan.RasterWidth = header.cupsWidth;
   plan.RasterHeight = header.cupsHeight;
   plan.BytesPerLine = header.cupsBytesPerLine;
+  return std::nullopt;
+}
 
-  // The sheet, in points: cupsPageSize (v2 and v3), else PageSize, else the raster's own size.
-  double sheetWidth = header.cupsPageSize[0] > 0 ? header.cupsPageSize[0] : header.PageSize[0];
-  double sheetHeight = header.cupsPageSize[1] > 0 ? header.cupsPageSize[1] : header.PageSize[1];
-  if (!(sheetWidth > 0 && sheetHeight > 0 && sheetWidth <= 72.0 * kMaxPageInches &&
-        sheetHeight <= 72.0 * kMaxPageInches)) {
-    sheetWidth = header.cupsWidth * 72.0 / dpi;
-    sheetHeight = header.cupsHeight * 72.0 / dpi;
-  }
+struct Sheet {
+  double Width;   // points
+  double Height;  // points
+};
 
-  // The paper: the nearest the device knows, else the platform's "any other size".
-  host::Paper paper{"custom", "", "Custom size", kPaperUser, sheetWidth * kMmPerPoint, sheetHeight * kMmPerPoint,
+// The sheet: cupsPageSize (v2 and v3), else PageSize, else the raster's own size.
+Sheet SheetOf(const cups_page_header2_t& header) {
+  const unsigned dpi = header.HWResolution[0];
+  Sheet sheet{header.cupsPageSize[0] > 0 ? header.cupsPageSize[0] : header.PageSize[0],
+              header.cupsPageSize[1] > 0 ? header.cupsPageSize[1] : header.PageSize[1]};
+  if (!(sheet.Width > 0 && sheet.Height > 0 && sheet.Width <= 72.0 * kMaxPageInches &&
+        sheet.Height <= 72.0 * kMaxPageInches))
+    sheet = {header.cupsWidth * 72.0 / dpi, header.cupsHeight * 72.0 / dpi};
+  return sheet;
+}
+
+// The paper (the nearest the device knows, else the platform's "any other size") and its printable
+// area, cut to the widest line the plug-in takes.
+std::variant<host::PrintableArea, std::string> ChoosePaper(const Sheet& sheet, PagePlan& plan) {
+  const unsigned dpi = static_cast<unsigned>(plan.Setup.Quality);
+  host::Paper paper{"custom", "", "Custom size", kPaperUser, sheet.Width * kMmPerPoint, sheet.Height * kMmPerPoint,
                     false};
-  if (const auto known = NearestPaper(sheetWidth * kMmPerPoint, sheetHeight * kMmPerPoint)) {
+  if (const auto known = NearestPaper(sheet.Width * kMmPerPoint, sheet.Height * kMmPerPoint)) {
     paper = *known;
   } else {
     plan.Warnings.push_back(
         Format("Page size %.0fx%.0f points is not a paper the printer knows; printing it as "
                "a custom size",
-               sheetWidth, sheetHeight));
+               sheet.Width, sheet.Height));
   }
-  plan.PaperName = std::string(paper.Name);
   host::PrintableArea area = host::PrintableAreaOf(paper, static_cast<int>(dpi));
   if (area.Width < 1 || area.Height < 1)
-    return Format("Page size %.0fx%.0f points leaves no printable area inside the margins", sheetWidth, sheetHeight);
+    return Format("Page size %.0fx%.0f points leaves no printable area inside the margins", sheet.Width, sheet.Height);
   if (area.Width > host::kMaxLineDots) {
     plan.Warnings.push_back(
         Format("The printable width of %u dots at %u dpi is wider than the print head's %u; "
@@ -229,10 +254,19 @@ std::variant<PagePlan, std::string> PlanPage(const cups_page_header2_t& header, 
                area.Width, dpi, host::kMaxLineDots));
     area.Width = host::kMaxLineDots;
   }
+  plan.PaperName = std::string(paper.Name);
+  plan.Setup.PaperSize = paper.Code;
+  plan.Setup.PageWidth = area.Width;
+  plan.Setup.PageHeight = area.Height;
+  return area;
+}
 
-  // Where the raster lies on the sheet: normally the raster is the whole sheet. A raster the size of
-  // the imaging box (as Ghostscript renders for CUPS) starts at the box's top-left corner. The box is
-  // left, bottom, right, top in points: cupsImagingBBox (v2, v3), else ImagingBoundingBox.
+// Where the raster lies on the sheet: normally the raster is the whole sheet. A raster the size of
+// the imaging box (as Ghostscript renders for CUPS) starts at the box's top-left corner. The box is
+// left, bottom, right, top in points: cupsImagingBBox (v2, v3), else ImagingBoundingBox.
+void PlaceRaster(const cups_page_header2_t& header, const Sheet& sheet, const host::PrintableArea& area,
+                 PagePlan& plan) {
+  const unsigned dpi = header.HWResolution[0];
   double box[4];
   for (int i = 0; i < 4; ++i) box[i] = header.cupsImagingBBox[i];
   if (!(box[2] > box[0] && box[3] > box[1]))
@@ -240,24 +274,20 @@ std::variant<PagePlan, std::string> PlanPage(const cups_page_header2_t& header, 
   std::int64_t originX = 0;
   std::int64_t originY = 0;
   const double slack = dpi / 10.0;  // 0.1 in
-  const double sheetWidthDots = sheetWidth * dpi / 72.0;
+  const double sheetWidthDots = sheet.Width * dpi / 72.0;
   const double boxWidthDots = (box[2] - box[0]) * dpi / 72.0;
   if (std::fabs(header.cupsWidth - sheetWidthDots) > slack && box[2] > box[0] &&
       std::fabs(header.cupsWidth - boxWidthDots) <= slack) {
     originX = std::llround(box[0] * dpi / 72.0);
-    originY = std::llround((sheetHeight - box[3]) * dpi / 72.0);
+    originY = std::llround((sheet.Height - box[3]) * dpi / 72.0);
   }
   plan.OffsetX = static_cast<std::int64_t>(area.Left) - originX;
   plan.OffsetY = static_cast<std::int64_t>(area.Top) - originY;
+}
 
-  plan.Setup.PaperSize = paper.Code;
-  plan.Setup.Quality = static_cast<std::int16_t>(dpi);
-  plan.Setup.Color = plan.Channels == 3;
-  plan.Setup.Landscape = false;  // the raster arrives upright; CUPS has turned the page already
-  plan.Setup.PageWidth = area.Width;
-  plan.Setup.PageHeight = area.Height;
-
-  // Selections.
+// The selections (media, halftone, high resolution) and the bands' depth that follows from them.
+void ChooseSelections(const cups_page_header2_t& header, const JobOptions& options, PagePlan& plan) {
+  const unsigned dpi = header.HWResolution[0];
   const std::string_view media(header.MediaType, strnlen(header.MediaType, sizeof header.MediaType));
   if (const auto callback = MediaCallback(media)) {
     plan.MediaCallback = *callback;
@@ -273,6 +303,22 @@ std::variant<PagePlan, std::string> PlanPage(const cups_page_header2_t& header, 
       plan.Warnings.push_back(Format("High resolution needs a 600 dpi raster; printing at %u dpi without it", dpi));
   }
   plan.BandBits = plan.Channels == 1 && plan.Method == host::Halftone::Dither && !plan.HighResolution ? 8 : 24;
+}
+
+}  // namespace
+
+std::variant<PagePlan, std::string> PlanPage(const cups_page_header2_t& header, const JobOptions& options) {
+  PagePlan plan;
+  if (Refusal refusal = ReadPixelFormat(header, plan)) return *refusal;
+  if (Refusal refusal = ReadResolution(header, plan)) return *refusal;
+  if (Refusal refusal = ReadSize(header, plan)) return *refusal;
+  const Sheet sheet = SheetOf(header);
+  auto area = ChoosePaper(sheet, plan);
+  if (auto* refusal = std::get_if<std::string>(&area)) return *refusal;
+  PlaceRaster(header, sheet, std::get<host::PrintableArea>(area), plan);
+  plan.Setup.Color = plan.Channels == 3;
+  plan.Setup.Landscape = false;  // the raster arrives upright; CUPS has turned the page already
+  ChooseSelections(header, options, plan);
   return plan;
 }
 
