@@ -186,11 +186,31 @@ void Warn(const std::vector<std::string>& warnings, int page) {
   }
 }
 
-int Run(int argc, char** argv) {
+void ReportReadError(const Input& input) {
+  std::fprintf(stderr, "ERROR: Unable to read the raster stream: %s\n", std::strerror(input.Error));
+}
+
+// ---------------------------------------------------------------------------------------------------
+// The job, in four steps: open, read a page header, print the page, finish.
+// ---------------------------------------------------------------------------------------------------
+struct Job {
+  Input In;
+  Output Out;
+  inkweave::cups::JobOptions Options;
+  std::unique_ptr<host::PluginLibrary> Library;
+  std::unique_ptr<Device> Printer;  // after Library and Out: it goes first, while both still exist
+  cups_raster_t* Raster = nullptr;
+  int Page = 0;    // pages begun
+  int Status = 0;  // the exit status so far
+};
+
+// The arguments, the signals, the input, the options, the plug-in and the raster stream. False, with
+// the error written, when the job cannot start.
+bool OpenJob(int argc, char** argv, Job& job) {
   if (argc < 6 || argc > 7) {
     std::fprintf(stderr, "Usage: %s job-id user title copies options [file]\n",
                  argc > 0 ? argv[0] : "rastertoinkweave");
-    return 1;
+    return false;
   }
 
   // SIGTERM only sets a flag; the band loop stops at the next band and ends the job properly.
@@ -200,153 +220,171 @@ int Run(int argc, char** argv) {
   sigaction(SIGTERM, &action, nullptr);
   std::signal(SIGPIPE, SIG_IGN);  // a closed output shows as a write error instead
 
-  Input input;
   if (argc == 7) {
-    input.Fd = open(argv[6], O_RDONLY | O_CLOEXEC);
-    if (input.Fd < 0) {
+    job.In.Fd = open(argv[6], O_RDONLY | O_CLOEXEC);
+    if (job.In.Fd < 0) {
       std::fprintf(stderr, "ERROR: Unable to open raster file \"%s\": %s\n", argv[6], std::strerror(errno));
-      return 1;
+      return false;
     }
   }
 
   std::vector<std::string> warnings;
-  const inkweave::cups::JobOptions options = inkweave::cups::ReadJobOptions(std::getenv("PPD"), argv[5], &warnings);
+  job.Options = inkweave::cups::ReadJobOptions(std::getenv("PPD"), argv[5], &warnings);
   Warn(warnings, 0);
 
   const std::string pluginPath = FindPlugin();
   std::fprintf(stderr, "DEBUG: inkweave: render plug-in %s\n", pluginPath.c_str());
   std::string error;
-  const std::unique_ptr<host::PluginLibrary> library = host::PluginLibrary::Open(pluginPath, &error);
-  if (!library) {
+  job.Library = host::PluginLibrary::Open(pluginPath, &error);
+  if (!job.Library) {
     std::fprintf(stderr, "ERROR: Unable to load the render plug-in %s: %s\n", pluginPath.c_str(), error.c_str());
-    return 1;
+    return false;
   }
-  Output output;
-  Device device(library->Entry());
-  if (const HRESULT hr = device.Load(output); hr != S_OK) {
+  job.Printer = std::make_unique<Device>(job.Library->Entry());
+  if (const HRESULT hr = job.Printer->Load(job.Out); hr != S_OK) {
     std::fprintf(stderr, "ERROR: The render plug-in %s did not load (result 0x%08X)\n", pluginPath.c_str(),
                  static_cast<unsigned>(hr));
-    return 1;
+    return false;
   }
 
-  cups_raster_t* raster = cupsRasterOpenIO(ReadInput, &input, CUPS_RASTER_READ);
-  if (!raster) {
-    if (input.Error)
-      std::fprintf(stderr, "ERROR: Unable to read the raster stream: %s\n", std::strerror(input.Error));
+  job.Raster = cupsRasterOpenIO(ReadInput, &job.In, CUPS_RASTER_READ);
+  if (!job.Raster) {
+    if (job.In.Error)
+      ReportReadError(job.In);
     else
       std::fprintf(stderr, "ERROR: The input is empty or not a CUPS raster stream\n");
-    if (input.Fd > 0) close(input.Fd);
-    return 1;
+    return false;
   }
+  return true;
+}
 
-  int status = 0;
-  int page = 0;
-  cups_page_header2_t header;
-  for (;;) {
-    if (gCanceled) break;
-    const std::uint64_t before = input.Delivered;
-    if (!cupsRasterReadHeader2(raster, &header)) {
-      if (gCanceled) break;
-      if (input.Error) {
-        std::fprintf(stderr, "ERROR: Unable to read the raster stream: %s\n", std::strerror(input.Error));
-        status = 1;
-      } else if (input.Delivered != before && input.Ended && input.Delivered - before < sizeof header) {
-        std::fprintf(stderr, "ERROR: The raster stream ends inside the header of page %d\n", page + 1);
-        status = 1;
-      } else if (input.Delivered != before) {
-        std::fprintf(stderr, "ERROR: Page %d has an invalid raster header (sizes, depth or colours do not add up)\n",
-                     page + 1);
-        status = 1;
-      } else if (page == 0) {
-        std::fprintf(stderr, "ERROR: No pages found in the raster stream\n");
-        status = 1;
-      }
-      break;
-    }
-    ++page;
+// The next page's header. False at the end of the stream or on an error (reported, with the status
+// set): a stream cut inside a header or a header libcups refuses are errors, a stream that ends
+// between pages is not, unless it holds no page at all.
+bool ReadPageHeader(Job& job, cups_page_header2_t& header) {
+  const std::uint64_t before = job.In.Delivered;
+  if (cupsRasterReadHeader2(job.Raster, &header)) {
+    ++job.Page;
+    return true;
+  }
+  if (gCanceled) return false;
+  const std::uint64_t read = job.In.Delivered - before;
+  if (job.In.Error)
+    ReportReadError(job.In);
+  else if (read != 0 && job.In.Ended && read < sizeof header)
+    std::fprintf(stderr, "ERROR: The raster stream ends inside the header of page %d\n", job.Page + 1);
+  else if (read != 0)
+    std::fprintf(stderr, "ERROR: Page %d has an invalid raster header (sizes, depth or colours do not add up)\n",
+                 job.Page + 1);
+  else if (job.Page == 0)
+    std::fprintf(stderr, "ERROR: No pages found in the raster stream\n");
+  else
+    return false;  // the end of the job
+  job.Status = 1;
+  return false;
+}
 
-    auto planned = inkweave::cups::PlanPage(header, options);
-    if (auto* message = std::get_if<std::string>(&planned)) {
-      std::fprintf(stderr, "ERROR: Page %d: %s\n", page, message->c_str());
-      status = 1;
-      break;
-    }
-    const PagePlan& plan = std::get<PagePlan>(planned);
-    Warn(plan.Warnings, page);
-    std::fprintf(stderr,
-                 "DEBUG: inkweave: page %d: %ux%u pixels, paper %s (%d), %d dpi%s, %s, %s, media command %u, "
-                 "printable %ux%u at raster offset %lld,%lld\n",
-                 page, plan.RasterWidth, plan.RasterHeight, plan.PaperName.c_str(), plan.Setup.PaperSize,
-                 plan.Setup.Quality, plan.HighResolution ? " high resolution" : "",
-                 plan.Setup.Color ? "colour" : "gray", std::string(host::ChoiceOf(plan.Method).Description).c_str(),
-                 plan.MediaCallback, plan.Setup.PageWidth, plan.Setup.PageHeight, static_cast<long long>(plan.OffsetX),
-                 static_cast<long long>(plan.OffsetY));
+// Plans the page, opens the device context it needs, and hands it to the plug-in band by band. False
+// when the job must stop (reported, with the status set, unless canceled or the output failed).
+bool PrintPage(Job& job, const cups_page_header2_t& header) {
+  const int page = job.Page;
+  auto planned = inkweave::cups::PlanPage(header, job.Options);
+  if (auto* message = std::get_if<std::string>(&planned)) {
+    std::fprintf(stderr, "ERROR: Page %d: %s\n", page, message->c_str());
+    job.Status = 1;
+    return false;
+  }
+  const PagePlan& plan = std::get<PagePlan>(planned);
+  Warn(plan.Warnings, page);
+  std::fprintf(stderr,
+               "DEBUG: inkweave: page %d: %ux%u pixels, paper %s (%d), %d dpi%s, %s, %s, media command %u, "
+               "printable %ux%u at raster offset %lld,%lld\n",
+               page, plan.RasterWidth, plan.RasterHeight, plan.PaperName.c_str(), plan.Setup.PaperSize,
+               plan.Setup.Quality, plan.HighResolution ? " high resolution" : "", plan.Setup.Color ? "colour" : "gray",
+               std::string(host::ChoiceOf(plan.Method).Description).c_str(), plan.MediaCallback, plan.Setup.PageWidth,
+               plan.Setup.PageHeight, static_cast<long long>(plan.OffsetX), static_cast<long long>(plan.OffsetY));
 
-    if (!device.IsOpenFor(plan)) {
-      if (page > 1) std::fprintf(stderr, "DEBUG: inkweave: page %d needs a new device context\n", page);
-      if (const HRESULT hr = device.Open(plan); hr != S_OK) {
-        std::fprintf(stderr, "ERROR: Page %d: the render plug-in could not set up the device (result 0x%08X)\n", page,
-                     static_cast<unsigned>(hr));
-        status = 1;
-        break;
-      }
-    }
-
-    std::fprintf(stderr, "PAGE: %d 1\n", page);
-    std::fprintf(stderr, "INFO: Printing page %d\n", page);
-    PageReader reader(raster, plan);
-    bool readFailed = false;
-    host::PageSource source;
-    source.Width = static_cast<std::int32_t>(plan.Setup.PageWidth);
-    source.Height = static_cast<std::int32_t>(plan.Setup.PageHeight);
-    source.BitsPerPixel = plan.BandBits;
-    source.Render = [&](std::int32_t, std::int32_t y, std::int32_t w, std::int32_t h, std::uint8_t* dst,
-                        std::size_t stride) {
-      if (gCanceled || output.Failed) return false;
-      if (!reader.Fill(y, h, w, dst, stride)) {
-        readFailed = true;
-        return false;
-      }
-      return true;
-    };
-    const host::PageResult result = host::PrintPage(device.Session(), source, kBandHeight);
-    if (!readFailed && !gCanceled && !output.Failed && !reader.Drain()) readFailed = true;
-
-    if (readFailed && !gCanceled) {
-      if (input.Error)
-        std::fprintf(stderr, "ERROR: Unable to read the raster stream: %s\n", std::strerror(input.Error));
-      else
-        std::fprintf(stderr, "ERROR: The raster stream ends inside page %d (after %u of %u rows)\n", page,
-                     reader.RowsRead(), plan.RasterHeight);
-      status = 1;
-      break;
-    }
-    if (output.Failed) break;
-    if (result.Status != S_OK && !gCanceled) {
-      std::fprintf(stderr, "ERROR: Page %d: the render plug-in refused a band (result 0x%08X)\n", page,
-                   static_cast<unsigned>(result.Status));
-      status = 1;
-      break;
+  if (!job.Printer->IsOpenFor(plan)) {
+    if (page > 1) std::fprintf(stderr, "DEBUG: inkweave: page %d needs a new device context\n", page);
+    if (const HRESULT hr = job.Printer->Open(plan); hr != S_OK) {
+      std::fprintf(stderr, "ERROR: Page %d: the render plug-in could not set up the device (result 0x%08X)\n", page,
+                   static_cast<unsigned>(hr));
+      job.Status = 1;
+      return false;
     }
   }
 
-  device.Close();
-  cupsRasterClose(raster);
-  if (input.Fd > 0) close(input.Fd);
-  if (std::fflush(stdout) != 0 && !output.Failed) {
-    output.Failed = true;
-    output.Error = errno;
+  std::fprintf(stderr, "PAGE: %d 1\n", page);
+  std::fprintf(stderr, "INFO: Printing page %d\n", page);
+  PageReader reader(job.Raster, plan);
+  bool readFailed = false;
+  host::PageSource source;
+  source.Width = static_cast<std::int32_t>(plan.Setup.PageWidth);
+  source.Height = static_cast<std::int32_t>(plan.Setup.PageHeight);
+  source.BitsPerPixel = plan.BandBits;
+  source.Render = [&](std::int32_t, std::int32_t y, std::int32_t w, std::int32_t h, std::uint8_t* dst,
+                      std::size_t stride) {
+    if (gCanceled || job.Out.Failed) return false;
+    if (!reader.Fill(y, h, w, dst, stride)) {
+      readFailed = true;
+      return false;
+    }
+    return true;
+  };
+  const host::PageResult result = host::PrintPage(job.Printer->Session(), source, kBandHeight);
+  if (!readFailed && !gCanceled && !job.Out.Failed && !reader.Drain()) readFailed = true;
+
+  if (readFailed && !gCanceled) {
+    if (job.In.Error)
+      ReportReadError(job.In);
+    else
+      std::fprintf(stderr, "ERROR: The raster stream ends inside page %d (after %u of %u rows)\n", page,
+                   reader.RowsRead(), plan.RasterHeight);
+    job.Status = 1;
+    return false;
   }
-  if (output.Failed) {
-    std::fprintf(stderr, "ERROR: Unable to write the print data: %s\n", std::strerror(output.Error));
+  if (job.Out.Failed) return false;
+  if (result.Status != S_OK && !gCanceled) {
+    std::fprintf(stderr, "ERROR: Page %d: the render plug-in refused a band (result 0x%08X)\n", page,
+                 static_cast<unsigned>(result.Status));
+    job.Status = 1;
+    return false;
+  }
+  return true;
+}
+
+// Ends the job in the device context, closes the input, flushes the output and says how it went.
+// Answers the exit status.
+int FinishJob(Job& job) {
+  if (job.Printer) job.Printer->Close();
+  if (job.Raster) cupsRasterClose(job.Raster);
+  if (job.In.Fd > 0) close(job.In.Fd);
+  if (std::fflush(stdout) != 0 && !job.Out.Failed) {
+    job.Out.Failed = true;
+    job.Out.Error = errno;
+  }
+  if (job.Out.Failed) {
+    std::fprintf(stderr, "ERROR: Unable to write the print data: %s\n", std::strerror(job.Out.Error));
     return 1;
   }
   if (gCanceled) {
-    std::fprintf(stderr, "INFO: Job canceled after %d page%s\n", page, page == 1 ? "" : "s");
-    return status;
+    std::fprintf(stderr, "INFO: Job canceled after %d page%s\n", job.Page, job.Page == 1 ? "" : "s");
+    return job.Status;
   }
-  if (status == 0) std::fprintf(stderr, "INFO: Ready to print.\n");
-  return status;
+  if (job.Status == 0) std::fprintf(stderr, "INFO: Ready to print.\n");
+  return job.Status;
+}
+
+int Run(int argc, char** argv) {
+  Job job;
+  if (!OpenJob(argc, argv, job)) {
+    if (job.In.Fd > 0) close(job.In.Fd);
+    return 1;
+  }
+  cups_page_header2_t header;
+  while (!gCanceled && ReadPageHeader(job, header) && PrintPage(job, header)) {
+  }
+  return FinishJob(job);
 }
 
 }  // namespace
