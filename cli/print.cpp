@@ -6,6 +6,9 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <memory>
+#include <optional>
+#include <vector>
 
 #include "cli/commands.h"
 #include "cli/document.h"
@@ -62,9 +65,27 @@ void InstallInterruptHandlers() {
 
 void ReportError(const std::string& message) { std::fprintf(stderr, "inkweave: %s\n", message.c_str()); }
 
-int RunPrint(const PrintOptions& options) {
-  std::string error;
-  // Settings first: nothing is opened for a job that cannot be printed.
+namespace {
+
+// The job as RunPrint's steps build it up. Each step answers kExitOk to go on, or the exit code after
+// it has reported why not.
+struct PrintJob {
+  explicit PrintJob(const PrintOptions& options) : Options(options), Meter(false) {}
+  const PrintOptions& Options;
+  host::DeviceSetup Setup;
+  DWORD Media = 0;               // the paper-type command
+  PageImage::Request Request;    // the surface every page is rendered into
+  std::vector<InputPage> Pages;  // the pages chosen, in order
+  std::unique_ptr<host::PluginLibrary> Library;
+  std::unique_ptr<OutputFile> Out;
+  std::optional<host::HostSession> Session;  // after Library and Out: it goes first
+  Progress Meter;
+};
+
+// The device set-up and the surface of the pages, from the options alone: nothing is opened for a
+// job that cannot be printed.
+int ChooseSettings(PrintJob& job) {
+  const PrintOptions& options = job.Options;
   const auto paper = host::FindPaper(options.Paper);
   const host::Medium* medium = host::FindMedium(options.Media);
   if (!paper || !medium) {
@@ -79,115 +100,144 @@ int RunPrint(const PrintOptions& options) {
                 " dots a printer line holds; choose --quality 300 or a narrower paper");
     return kExitUsage;
   }
-  auto pages = ListPages(options.Inputs, &error);
+  job.Setup.PaperSize = paper->Code;
+  job.Setup.Quality = static_cast<std::int16_t>(dpi);
+  job.Setup.Color = !options.Mono;
+  job.Setup.Landscape = options.Landscape;
+  job.Setup.PageWidth = area.Width;
+  job.Setup.PageHeight = area.Height;
+  job.Media = medium->Callback;
+  job.Request.Dpi = dpi;
+  job.Request.Width = options.Landscape ? area.Height : area.Width;
+  job.Request.Height = options.Landscape ? area.Width : area.Height;
+  job.Request.Fit = options.Fit;
+  job.Request.InOrder = !options.Landscape;
+  return kExitOk;
+}
+
+// Every page of the inputs, less those --pages leaves out.
+int ChoosePages(PrintJob& job) {
+  std::string error;
+  auto pages = ListPages(job.Options.Inputs, &error);
   if (!pages) {
     ReportError(error);
     return kExitFailure;
   }
   const int total = static_cast<int>(pages->size());
-  if (options.Pages.Highest() > total) {
-    ReportError("--pages: page " + std::to_string(options.Pages.Highest()) + " asked for, but the job has only " +
+  const PageSelection& selection = job.Options.Pages;
+  if (selection.Highest() > total) {
+    ReportError("--pages: page " + std::to_string(selection.Highest()) + " asked for, but the job has only " +
                 std::to_string(total) + (total == 1 ? " page" : " pages"));
     return kExitUsage;
   }
-  std::vector<InputPage> chosen;
   for (int i = 0; i < total; ++i)
-    if (options.Pages.Contains(i + 1)) chosen.push_back((*pages)[static_cast<std::size_t>(i)]);
+    if (selection.Contains(i + 1)) job.Pages.push_back((*pages)[static_cast<std::size_t>(i)]);
+  return kExitOk;
+}
 
-  auto library = OpenPlugin(options.Plugin, &error);
-  if (!library) {
+// The plug-in and the output, then the device context as the platform's driver sets it up: load,
+// enable, the selections and the job start.
+int OpenDevice(PrintJob& job) {
+  std::string error;
+  job.Library = OpenPlugin(job.Options.Plugin, &error);
+  if (!job.Library) {
     ReportError(error);
     return kExitFailure;
   }
-  auto out = OutputFile::Create(options.Output, &error);
-  if (!out) {
+  job.Out = OutputFile::Create(job.Options.Output, &error);
+  if (!job.Out) {
     ReportError(error);
     return kExitFailure;
   }
-
-  // The device context, as the platform's driver sets it up.
-  host::HostSession session(library->Entry());
+  host::HostSession& session = job.Session.emplace(job.Library->Entry());
   session.Spool().SetKeepWrites(false);
-  session.Spool().SetSink([&out](const std::uint8_t* bytes, std::size_t size) { out->Write(bytes, size); });
+  OutputFile& out = *job.Out;
+  session.Spool().SetSink([&out](const std::uint8_t* bytes, std::size_t size) { out.Write(bytes, size); });
   if (const HRESULT hr = session.Load(); Failed(hr)) {
     ReportError("the plug-in would not load (" + Hex(hr) + ")");
     return kExitFailure;
   }
-  host::DeviceSetup setup;
-  setup.PaperSize = paper->Code;
-  setup.Quality = static_cast<std::int16_t>(dpi);
-  setup.Color = !options.Mono;
-  setup.Landscape = options.Landscape;
-  setup.PageWidth = area.Width;
-  setup.PageHeight = area.Height;
-  if (const HRESULT hr = session.Enable(setup); Failed(hr)) {
+  if (const HRESULT hr = session.Enable(job.Setup); Failed(hr)) {
     ReportError("the plug-in refused the device set-up (" + Hex(hr) + ")");
     return kExitFailure;
   }
-  host::SelectModes(session, options.Method == host::Halftone::Diffusion, options.HighRes, medium->Callback);
+  host::SelectModes(session, job.Options.Method == host::Halftone::Diffusion, job.Options.HighRes, job.Media);
   session.Command(host::kCallbackJobStart);
+  return kExitOk;
+}
 
-  InstallInterruptHandlers();
-  Progress progress(!options.Quiet && isatty(STDERR_FILENO));
-  PageImage::Request request;
-  request.Dpi = dpi;
-  request.Width = options.Landscape ? area.Height : area.Width;
-  request.Height = options.Landscape ? area.Width : area.Height;
-  request.Fit = options.Fit;
-  request.InOrder = !options.Landscape;
-
-  bool ok = true;
-  for (std::size_t index = 0; index < chosen.size() && ok; ++index) {
-    auto image = PageImage::Open(chosen[index], request, &error);
-    if (!image) {
-      ReportError(error);
-      ok = false;
-      break;
-    }
-    host::PageSource source;
-    source.Width = static_cast<std::int32_t>(request.Width);
-    source.Height = static_cast<std::int32_t>(request.Height);
-    source.BitsPerPixel = 24;
-    std::string failure;
-    source.Render = [&](std::int32_t x, std::int32_t y, std::int32_t w, std::int32_t h, std::uint8_t* dst,
-                        std::size_t stride) {
-      if (Interrupted()) return false;
-      if (out->Failed()) {
-        failure = out->Path() + ": write failed: " + out->Reason();
-        return false;
-      }
-      if (!image->Render(x, y, w, h, dst, stride)) {
-        failure = chosen[index].File + ": " + image->Error();
-        return false;
-      }
-      return true;
-    };
-    const int pageNumber = static_cast<int>(index) + 1;
-    const host::PageResult result = host::PrintPage(session, source, options.BandHeight, [&](int band, int bands) {
-      progress.Band(pageNumber, static_cast<int>(chosen.size()), band, bands);
-    });
-    if (result.Stopped || Failed(result.Status)) {
-      progress.Abandon();
-      if (Interrupted()) failure = "interrupted; no output written";
-      if (failure.empty())
-        failure = "the plug-in failed on page " + std::to_string(pageNumber) + " (" + Hex(result.Status) + ")";
-      ReportError(failure);
-      ok = false;
-    }
+// One page, band by band. False after reporting why the job stops.
+bool PrintOnePage(PrintJob& job, std::size_t index) {
+  std::string error;
+  const InputPage& input = job.Pages[index];
+  auto image = PageImage::Open(input, job.Request, &error);
+  if (!image) {
+    ReportError(error);
+    return false;
   }
+  host::PageSource source;
+  source.Width = static_cast<std::int32_t>(job.Request.Width);
+  source.Height = static_cast<std::int32_t>(job.Request.Height);
+  source.BitsPerPixel = 24;
+  std::string failure;
+  source.Render = [&](std::int32_t x, std::int32_t y, std::int32_t w, std::int32_t h, std::uint8_t* dst,
+                      std::size_t stride) {
+    if (Interrupted()) return false;
+    if (job.Out->Failed()) {
+      failure = job.Out->Path() + ": write failed: " + job.Out->Reason();
+      return false;
+    }
+    if (!image->Render(x, y, w, h, dst, stride)) {
+      failure = input.File + ": " + image->Error();
+      return false;
+    }
+    return true;
+  };
+  const int pageNumber = static_cast<int>(index) + 1;
+  const host::PageResult result = host::PrintPage(
+      *job.Session, source, job.Options.BandHeight,
+      [&](int band, int bands) { job.Meter.Band(pageNumber, static_cast<int>(job.Pages.size()), band, bands); });
+  if (!result.Stopped && !Failed(result.Status)) return true;
+  job.Meter.Abandon();
+  if (Interrupted()) failure = "interrupted; no output written";
+  if (failure.empty())
+    failure = "the plug-in failed on page " + std::to_string(pageNumber) + " (" + Hex(result.Status) + ")";
+  ReportError(failure);
+  return false;
+}
+
+// The job end and the end of the device context; then the output is put in place if every page went
+// out. Answers the exit code.
+int Finish(PrintJob& job, bool printed) {
+  host::HostSession& session = *job.Session;
   session.Command(host::kCallbackJobEnd);
   session.Disable();
   session.Unload();
-  if (!ok) return Interrupted() ? kExitInterrupted : kExitFailure;
-  if (!out->Commit(&error)) {
+  if (!printed) return Interrupted() ? kExitInterrupted : kExitFailure;
+  std::string error;
+  if (!job.Out->Commit(&error)) {
     ReportError(error);
     return kExitFailure;
   }
-  if (!options.Quiet && isatty(STDERR_FILENO))
-    std::fprintf(stderr, "%s: %zu %s, %llu bytes, %.1f s\n", options.Output.c_str(), chosen.size(),
-                 chosen.size() == 1 ? "page" : "pages", static_cast<unsigned long long>(out->Bytes()),
-                 progress.Elapsed());
+  if (!job.Options.Quiet && isatty(STDERR_FILENO))
+    std::fprintf(stderr, "%s: %zu %s, %llu bytes, %.1f s\n", job.Options.Output.c_str(), job.Pages.size(),
+                 job.Pages.size() == 1 ? "page" : "pages", static_cast<unsigned long long>(job.Out->Bytes()),
+                 job.Meter.Elapsed());
   return kExitOk;
+}
+
+}  // namespace
+
+int RunPrint(const PrintOptions& options) {
+  PrintJob job(options);
+  for (int (*step)(PrintJob&) : {ChooseSettings, ChoosePages, OpenDevice})
+    if (const int exit = step(job); exit != kExitOk) return exit;
+
+  InstallInterruptHandlers();
+  job.Meter = Progress(!options.Quiet && isatty(STDERR_FILENO));
+  bool printed = true;
+  for (std::size_t index = 0; index < job.Pages.size() && printed; ++index) printed = PrintOnePage(job, index);
+  return Finish(job, printed);
 }
 
 }  // namespace inkweave::cli
