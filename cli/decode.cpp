@@ -235,11 +235,18 @@ int RunDump(const std::string& path, bool full) {
     std::size_t Offset, Length;
     std::string Label;
   };
+  // A letter command with its title from the decoder's command table: "R resolution", "F feed".
+  auto named = [](const decode::Command& c) {
+    const decode::CommandDescriptor* command = decode::FindCommand(c.Name);
+    if (!command || command->Title.empty() || c.Name.size() > 2) return c.Name;
+    std::string text = c.Name;
+    return text.append(" ").append(command->Title);
+  };
   std::vector<Line> lines;
-  for (const decode::Command& c : job.Commands) lines.push_back({c.Offset, c.Length, c.Name});
+  for (const decode::Command& c : job.Commands) lines.push_back({c.Offset, c.Length, named(c)});
   for (std::size_t p = 0; p < job.Pages.size(); ++p) {
     const decode::Page& page = job.Pages[p];
-    for (const decode::Command& c : page.Commands) lines.push_back({c.Offset, c.Length, c.Name});
+    for (const decode::Command& c : page.Commands) lines.push_back({c.Offset, c.Length, named(c)});
     for (std::size_t k = 0; k < page.Passes.size(); ++k)
       for (const decode::PlaneRow& r : page.Passes[k].Records) {
         char label[64];

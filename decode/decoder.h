@@ -13,8 +13,10 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
@@ -42,9 +44,9 @@ inline constexpr int kMaxPageInches = 24;                         // paper fed o
 inline constexpr long kMaxPageFeedUnits = kMaxPageInches * 400L;  // 1/400 in
 inline constexpr std::size_t kMaxPassesPerPage = 16384;
 
-// One command of the stream. Names: "EnterRaster" (1B 7C 01 00 03), "Reset" (1B 40), "Padding" (a run
-// of zero bytes, fillers included), "R", "I", "M", "D", "N", "Y", "X", "s", "Fn", "F", "FormFeed" (0C),
-// "AbortTail" (00 00 0C 1B 40). Row records and blank markers are not commands; they live in passes.
+// One command of the stream, named as in CommandTable(): "Padding" (a run of zero bytes, fillers
+// included), "AbortTail", "EnterRaster", "Reset", "R", "I", "M", "D", "N", "Y", "X", "s", "Fn", "F",
+// "FormFeed". Row records ("G") and blank markers ("Z") are not commands; they live in passes.
 struct Command {
   std::string Name;
   std::vector<std::uint8_t> Params;  // parameter bytes after the command letter(s)
@@ -174,6 +176,47 @@ struct PrintedPage {
   int FirstPrintedRow = -1;
   int LastPrintedRow = -1;
 };
+
+// Where a command may stand in the stream.
+enum class Place {
+  Anywhere,   // inside or outside a page
+  JobHeader,  // outside a page only (inside one there was no form feed before it)
+  Page,       // on a page: opens one when none is open
+  Pass,       // a plane row record: opens a page when none is open, and joins the open pass
+  PageEnd,    // closes the open page; outside a page it is an empty page
+  JobEnd,     // the last bytes of the stream, outside a page
+};
+
+struct ParseState;  // the parser at work (decode/parser.cpp)
+
+// The decoder's one description of a command: the parser reads the stream by this table, docs/decoder.md
+// shows it (CommandTableMarkdown; a test holds the two together) and inkweave dump labels by it.
+struct CommandDescriptor {
+  std::uint8_t Byte;       // the byte it starts with
+  std::uint8_t Second;     // the second byte, for the escape sequences; 0: not part of the match
+  std::size_t Length;      // bytes on the wire, parameters included (the least, for the variable ones)
+  std::size_t MaxLength;   // the most; 0: no bound
+  std::string_view Name;   // Command::Name ("G" and "Z" for the row records)
+  std::string_view Title;  // what it does, in a few words; empty where nothing more is known of it
+  std::string_view Form;   // the bytes, x y m c d p n standing for parameters
+  Place Where;
+  std::string_view Rule;  // what the parser accepts, checks and records
+  // Tells apart the commands that share Byte and Second by the bytes around them; null: always.
+  bool (*Applies)(const ParseState&);
+  // Checks the parameters, updates the settings in force and records the command; an Error otherwise.
+  // Called with Length bytes present and the page opened as Where asks.
+  std::optional<Error> (*Read)(ParseState&, const CommandDescriptor&);
+};
+
+// Every command the parser knows, in the order it tries them.
+std::span<const CommandDescriptor> CommandTable();
+// The descriptor of a command name (Command::Name, "G", "Z"); null for any other.
+const CommandDescriptor* FindCommand(std::string_view name);
+// How messages name a command: its title with its letters ('resolution "R"', '"D" command'), or the
+// title of a named one ("enter raster language").
+std::string CommandNoun(const CommandDescriptor& command);
+// The table as docs/decoder.md shows it: a Markdown table, one row per command.
+std::string CommandTableMarkdown();
 
 // Parse a whole job stream into its structure.
 std::variant<Job, Error> ParseJob(std::span<const std::uint8_t> stream, const DecodeOptions& = {});

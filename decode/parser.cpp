@@ -1,13 +1,14 @@
 // Job stream parser: bytes to a structured Job.
 //
-// The stream is read command by command. Outside a page: zero padding, the escape commands (enter raster
-// language, reset), the mode settings "R", "I", "M", "D", "N". A page opens at its first page command
-// ("Y", "X", "s", "F", a row record or a blank marker) and takes along the settings block that began with
-// the last enter-raster command before it; it closes at the form feed 0C. Inside a page: feeds "F",
-// ink-mode changes "I", the paper group ("Y", "X", "s", and "Fn" right after the paper command), zero
-// padding, and passes. A pass is the unbroken run of row records ("G") and blank markers ("Z") after a
-// feed or any other command; in colour every head row is four records (planes 3, 2, 0, 1), in
-// monochrome one (plane 3).
+// The stream is read command by command, each by its row of the command table (kCommands below): the
+// byte it starts with, its length, where it may stand and the function that checks and records it.
+// Outside a page: zero padding, the escape commands (enter raster language, reset), the mode settings
+// "R", "I", "M", "D", "N". A page opens at its first page command ("Y", "X", "s", "F", a row record or a
+// blank marker) and takes along the settings block that began with the last enter-raster command before
+// it; it closes at the form feed 0C. Inside a page: feeds "F", ink-mode changes "I", the paper group
+// ("Y", "X", "s", and "Fn" right after the paper command), zero padding, and passes. A pass is the
+// unbroken run of row records ("G") and blank markers ("Z") after a feed or any other command; in colour
+// every head row is four records (planes 3, 2, 0, 1), in monochrome one (plane 3).
 //
 // A "G" record's depth is read from the "I" code in force, checked against the page's row length: a
 // two-bit record is two bit planes of L bytes back to back, and its halves are found where the codes'
@@ -28,7 +29,9 @@ constexpr std::size_t kNone = static_cast<std::size_t>(-1);
 
 std::string Num(std::size_t value) { return std::to_string(value); }
 
-struct Parser {
+}  // namespace
+
+struct ParseState {
   std::span<const std::uint8_t> S;
   DecodeOptions Options;
   Job Result;
@@ -43,15 +46,14 @@ struct Parser {
 
   std::size_t Left() const { return S.size() - Pos; }
 
-  std::optional<Error> Need(std::size_t bytes, const char* what) const {
+  std::optional<Error> Need(std::size_t bytes, const std::string& what) const {
     if (Left() >= bytes) return std::nullopt;
-    return Error{Pos,
-                 std::string(what) + " is cut off: it needs " + Num(bytes) + " bytes, the stream holds " + Num(Left())};
+    return Error{Pos, what + " is cut off: it needs " + Num(bytes) + " bytes, the stream holds " + Num(Left())};
   }
 
   void AddCommand(std::string name, std::size_t length) {
     Command command{std::move(name), {}, Pos, length};
-    // One-letter commands carry parameters; the named ones are fixed byte strings.
+    // One-letter commands carry parameters; the named ones (and "Fn") are fixed byte strings.
     const std::size_t letters = command.Name.size() == 1 ? 1 : length;
     command.Params.assign(S.begin() + static_cast<std::ptrdiff_t>(Pos + letters),
                           S.begin() + static_cast<std::ptrdiff_t>(Pos + length));
@@ -116,34 +118,28 @@ struct Parser {
     return std::nullopt;
   }
 
-  // Commands that only the job header may hold.
-  std::optional<Error> OutsidePageOnly(const char* what) const {
-    if (!OpenPage) return std::nullopt;
-    return Error{Pos, std::string(what) + " inside the page that began at offset " + Num(OpenPage->Offset) +
-                          " (no form feed before it)"};
+  // The pass a row record joins: the open one, or a new one after the feeds since the last.
+  std::optional<Error> JoinPass() {
+    if (OpenPass) return std::nullopt;
+    if (OpenPage->Passes.size() >= kMaxPassesPerPage) {
+      return Error{Pos, "page holds more than " + Num(kMaxPassesPerPage) + " passes"};
+    }
+    Pass pass;
+    pass.Offset = Pos;
+    pass.Feed = FeedSincePass;
+    pass.FeedOffset = LastFeedOffset == kNone ? Pos : LastFeedOffset;
+    pass.PaperAdvance = PageFeed;
+    pass.Color = IsColorInk(Current.InkMode);
+    pass.InkMode = Current.InkMode;
+    FeedSincePass = 0;
+    LastFeedOffset = kNone;
+    OpenPass = std::move(pass);
+    return std::nullopt;
   }
 
-  std::optional<Error> ParseRecord() {
-    if (!OpenPage) {
-      if (auto error = OpenPageHere()) return error;
-    }
-    if (Current.InkMode < 0) return Error{Pos, "row record before any ink-mode command \"I\""};
-    if (!OpenPass) {
-      if (OpenPage->Passes.size() >= kMaxPassesPerPage) {
-        return Error{Pos, "page holds more than " + Num(kMaxPassesPerPage) + " passes"};
-      }
-      Pass pass;
-      pass.Offset = Pos;
-      pass.Feed = FeedSincePass;
-      pass.FeedOffset = LastFeedOffset == kNone ? Pos : LastFeedOffset;
-      pass.PaperAdvance = PageFeed;
-      pass.Color = IsColorInk(Current.InkMode);
-      pass.InkMode = Current.InkMode;
-      FeedSincePass = 0;
-      LastFeedOffset = kNone;
-      OpenPass = std::move(pass);
-    }
-    Pass& pass = *OpenPass;
+  // A plane record of the open pass at Pos, its head row and plane counted from the records before it.
+  std::variant<PlaneRow, Error> NextPlaneRow() const {
+    const Pass& pass = *OpenPass;
     const std::size_t planes = pass.Color ? 4 : 1;
     PlaneRow row;
     row.Offset = Pos;
@@ -152,254 +148,49 @@ struct Parser {
     if (row.HeadRow >= kHeadRows) {
       return Error{Pos, "pass from offset " + Num(pass.Offset) + " holds more than " + Num(kHeadRows) + " head rows"};
     }
-    StreamStats& stats = OpenPage->Stats;
-    if (S[Pos] == kBlank) {
-      row.WireBytes = 1;
-      stats.Records += 1;
-      stats.BlankRecords += 1;
-      pass.Bytes += 1;
-      pass.Records.push_back(std::move(row));
-      Pos += 1;
-      return std::nullopt;
-    }
-
-    // "G", a 16-bit length, the data.
-    if (Current.Compression < 0) return Error{Pos, "row record before any compression command \"M\""};
-    if (auto error = Need(3, "row record header")) return error;
-    const unsigned length = S[Pos + 1] | (S[Pos + 2] << 8);
-    const bool compressionOn = Current.Compression != kNoCompression;
-    row.Raw = !compressionOn || (length & 0x8000) != 0;
-    const std::size_t dataBytes = compressionOn ? (length & 0x7FFF) : length;
-    if (dataBytes == 0) return Error{Pos, "row record with no data"};
-    if (row.Raw && dataBytes > 2 * static_cast<std::size_t>(kMaxRowBytes)) {
-      return Error{
-          Pos, "raw row of " + Num(dataBytes) + " bytes is beyond the " + Num(2 * kMaxRowBytes) + "-byte record limit"};
-    }
-    if (Left() - 3 < dataBytes) {
-      return Error{Pos, "row record of " + Num(dataBytes) + " data bytes runs past the end of the stream (" +
-                            Num(Left() - 3) + " bytes left)"};
-    }
-    const auto data = S.subspan(Pos + 3, dataBytes);
-    std::vector<std::uint8_t> decoded;
-    std::vector<std::size_t> boundaries;
-    if (row.Raw) {
-      decoded.assign(data.begin(), data.end());
-    } else {
-      auto result = Current.Compression == kPatternCoder ? DecodePattern(data, 2 * kMaxRowBytes, &boundaries)
-                                                         : DecodePackBits(data, 2 * kMaxRowBytes, &boundaries);
-      if (auto* error = std::get_if<Error>(&result)) {
-        return Error{Pos + 3 + error->Offset, error->Message + " (row record at offset " + Num(Pos) + ")"};
-      }
-      decoded = std::move(std::get<std::vector<std::uint8_t>>(result));
-    }
-
-    // Depth: the "I" code in force, checked against the page's row length.
-    const std::size_t total = decoded.size();
-    const bool twoFits =
-        total % 2 == 0 && (row.Raw || std::binary_search(boundaries.begin(), boundaries.end(), total / 2));
-    const int wanted = InkBits(pass.InkMode);
-    const std::size_t rowBytes = static_cast<std::size_t>(OpenPage->RowBytes);
-    auto fits = [&](int bits) {
-      if (bits == 2 && !twoFits) return false;
-      return rowBytes == 0 || total == rowBytes * static_cast<std::size_t>(bits);
-    };
-    int bits = 0;
-    if (fits(wanted)) {
-      bits = wanted;
-    } else if (fits(3 - wanted)) {
-      bits = 3 - wanted;
-      row.DepthMismatch = true;
-    } else {
-      return Error{Pos, "row record decodes to " + Num(total) + " bytes; this page's rows are " + Num(rowBytes) +
-                            " bytes per bit plane" + (wanted == 2 ? " and two-bit records hold two" : "")};
-    }
-    if (total / bits > static_cast<std::size_t>(kMaxRowBytes)) {
-      return Error{Pos,
-                   "row of " + Num(total / bits) + " bytes is beyond the " + Num(kMaxRowBytes) + "-byte row limit"};
-    }
-    if (rowBytes == 0) OpenPage->RowBytes = static_cast<int>(total / bits);
-    row.BitsPerDot = bits;
-    row.Blank = false;
-    row.WireBytes = 3 + dataBytes;
-    if (bits == 2) {
-      row.Second.assign(decoded.begin() + static_cast<std::ptrdiff_t>(total / 2), decoded.end());
-      decoded.resize(total / 2);
-    }
-    row.First = std::move(decoded);
-
-    stats.Records += 1;
-    (row.Raw ? stats.RawRecords : stats.CompressedRecords) += 1;
-    stats.CompressedSize += dataBytes;
-    stats.UncompressedSize += total;
-    if (row.DepthMismatch) stats.DepthMismatches += 1;
-    pass.Bytes += row.WireBytes;
-    pass.Records.push_back(std::move(row));
-    Pos += 3 + dataBytes;
-    return std::nullopt;
+    return row;
   }
 
-  std::optional<Error> ParseFeed() {
-    if (!OpenPage) {
-      if (auto error = OpenPageHere()) return error;
+  const CommandDescriptor* Match() const {
+    for (const CommandDescriptor& command : CommandTable()) {
+      if (command.Byte != S[Pos]) continue;
+      if (command.Second != 0 && (Left() < 2 || S[Pos + 1] != command.Second)) continue;
+      if (command.Applies && !command.Applies(*this)) continue;
+      return &command;
     }
-    const bool afterPaper = !OpenPage->Commands.empty() && OpenPage->Commands.back().Name == "s";
-    if (afterPaper && Left() >= 3 && S[Pos + 1] == 0x6E && S[Pos + 2] == 0x00) {
-      Current.Envelope = true;
-      OpenPage->PageSettings.Envelope = true;
-      AddCommand("Fn", 3);
-      return std::nullopt;
-    }
-    if (auto error = Need(3, "feed \"F\"")) return error;
-    const long amount = S[Pos + 1] | (S[Pos + 2] << 8);
-    PageFeed += amount;
-    if (PageFeed > kMaxPageFeedUnits) {
-      return Error{Pos, "feeds reach " + std::to_string(PageFeed) + "/400 inch on this page, beyond the " +
-                            std::to_string(kMaxPageInches) + "-inch page limit"};
-    }
-    FeedSincePass += amount;
-    LastFeedOffset = Pos;
-    OpenPage->Stats.Feeds += 1;
-    OpenPage->Stats.TotalFeed += amount;
-    AddCommand("F", 3);
-    return std::nullopt;
+    return nullptr;
   }
 
+  std::optional<Error> Unknown() const {
+    if (S[Pos] != kEscape) return Error{Pos, "unknown command byte " + Hex(S[Pos])};
+    if (auto error = Need(2, "escape sequence")) return error;
+    return Error{Pos, "unknown escape sequence 1B " + Hex(S[Pos + 1])};
+  }
+
+  // One command: its row of the table, its length, its place, then what it says.
   std::optional<Error> ParseCommand() {
-    const std::uint8_t byte = S[Pos];
-    if (byte != kRecord && byte != kBlank) {
+    const CommandDescriptor* command = Match();
+    if (!command || command->Where != Place::Pass) {
       if (auto error = ClosePass()) return error;
     }
-    switch (byte) {
-      case 0x00: {
-        std::size_t end = Pos;
-        while (end < S.size() && S[end] == 0) ++end;
-        AddCommand("Padding", end - Pos);
-        return std::nullopt;
-      }
-      case kEscape: {
-        if (auto error = Need(2, "escape sequence")) return error;
-        if (S[Pos + 1] == 0x40) {
-          if (auto error = OutsidePageOnly("reset 1B 40")) return error;
-          SettingsStart = kNone;
-          AddCommand("Reset", 2);
-          return std::nullopt;
+    if (!command) return Unknown();
+    if (auto error = Need(command->Length, CommandNoun(*command))) return error;
+    switch (command->Where) {
+      case Place::JobHeader:
+        if (OpenPage) {
+          return Error{Pos, CommandNoun(*command) + " inside the page that began at offset " + Num(OpenPage->Offset) +
+                                " (no form feed before it)"};
         }
-        if (S[Pos + 1] == kEnterRaster[1]) {
-          if (auto error = Need(5, "enter-raster-language command")) return error;
-          if (!std::equal(kEnterRaster.begin(), kEnterRaster.end(), S.begin() + static_cast<std::ptrdiff_t>(Pos))) {
-            return Error{Pos, "unknown escape sequence 1B 7C " + Hex(S[Pos + 2]) + " " + Hex(S[Pos + 3]) + " " +
-                                  Hex(S[Pos + 4])};
-          }
-          if (auto error = OutsidePageOnly("enter-raster-language command")) return error;
-          SettingsStart = Result.Commands.size();
-          AddCommand("EnterRaster", 5);
-          return std::nullopt;
-        }
-        return Error{Pos, "unknown escape sequence 1B " + Hex(S[Pos + 1])};
-      }
-      case 'R': {
-        if (auto error = Need(3, "resolution \"R\"")) return error;
-        if (auto error = OutsidePageOnly("resolution \"R\"")) return error;
-        const int x = S[Pos + 1];
-        const int y = S[Pos + 2];
-        int dpi = 0;
-        if (x == 1 && y == 0) dpi = 150;
-        if (x == 1 && y == 1) dpi = 300;
-        if (x == 2 && y == 2) dpi = 600;
-        if (x == 3 && y == 3) dpi = 1200;
-        if (dpi == 0) return Error{Pos, "unknown resolution \"R\" " + Hex(x) + " " + Hex(y)};
-        Current.ResolutionX = x;
-        Current.ResolutionY = y;
-        Current.Dpi = dpi;
-        AddCommand("R", 3);
-        return std::nullopt;
-      }
-      case kInk: {
-        if (auto error = Need(2, "ink mode \"I\"")) return error;
-        const int code = S[Pos + 1];
-        if (code != 0x10 && code != 0x00 && code != 0x31 && code != 0x30) {
-          return Error{Pos, "unknown ink mode \"I\" " + Hex(code)};
-        }
-        Current.InkMode = code;
-        AddCommand("I", 2);
-        return std::nullopt;
-      }
-      case 'M': {
-        if (auto error = Need(2, "compression \"M\"")) return error;
-        if (auto error = OutsidePageOnly("compression \"M\"")) return error;
-        const int code = S[Pos + 1];
-        if (code != kPatternCoder && code != kPackBits && code != kNoCompression) {
-          return Error{Pos, "unknown compression \"M\" " + Hex(code)};
-        }
-        Current.Compression = code;
-        AddCommand("M", 2);
-        return std::nullopt;
-      }
-      case 'D': {
-        if (auto error = Need(2, "\"D\" command")) return error;
-        if (auto error = OutsidePageOnly("\"D\" command")) return error;
-        if (S[Pos + 1] != 0 && S[Pos + 1] != 2) return Error{Pos, "unknown \"D\" value " + Hex(S[Pos + 1])};
-        Current.DValue = S[Pos + 1];
-        AddCommand("D", 2);
-        return std::nullopt;
-      }
-      case 'N': {
-        if (auto error = Need(3, "media \"N\"")) return error;
-        if (auto error = OutsidePageOnly("media \"N\"")) return error;
-        if (S[Pos + 1] != 0x05 || S[Pos + 2] > 4) {
-          return Error{Pos, "unknown media command \"N\" " + Hex(S[Pos + 1]) + " " + Hex(S[Pos + 2])};
-        }
-        Current.Media = S[Pos + 2];
-        AddCommand("N", 3);
-        return std::nullopt;
-      }
-      case 'Y':
-      case 'X': {
-        if (auto error = Need(3, byte == 'Y' ? "\"Y\" command" : "\"X\" command")) return error;
+        break;
+      case Place::Page:
+      case Place::Pass:
         if (!OpenPage) {
           if (auto error = OpenPageHere()) return error;
         }
-        AddCommand(std::string(1, static_cast<char>(byte)), 3);
-        return std::nullopt;
-      }
-      case 's': {
-        if (auto error = Need(2, "paper \"s\"")) return error;
-        if (!OpenPage) {
-          if (auto error = OpenPageHere()) return error;
-        }
-        const int paper = S[Pos + 1];
-        const bool longForm = paper == 0xFF && Left() >= 4 && S[Pos + 2] == 0xE8 && S[Pos + 3] == 0x02;
-        Current.Paper = paper;
-        Current.PaperLong = longForm;
-        OpenPage->PageSettings.Paper = paper;
-        OpenPage->PageSettings.PaperLong = longForm;
-        AddCommand("s", longForm ? 4 : 2);
-        return std::nullopt;
-      }
-      case kFeed: return ParseFeed();
-      case kRecord:
-      case kBlank: return ParseRecord();
-      case kFormFeed: {
-        if (OpenPage) return ClosePage();
-        // The abort tail 00 00 0C 1B 40 at the very end of the job.
-        const bool tail = Left() == 3 && S[Pos + 1] == kEscape && S[Pos + 2] == 0x40 && !Result.Commands.empty() &&
-                          Result.Commands.back().Name == "Padding" && Result.Commands.back().Length >= 2;
-        if (tail) {
-          Command& padding = Result.Commands.back();
-          padding.Length -= 2;
-          padding.Params.resize(padding.Length);
-          if (padding.Length == 0) Result.Commands.pop_back();
-          Pos -= 2;
-          AddCommand("AbortTail", 5);
-          Result.Aborted = true;
-          return std::nullopt;
-        }
-        // A form feed with nothing before it is a page with nothing on it.
-        if (auto error = OpenPageHere()) return error;
-        return ClosePage();
-      }
-      default: return Error{Pos, "unknown command byte " + Hex(byte)};
+        break;
+      default: break;
     }
+    return command->Read(*this, *command);
   }
 
   std::optional<Error> Run() {
@@ -420,11 +211,356 @@ struct Parser {
   }
 };
 
+namespace {
+
+using Outcome = std::optional<Error>;
+
+// ---------------------------------------------------------------------------------------------------
+// The commands, one function each. Each is called with the command's Length present at Pos and the page
+// opened as its place asks; it checks the parameters, updates the settings and records the command.
+// ---------------------------------------------------------------------------------------------------
+
+std::size_t ZeroRunEnd(const ParseState& p) {
+  std::size_t end = p.Pos;
+  while (end < p.S.size() && p.S[end] == 0) ++end;
+  return end;
+}
+
+Outcome ReadPadding(ParseState& p, const CommandDescriptor& command) {
+  p.AddCommand(std::string(command.Name), ZeroRunEnd(p) - p.Pos);
+  return std::nullopt;
+}
+
+// The abort tail: a run of at least two zeros that ends in 0C 1B 40, the last bytes of the stream, after
+// a finished page. The zeros before its own two are padding.
+bool IsAbortTail(const ParseState& p) {
+  const std::size_t end = ZeroRunEnd(p);
+  return !p.OpenPage && end - p.Pos >= 2 && p.S.size() - end == 3 && p.S[end] == kFormFeed && p.S[end + 1] == kEscape &&
+         p.S[end + 2] == 0x40;
+}
+
+Outcome ReadAbortTail(ParseState& p, const CommandDescriptor& command) {
+  const std::size_t padding = ZeroRunEnd(p) - 2 - p.Pos;
+  if (padding > 0) p.AddCommand("Padding", padding);
+  p.AddCommand(std::string(command.Name), command.Length);
+  p.Result.Aborted = true;
+  return std::nullopt;
+}
+
+Outcome ReadEnterRaster(ParseState& p, const CommandDescriptor& command) {
+  const auto at = p.S.begin() + static_cast<std::ptrdiff_t>(p.Pos);
+  if (!std::equal(kEnterRaster.begin(), kEnterRaster.end(), at)) {
+    return Error{p.Pos, "unknown escape sequence 1B 7C " + Hex(p.S[p.Pos + 2]) + " " + Hex(p.S[p.Pos + 3]) + " " +
+                            Hex(p.S[p.Pos + 4])};
+  }
+  p.SettingsStart = p.Result.Commands.size();
+  p.AddCommand(std::string(command.Name), command.Length);
+  return std::nullopt;
+}
+
+Outcome ReadReset(ParseState& p, const CommandDescriptor& command) {
+  p.SettingsStart = kNone;
+  p.AddCommand(std::string(command.Name), command.Length);
+  return std::nullopt;
+}
+
+Outcome ReadResolution(ParseState& p, const CommandDescriptor& command) {
+  const int x = p.S[p.Pos + 1];
+  const int y = p.S[p.Pos + 2];
+  int dpi = 0;
+  if (x == 1 && y == 0) dpi = 150;
+  if (x == 1 && y == 1) dpi = 300;
+  if (x == 2 && y == 2) dpi = 600;
+  if (x == 3 && y == 3) dpi = 1200;
+  if (dpi == 0) return Error{p.Pos, "unknown resolution \"R\" " + Hex(x) + " " + Hex(y)};
+  p.Current.ResolutionX = x;
+  p.Current.ResolutionY = y;
+  p.Current.Dpi = dpi;
+  p.AddCommand(std::string(command.Name), command.Length);
+  return std::nullopt;
+}
+
+Outcome ReadInkMode(ParseState& p, const CommandDescriptor& command) {
+  const int code = p.S[p.Pos + 1];
+  if (code != 0x10 && code != 0x00 && code != 0x31 && code != 0x30) {
+    return Error{p.Pos, "unknown ink mode \"I\" " + Hex(code)};
+  }
+  p.Current.InkMode = code;
+  p.AddCommand(std::string(command.Name), command.Length);
+  return std::nullopt;
+}
+
+Outcome ReadCompression(ParseState& p, const CommandDescriptor& command) {
+  const int code = p.S[p.Pos + 1];
+  if (code != kPatternCoder && code != kPackBits && code != kNoCompression) {
+    return Error{p.Pos, "unknown compression \"M\" " + Hex(code)};
+  }
+  p.Current.Compression = code;
+  p.AddCommand(std::string(command.Name), command.Length);
+  return std::nullopt;
+}
+
+Outcome ReadD(ParseState& p, const CommandDescriptor& command) {
+  const int d = p.S[p.Pos + 1];
+  if (d != 0 && d != 2) return Error{p.Pos, "unknown \"D\" value " + Hex(d)};
+  p.Current.DValue = d;
+  p.AddCommand(std::string(command.Name), command.Length);
+  return std::nullopt;
+}
+
+Outcome ReadMedia(ParseState& p, const CommandDescriptor& command) {
+  if (p.S[p.Pos + 1] != 0x05 || p.S[p.Pos + 2] > 4) {
+    return Error{p.Pos, "unknown media command \"N\" " + Hex(p.S[p.Pos + 1]) + " " + Hex(p.S[p.Pos + 2])};
+  }
+  p.Current.Media = p.S[p.Pos + 2];
+  p.AddCommand(std::string(command.Name), command.Length);
+  return std::nullopt;
+}
+
+// "Y" and "X": recorded as they are.
+Outcome ReadAsIs(ParseState& p, const CommandDescriptor& command) {
+  p.AddCommand(std::string(command.Name), command.Length);
+  return std::nullopt;
+}
+
+Outcome ReadPaper(ParseState& p, const CommandDescriptor& command) {
+  const int paper = p.S[p.Pos + 1];
+  const bool longForm = paper == 0xFF && p.Left() >= 4 && p.S[p.Pos + 2] == 0xE8 && p.S[p.Pos + 3] == 0x02;
+  p.Current.Paper = paper;
+  p.Current.PaperLong = longForm;
+  p.OpenPage->PageSettings.Paper = paper;
+  p.OpenPage->PageSettings.PaperLong = longForm;
+  p.AddCommand(std::string(command.Name), longForm ? command.MaxLength : command.Length);
+  return std::nullopt;
+}
+
+// 46 6E 00 right after the paper command is "Fn"; anywhere else 46 is a feed.
+bool IsEnvelope(const ParseState& p) {
+  const bool afterPaper = p.OpenPage && !p.OpenPage->Commands.empty() && p.OpenPage->Commands.back().Name == "s";
+  return afterPaper && p.Left() >= 3 && p.S[p.Pos + 1] == 0x6E && p.S[p.Pos + 2] == 0x00;
+}
+
+Outcome ReadEnvelope(ParseState& p, const CommandDescriptor& command) {
+  p.Current.Envelope = true;
+  p.OpenPage->PageSettings.Envelope = true;
+  p.AddCommand(std::string(command.Name), command.Length);
+  return std::nullopt;
+}
+
+Outcome ReadFeed(ParseState& p, const CommandDescriptor& command) {
+  const long amount = p.S[p.Pos + 1] | (p.S[p.Pos + 2] << 8);
+  p.PageFeed += amount;
+  if (p.PageFeed > kMaxPageFeedUnits) {
+    return Error{p.Pos, "feeds reach " + std::to_string(p.PageFeed) + "/400 inch on this page, beyond the " +
+                            std::to_string(kMaxPageInches) + "-inch page limit"};
+  }
+  p.FeedSincePass += amount;
+  p.LastFeedOffset = p.Pos;
+  p.OpenPage->Stats.Feeds += 1;
+  p.OpenPage->Stats.TotalFeed += amount;
+  p.AddCommand(std::string(command.Name), command.Length);
+  return std::nullopt;
+}
+
+Outcome ReadBlankRow(ParseState& p, const CommandDescriptor&) {
+  if (p.Current.InkMode < 0) return Error{p.Pos, "row record before any ink-mode command \"I\""};
+  if (auto error = p.JoinPass()) return error;
+  auto next = p.NextPlaneRow();
+  if (auto* error = std::get_if<Error>(&next)) return *error;
+  PlaneRow& row = std::get<PlaneRow>(next);
+  row.WireBytes = 1;
+  StreamStats& stats = p.OpenPage->Stats;
+  stats.Records += 1;
+  stats.BlankRecords += 1;
+  p.OpenPass->Bytes += 1;
+  p.OpenPass->Records.push_back(std::move(row));
+  p.Pos += 1;
+  return std::nullopt;
+}
+
+// "G", a 16-bit length, the data: decoded, and its depth told from the "I" in force and the page's row
+// length.
+Outcome ReadRow(ParseState& p, const CommandDescriptor&) {
+  if (p.Current.InkMode < 0) return Error{p.Pos, "row record before any ink-mode command \"I\""};
+  if (auto error = p.JoinPass()) return error;
+  auto next = p.NextPlaneRow();
+  if (auto* error = std::get_if<Error>(&next)) return *error;
+  PlaneRow& row = std::get<PlaneRow>(next);
+  Pass& pass = *p.OpenPass;
+  const std::size_t pos = p.Pos;
+
+  if (p.Current.Compression < 0) return Error{pos, "row record before any compression command \"M\""};
+  const unsigned length = p.S[pos + 1] | (p.S[pos + 2] << 8);
+  const bool compressionOn = p.Current.Compression != kNoCompression;
+  row.Raw = !compressionOn || (length & 0x8000) != 0;
+  const std::size_t dataBytes = compressionOn ? (length & 0x7FFF) : length;
+  if (dataBytes == 0) return Error{pos, "row record with no data"};
+  if (row.Raw && dataBytes > 2 * static_cast<std::size_t>(kMaxRowBytes)) {
+    return Error{
+        pos, "raw row of " + Num(dataBytes) + " bytes is beyond the " + Num(2 * kMaxRowBytes) + "-byte record limit"};
+  }
+  if (p.Left() - 3 < dataBytes) {
+    return Error{pos, "row record of " + Num(dataBytes) + " data bytes runs past the end of the stream (" +
+                          Num(p.Left() - 3) + " bytes left)"};
+  }
+  const auto data = p.S.subspan(pos + 3, dataBytes);
+  std::vector<std::uint8_t> decoded;
+  std::vector<std::size_t> boundaries;
+  if (row.Raw) {
+    decoded.assign(data.begin(), data.end());
+  } else {
+    auto result = p.Current.Compression == kPatternCoder ? DecodePattern(data, 2 * kMaxRowBytes, &boundaries)
+                                                         : DecodePackBits(data, 2 * kMaxRowBytes, &boundaries);
+    if (auto* error = std::get_if<Error>(&result)) {
+      return Error{pos + 3 + error->Offset, error->Message + " (row record at offset " + Num(pos) + ")"};
+    }
+    decoded = std::move(std::get<std::vector<std::uint8_t>>(result));
+  }
+
+  // Depth: the "I" code in force, checked against the page's row length.
+  const std::size_t total = decoded.size();
+  const bool twoFits =
+      total % 2 == 0 && (row.Raw || std::binary_search(boundaries.begin(), boundaries.end(), total / 2));
+  const int wanted = InkBits(pass.InkMode);
+  const std::size_t rowBytes = static_cast<std::size_t>(p.OpenPage->RowBytes);
+  auto fits = [&](int bits) {
+    if (bits == 2 && !twoFits) return false;
+    return rowBytes == 0 || total == rowBytes * static_cast<std::size_t>(bits);
+  };
+  int bits = 0;
+  if (fits(wanted)) {
+    bits = wanted;
+  } else if (fits(3 - wanted)) {
+    bits = 3 - wanted;
+    row.DepthMismatch = true;
+  } else {
+    return Error{pos, "row record decodes to " + Num(total) + " bytes; this page's rows are " + Num(rowBytes) +
+                          " bytes per bit plane" + (wanted == 2 ? " and two-bit records hold two" : "")};
+  }
+  if (total / bits > static_cast<std::size_t>(kMaxRowBytes)) {
+    return Error{pos, "row of " + Num(total / bits) + " bytes is beyond the " + Num(kMaxRowBytes) + "-byte row limit"};
+  }
+  if (rowBytes == 0) p.OpenPage->RowBytes = static_cast<int>(total / bits);
+  row.BitsPerDot = bits;
+  row.Blank = false;
+  row.WireBytes = 3 + dataBytes;
+  if (bits == 2) {
+    row.Second.assign(decoded.begin() + static_cast<std::ptrdiff_t>(total / 2), decoded.end());
+    decoded.resize(total / 2);
+  }
+  row.First = std::move(decoded);
+
+  StreamStats& stats = p.OpenPage->Stats;
+  stats.Records += 1;
+  (row.Raw ? stats.RawRecords : stats.CompressedRecords) += 1;
+  stats.CompressedSize += dataBytes;
+  stats.UncompressedSize += total;
+  if (row.DepthMismatch) stats.DepthMismatches += 1;
+  pass.Bytes += row.WireBytes;
+  pass.Records.push_back(std::move(row));
+  p.Pos += 3 + dataBytes;
+  return std::nullopt;
+}
+
+Outcome ReadFormFeed(ParseState& p, const CommandDescriptor&) {
+  if (p.OpenPage) return p.ClosePage();
+  // A form feed with nothing before it is a page with nothing on it.
+  if (auto error = p.OpenPageHere()) return error;
+  return p.ClosePage();
+}
+
+// ---------------------------------------------------------------------------------------------------
+// The table. Rows that share a byte are tried in order: the first whose second byte and Applies hold.
+// ---------------------------------------------------------------------------------------------------
+constexpr CommandDescriptor kCommands[] = {
+    {0x00, 0, 5, 5, "AbortTail", "abort tail", "00 00 0C 1B 40", Place::JobEnd,
+     "the last five bytes of the stream, outside a page; what the job end writes after a failed write", IsAbortTail,
+     ReadAbortTail},
+    {0x00, 0, 1, 0, "Padding", "padding", "00 ...", Place::Anywhere,
+     "a run of zero bytes is one command (a filler and the padding after it merge)", nullptr, ReadPadding},
+    {kEscape, 0x7C, 5, 5, "EnterRaster", "enter raster language", "1B 7C 01 00 03", Place::JobHeader,
+     "exactly these bytes; starts the settings block that the next page takes along", nullptr, ReadEnterRaster},
+    {kEscape, 0x40, 2, 2, "Reset", "reset", "1B 40", Place::JobHeader,
+     "ends the settings block; the stream's last command when the job ended", nullptr, ReadReset},
+    {'R', 0, 3, 3, "R", "resolution", "52 x y", Place::JobHeader,
+     "x y: 01 00 150 dpi, 01 01 300 dpi, 02 02 600 dpi, 03 03 1200 dpi (high resolution)", nullptr, ReadResolution},
+    {kInk, 0, 2, 2, "I", "ink mode", "49 m", Place::Anywhere,
+     "m: 10 colour, 00 black, 31 colour with two-bit dots, 30 black with two-bit dots; ends the pass", nullptr,
+     ReadInkMode},
+    {'M', 0, 2, 2, "M", "compression", "4D c", Place::JobHeader, "c: 05 pattern coder, 02 PackBits, 00 none", nullptr,
+     ReadCompression},
+    {'D', 0, 2, 2, "D", "", "44 d", Place::JobHeader, "d: 00 or 02", nullptr, ReadD},
+    {'N', 0, 3, 3, "N", "media", "4E 05 m", Place::JobHeader, "m: 00 to 04", nullptr, ReadMedia},
+    {'Y', 0, 3, 3, "Y", "", "59 00 00", Place::Page, "recorded as it stands", nullptr, ReadAsIs},
+    {'X', 0, 3, 3, "X", "", "58 00 00", Place::Page, "recorded as it stands", nullptr, ReadAsIs},
+    {'s', 0, 2, 4, "s", "paper", "73 p, or 73 FF E8 02", Place::Page,
+     "p: any; 73 FF followed by E8 02 is the long form (no command begins with E8)", nullptr, ReadPaper},
+    {kFeed, 0, 3, 3, "Fn", "envelope", "46 6E 00", Place::Page,
+     "only right after the paper command; anywhere else these bytes are a feed", IsEnvelope, ReadEnvelope},
+    {kFeed, 0, 3, 3, "F", "feed", "46 n n", Place::Page,
+     "n n: 1/400 inch, low byte first; a page's feeds add up to at most 24 inches", nullptr, ReadFeed},
+    {kRecord, 0, 3, 0, "G", "row record", "47 l l data", Place::Pass,
+     "l l: the data's length, low byte first; bit 15 marks a raw row while \"M\" is 05 or 02; the data decodes to "
+     "the page's row length, or twice it for two-bit dots",
+     nullptr, ReadRow},
+    {kBlank, 0, 1, 1, "Z", "blank row", "5A", Place::Pass, "a plane row without dots", nullptr, ReadBlankRow},
+    {kFormFeed, 0, 1, 1, "FormFeed", "form feed", "0C", Place::PageEnd,
+     "closes the open page; outside a page it is a page with nothing on it", nullptr, ReadFormFeed},
+};
+
+std::string_view PlaceText(Place where) {
+  switch (where) {
+    case Place::Anywhere: return "anywhere";
+    case Place::JobHeader: return "outside a page";
+    case Place::Page: return "on a page (opens one)";
+    case Place::Pass: return "in a pass (opens a page)";
+    case Place::PageEnd: return "ends a page";
+    case Place::JobEnd: return "ends the job";
+  }
+  return "";
+}
+
+std::string LengthText(const CommandDescriptor& command) {
+  if (command.MaxLength == command.Length) return Num(command.Length);
+  if (command.MaxLength == 0) return Num(command.Length) + " or more";
+  return Num(command.Length) + " or " + Num(command.MaxLength);
+}
+
 }  // namespace
+
+std::span<const CommandDescriptor> CommandTable() { return kCommands; }
+
+const CommandDescriptor* FindCommand(std::string_view name) {
+  for (const CommandDescriptor& command : kCommands)
+    if (command.Name == name) return &command;
+  return nullptr;
+}
+
+std::string CommandNoun(const CommandDescriptor& command) {
+  std::string noun;
+  if (command.Name.size() > 2) return noun.append(command.Title);  // named commands: their title
+  if (!command.Title.empty()) noun.append(command.Title).append(" ");
+  noun.append("\"").append(command.Name).append("\"");
+  if (command.Title.empty()) noun.append(" command");
+  return noun;
+}
+
+std::string CommandTableMarkdown() {
+  std::string table =
+      "| Command | Bytes | Length | Where | Read as |\n"
+      "|---|---|---|---|---|\n";
+  for (const CommandDescriptor& command : kCommands) {
+    table.append("| `").append(command.Name).append("`");
+    if (command.Name.size() <= 2 && !command.Title.empty()) table.append(" ").append(command.Title);
+    table.append(" | ").append(command.Form).append(" | ").append(LengthText(command));
+    table.append(" | ").append(PlaceText(command.Where)).append(" | ").append(command.Rule).append(" |\n");
+  }
+  return table;
+}
 
 std::variant<Job, Error> ParseJob(std::span<const std::uint8_t> stream, const DecodeOptions& options) {
   try {
-    Parser parser{stream, options, {}, {}, {}, {}};
+    ParseState parser{stream, options, {}, {}, {}, {}};
     if (auto error = parser.Run()) return *error;
     return std::move(parser.Result);
   } catch (const std::bad_alloc&) {

@@ -1,6 +1,10 @@
 // The job parser on hand-written streams: the job and page structure, paper and job-end forms, every
-// record form, how passes are told apart, and the errors of malformed streams with their offsets.
+// record form, how passes are told apart, and the errors of malformed streams with their offsets; and
+// the command table as docs/decoder.md shows it.
 #include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
 
 #include "tests/decode/streams.h"
 
@@ -253,6 +257,23 @@ TEST(ParseJob, MalformedStreamsNameTheOffset) {
     EXPECT_NE(error.Message.find(c.Says), std::string::npos) << error.Message;
     EXPECT_LE(error.Offset, c.Stream.size());
   }
+}
+
+// docs/decoder.md shows the parser's own command table, between two markers.
+TEST(CommandTable, IsTheOneInTheDocs) {
+  std::ifstream in(std::string(INKWEAVE_SOURCE_DIR) + "/docs/decoder.md", std::ios::binary);
+  std::stringstream text;
+  text << in.rdbuf();
+  const std::string doc = text.str();
+  const std::string begin = "<!-- command table: CommandTableMarkdown() -->\n\n";
+  const std::string end = "\n<!-- end of the command table -->";
+  const std::size_t from = doc.find(begin);
+  const std::size_t to = doc.find(end);
+  ASSERT_NE(from, std::string::npos);
+  ASSERT_NE(to, std::string::npos);
+  EXPECT_EQ(doc.substr(from + begin.size(), to - from - begin.size()), CommandTableMarkdown())
+      << "docs/decoder.md: put this table between the markers:\n"
+      << CommandTableMarkdown();
 }
 
 }  // namespace
