@@ -1,10 +1,13 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds, and runs every test; then builds and runs the tests again under
-# AddressSanitizer and UndefinedBehaviorSanitizer.
+# Installs what is missing, checks that every C++ source is formatted, builds, and runs every test;
+# then builds and runs the tests again under AddressSanitizer and UndefinedBehaviorSanitizer.
 set -euo pipefail
 cd "$(dirname "$0")"
 
 ./scripts/install-deps.sh image cups pappl windows
+
+echo "== format (.clang-format)"
+./scripts/check-format.sh
 
 jobs=$(nproc 2>/dev/null || echo 2)
 

@@ -3,7 +3,7 @@
 set -euo pipefail
 
 packages=(
-  build-essential cmake ninja-build pkg-config git
+  build-essential cmake ninja-build pkg-config git clang-format
   libgtest-dev libgmock-dev libbenchmark-dev
 )
 # Extra groups, asked for by name: ./scripts/install-deps.sh [image] [cups] [pappl] [windows]
