@@ -224,7 +224,7 @@ TEST_F(Gpd, ListsThePapersResolutionsAndModes) {
 }
 
 TEST(DriverPackage, InfInstallsThePackagesFilesOnUnidrv) {
-  const std::string inf = ReadFile(kDriver + "inkweave.inf");
+  const std::string inf = ReadFile(kDriver + "inkweave.inf.in");
   ASSERT_FALSE(inf.empty());
   EXPECT_NE(inf.find("DataFile=inkweave.gpd"), std::string::npos);
   EXPECT_NE(inf.find("Include=NTPRINT.INF"), std::string::npos);
