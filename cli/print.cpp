@@ -231,7 +231,7 @@ int Finish(PrintJob& job, bool printed) {
 int RunPrint(const PrintOptions& options) {
   PrintJob job(options);
   for (int (*step)(PrintJob&) : {ChooseSettings, ChoosePages, OpenDevice})
-    if (const int exit = step(job); exit != kExitOk) return exit;
+    if (const int code = step(job); code != kExitOk) return code;
 
   InstallInterruptHandlers();
   job.Meter = Progress(!options.Quiet && isatty(STDERR_FILENO));
