@@ -15,7 +15,6 @@ namespace {
 // Nominal speeds for pages-per-minute, which IPP requires: an A4 page of text at 300 dpi.
 constexpr int kPagesPerMinute = 5;
 constexpr int kPagesPerMinuteColor = 3;
-constexpr int kDefaultDpi = 300;
 
 int HundredthsMm(double mm) { return static_cast<int>(std::lround(mm * 100)); }
 
@@ -71,11 +70,12 @@ bool FillDriver(pappl_system_t* system, const char* driverName, const char*, con
   data->ppm_color = kPagesPerMinuteColor;
   data->kind = PAPPL_KIND_DOCUMENT | PAPPL_KIND_ENVELOPE | PAPPL_KIND_PHOTO;
 
-  // 150, 300 and 600 dpi; print-quality draft, normal and high pick them when no resolution is asked.
-  const int dpis[] = {150, 300, 600};
-  data->num_resolution = 3;
-  for (int i = 0; i < 3; ++i) data->x_resolution[i] = data->y_resolution[i] = dpis[i];
-  data->x_default = data->y_default = kDefaultDpi;
+  // The print qualities, 150, 300 and 600 dpi; print-quality draft, normal and high pick them when no
+  // resolution is asked.
+  data->num_resolution = static_cast<int>(std::size(host::kQualities));
+  for (std::size_t i = 0; i < std::size(host::kQualities); ++i)
+    data->x_resolution[i] = data->y_resolution[i] = host::kQualities[i];
+  data->x_default = data->y_default = host::kDefaultQuality;
   data->quality_default = IPP_QUALITY_NORMAL;
 
   // Colour (sRGB) and monochrome (black ink only, from sGray).
