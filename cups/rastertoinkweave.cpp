@@ -284,6 +284,20 @@ bool ReadPageHeader(Job& job, cups_page_header2_t& header) {
   return false;
 }
 
+// The device context the page's plan needs: the one open, or a new one (the job ends in the old). False
+// after reporting why it could not be set up.
+bool OpenDeviceFor(Job& job, const PagePlan& plan) {
+  if (job.Printer->IsOpenFor(plan)) return true;
+  if (job.Page > 1) std::fprintf(stderr, "DEBUG: inkweave: page %d needs a new device context\n", job.Page);
+  if (const HRESULT hr = job.Printer->Open(plan); hr != S_OK) {
+    std::fprintf(stderr, "ERROR: Page %d: the render plug-in could not set up the device (result 0x%08X)\n", job.Page,
+                 static_cast<unsigned>(hr));
+    job.Status = 1;
+    return false;
+  }
+  return true;
+}
+
 // Plans the page, opens the device context it needs, and hands it to the plug-in band by band. False
 // when the job must stop (reported, with the status set, unless canceled or the output failed).
 bool PrintPage(Job& job, const cups_page_header2_t& header) {
@@ -304,15 +318,7 @@ bool PrintPage(Job& job, const cups_page_header2_t& header) {
                std::string(host::ChoiceOf(plan.Method).Description).c_str(), plan.MediaCallback, plan.Setup.PageWidth,
                plan.Setup.PageHeight, static_cast<long long>(plan.OffsetX), static_cast<long long>(plan.OffsetY));
 
-  if (!job.Printer->IsOpenFor(plan)) {
-    if (page > 1) std::fprintf(stderr, "DEBUG: inkweave: page %d needs a new device context\n", page);
-    if (const HRESULT hr = job.Printer->Open(plan); hr != S_OK) {
-      std::fprintf(stderr, "ERROR: Page %d: the render plug-in could not set up the device (result 0x%08X)\n", page,
-                   static_cast<unsigned>(hr));
-      job.Status = 1;
-      return false;
-    }
-  }
+  if (!OpenDeviceFor(job, plan)) return false;
 
   std::fprintf(stderr, "PAGE: %d 1\n", page);
   std::fprintf(stderr, "INFO: Printing page %d\n", page);

@@ -378,50 +378,53 @@ Outcome ReadBlankRow(ParseState& p, const CommandDescriptor&) {
   return std::nullopt;
 }
 
-// "G", a 16-bit length, the data: decoded, and its depth told from the "I" in force and the page's row
-// length.
-Outcome ReadRow(ParseState& p, const CommandDescriptor&) {
-  if (p.Current.InkMode < 0) return Error{p.Pos, "row record before any ink-mode command \"I\""};
-  if (auto error = p.JoinPass()) return error;
-  auto next = p.NextPlaneRow();
-  if (auto* error = std::get_if<Error>(&next)) return *error;
-  PlaneRow& row = std::get<PlaneRow>(next);
-  Pass& pass = *p.OpenPass;
-  const std::size_t pos = p.Pos;
+// The data of a "G" record as decoded by the coder in force.
+struct RowData {
+  std::size_t WireBytes = 0;            // data bytes on the wire
+  std::vector<std::uint8_t> Bytes;      // decoded
+  std::vector<std::size_t> Boundaries;  // decoded length after every code (none for raw data)
+};
 
+// The length word and the data of the "G" record at Pos, decoded; marks the row raw when it is.
+std::variant<RowData, Error> ReadRowData(const ParseState& p, PlaneRow& row) {
+  const std::size_t pos = p.Pos;
   if (p.Current.Compression < 0) return Error{pos, "row record before any compression command \"M\""};
   const unsigned length = p.S[pos + 1] | (p.S[pos + 2] << 8);
   const bool compressionOn = p.Current.Compression != kNoCompression;
   row.Raw = !compressionOn || (length & 0x8000) != 0;
-  const std::size_t dataBytes = compressionOn ? (length & 0x7FFF) : length;
-  if (dataBytes == 0) return Error{pos, "row record with no data"};
-  if (row.Raw && dataBytes > 2 * static_cast<std::size_t>(kMaxRowBytes)) {
-    return Error{
-        pos, "raw row of " + Num(dataBytes) + " bytes is beyond the " + Num(2 * kMaxRowBytes) + "-byte record limit"};
+  RowData data;
+  data.WireBytes = compressionOn ? (length & 0x7FFF) : length;
+  if (data.WireBytes == 0) return Error{pos, "row record with no data"};
+  if (row.Raw && data.WireBytes > 2 * static_cast<std::size_t>(kMaxRowBytes)) {
+    return Error{pos, "raw row of " + Num(data.WireBytes) + " bytes is beyond the " + Num(2 * kMaxRowBytes) +
+                          "-byte record limit"};
   }
-  if (p.Left() - 3 < dataBytes) {
-    return Error{pos, "row record of " + Num(dataBytes) + " data bytes runs past the end of the stream (" +
+  if (p.Left() - 3 < data.WireBytes) {
+    return Error{pos, "row record of " + Num(data.WireBytes) + " data bytes runs past the end of the stream (" +
                           Num(p.Left() - 3) + " bytes left)"};
   }
-  const auto data = p.S.subspan(pos + 3, dataBytes);
-  std::vector<std::uint8_t> decoded;
-  std::vector<std::size_t> boundaries;
+  const auto wire = p.S.subspan(pos + 3, data.WireBytes);
   if (row.Raw) {
-    decoded.assign(data.begin(), data.end());
-  } else {
-    auto result = p.Current.Compression == kPatternCoder ? DecodePattern(data, 2 * kMaxRowBytes, &boundaries)
-                                                         : DecodePackBits(data, 2 * kMaxRowBytes, &boundaries);
-    if (auto* error = std::get_if<Error>(&result)) {
-      return Error{pos + 3 + error->Offset, error->Message + " (row record at offset " + Num(pos) + ")"};
-    }
-    decoded = std::move(std::get<std::vector<std::uint8_t>>(result));
+    data.Bytes.assign(wire.begin(), wire.end());
+    return data;
   }
+  auto decoded = p.Current.Compression == kPatternCoder ? DecodePattern(wire, 2 * kMaxRowBytes, &data.Boundaries)
+                                                        : DecodePackBits(wire, 2 * kMaxRowBytes, &data.Boundaries);
+  if (auto* error = std::get_if<Error>(&decoded)) {
+    return Error{pos + 3 + error->Offset, error->Message + " (row record at offset " + Num(pos) + ")"};
+  }
+  data.Bytes = std::move(std::get<std::vector<std::uint8_t>>(decoded));
+  return data;
+}
 
-  // Depth: the "I" code in force, checked against the page's row length.
-  const std::size_t total = decoded.size();
+// The bits per dot of a record that decodes to `data`: the depth the "I" code in force names when the
+// page's row length fits it, else the other depth (the row is flagged); an error when neither fits. A
+// two-bit record splits where its codes reach half the total.
+std::variant<int, Error> RowDepth(const ParseState& p, const RowData& data, int inkMode, PlaneRow& row) {
+  const std::size_t total = data.Bytes.size();
   const bool twoFits =
-      total % 2 == 0 && (row.Raw || std::binary_search(boundaries.begin(), boundaries.end(), total / 2));
-  const int wanted = InkBits(pass.InkMode);
+      total % 2 == 0 && (row.Raw || std::binary_search(data.Boundaries.begin(), data.Boundaries.end(), total / 2));
+  const int wanted = InkBits(inkMode);
   const std::size_t rowBytes = static_cast<std::size_t>(p.OpenPage->RowBytes);
   auto fits = [&](int bits) {
     if (bits == 2 && !twoFits) return false;
@@ -434,31 +437,51 @@ Outcome ReadRow(ParseState& p, const CommandDescriptor&) {
     bits = 3 - wanted;
     row.DepthMismatch = true;
   } else {
-    return Error{pos, "row record decodes to " + Num(total) + " bytes; this page's rows are " + Num(rowBytes) +
-                          " bytes per bit plane" + (wanted == 2 ? " and two-bit records hold two" : "")};
+    return Error{p.Pos, "row record decodes to " + Num(total) + " bytes; this page's rows are " + Num(rowBytes) +
+                            " bytes per bit plane" + (wanted == 2 ? " and two-bit records hold two" : "")};
   }
   if (total / bits > static_cast<std::size_t>(kMaxRowBytes)) {
-    return Error{pos, "row of " + Num(total / bits) + " bytes is beyond the " + Num(kMaxRowBytes) + "-byte row limit"};
+    return Error{p.Pos,
+                 "row of " + Num(total / bits) + " bytes is beyond the " + Num(kMaxRowBytes) + "-byte row limit"};
   }
-  if (rowBytes == 0) p.OpenPage->RowBytes = static_cast<int>(total / bits);
+  return bits;
+}
+
+// "G", a 16-bit length, the data: decoded, its depth told, and its bit planes added to the pass.
+Outcome ReadRow(ParseState& p, const CommandDescriptor&) {
+  if (p.Current.InkMode < 0) return Error{p.Pos, "row record before any ink-mode command \"I\""};
+  if (auto error = p.JoinPass()) return error;
+  auto next = p.NextPlaneRow();
+  if (auto* error = std::get_if<Error>(&next)) return *error;
+  PlaneRow& row = std::get<PlaneRow>(next);
+  Pass& pass = *p.OpenPass;
+  auto read = ReadRowData(p, row);
+  if (auto* error = std::get_if<Error>(&read)) return *error;
+  RowData& data = std::get<RowData>(read);
+  auto depth = RowDepth(p, data, pass.InkMode, row);
+  if (auto* error = std::get_if<Error>(&depth)) return *error;
+  const int bits = std::get<int>(depth);
+
+  const std::size_t total = data.Bytes.size();
+  if (p.OpenPage->RowBytes == 0) p.OpenPage->RowBytes = static_cast<int>(total / bits);
   row.BitsPerDot = bits;
   row.Blank = false;
-  row.WireBytes = 3 + dataBytes;
+  row.WireBytes = 3 + data.WireBytes;
   if (bits == 2) {
-    row.Second.assign(decoded.begin() + static_cast<std::ptrdiff_t>(total / 2), decoded.end());
-    decoded.resize(total / 2);
+    row.Second.assign(data.Bytes.begin() + static_cast<std::ptrdiff_t>(total / 2), data.Bytes.end());
+    data.Bytes.resize(total / 2);
   }
-  row.First = std::move(decoded);
+  row.First = std::move(data.Bytes);
 
   StreamStats& stats = p.OpenPage->Stats;
   stats.Records += 1;
   (row.Raw ? stats.RawRecords : stats.CompressedRecords) += 1;
-  stats.CompressedSize += dataBytes;
+  stats.CompressedSize += data.WireBytes;
   stats.UncompressedSize += total;
   if (row.DepthMismatch) stats.DepthMismatches += 1;
   pass.Bytes += row.WireBytes;
   pass.Records.push_back(std::move(row));
-  p.Pos += 3 + dataBytes;
+  p.Pos += 3 + data.WireBytes;
   return std::nullopt;
 }
 
