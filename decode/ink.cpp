@@ -52,16 +52,25 @@ Reflectance PrintedColour(const InkModel& model, const std::array<double, 4>& in
 Reflectance PrintedColour(const InkModel& model, const AreaInk& area) {
   const double cells = area.BlackCells;
   if (cells <= 0 || cells >= 1) return PrintedColour(model, area.Ink);
-  // Colour ink per cell under black and beside it.
-  double beside[3];
-  for (std::size_t i = 0; i < 3; ++i)
-    beside[i] = std::max(0.0, (area.Ink[i] - cells * area.UnderBlack[i]) / (1 - cells));
-  const Reflectance under = ColourRoot(model, area.UnderBlack.data());
-  const Reflectance apart = ColourRoot(model, beside);
+  // Black covers c of the area: the cells holding black first (a share f of each: small dots cover
+  // less than their cell), then, where it spreads past them, a share e of the other cells. Colour ink
+  // in a covered part lies under black; the rest shows.
   const double c = Coverage(model, area.Ink[3]);
+  const double f = std::min(1.0, c / cells);
+  const double e = c > cells ? (c - cells) / (1 - cells) : 0.0;
+  double under[3], shown[3];
+  for (std::size_t i = 0; i < 3; ++i) {
+    const double inBlack = cells * area.UnderBlack[i];
+    const double beside = std::max(0.0, area.Ink[i] - inBlack);
+    const double hidden = inBlack * f + beside * e;
+    under[i] = c > 0 ? hidden / c : 0.0;
+    shown[i] = c < 1 ? (inBlack + beside - hidden) / (1 - c) : 0.0;
+  }
+  const Reflectance rootUnder = ColourRoot(model, under);
+  const Reflectance rootShown = ColourRoot(model, shown);
   Reflectance root;
   for (std::size_t ch = 0; ch < 3; ++ch)
-    root[ch] = c * std::pow(model.Solid[3][ch], 1.0 / model.YuleNielsen) * under[ch] + (1 - c) * apart[ch];
+    root[ch] = c * std::pow(model.Solid[3][ch], 1.0 / model.YuleNielsen) * rootUnder[ch] + (1 - c) * rootShown[ch];
   return FromRoot(model, root);
 }
 

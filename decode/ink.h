@@ -13,8 +13,10 @@
 //    R^(1/n) = product over the inks of (1 - c + c S^(1/n)).
 //  - Black apart: where the dots say how much colour ink lies in the cells that hold black (the dither
 //    path never puts colour under black; the diffusion paths place the inks independently), the area is
-//    mixed as two parts, the black-covered part with the colour ink found under black and the rest with
-//    the colour ink found beside it: R^(1/n) = cK SK^(1/n) P(under) + (1 - cK) P(beside).
+//    mixed as two parts, the part black covers with the colour ink hidden under it and the rest with
+//    the colour ink that shows: R^(1/n) = cK SK^(1/n) P(hidden) + (1 - cK) P(shown). Black covers the
+//    cells holding it first (small dots only part of each, and the colour beside them there shows),
+//    then, spreading past them, a share of the other cells with the colour in them.
 #pragma once
 
 #include <array>
