@@ -3,7 +3,9 @@
 // standard output. Deterministic: a fixed start, a fixed number of damped Gauss-Newton steps, no
 // random numbers. Usage: fit-ink-model OUTPUT.cpp
 //
-// Evidence (read from the given rows of the compiled tables; the rows between them are not evidence):
+// Evidence (read from the given rows of the compiled tables; the rows between them are not evidence),
+// each printed through the halftoner that prints it (tools/table_print.h: the dots the core's renderers
+// make for those amounts, colour gathered under black as they gather it):
 //  - neutral balance: what each measured ink-split table leaves of a neutral at g = 64, 128, 192
 //    (cyan g - T[g][0], magenta g - T[g][1], yellow g - T[g][2], black g - T[g][3]) prints a* = b* = 0;
 //  - hues: the red, green and blue rows of the given colour tables print the hue of sRGB red, green and
@@ -27,12 +29,14 @@
 #include "decode/colorimetry.h"
 #include "decode/ink.h"
 #include "src/data/tables.h"
+#include "tools/table_print.h"
 
 namespace {
 
 using inkweave::decode::InkModel;
 using inkweave::decode::Lab;
 using inkweave::decode::Reflectance;
+using inkweave::tables::Screen;
 namespace dec = inkweave::decode;
 
 enum Medium { kPlain, kInkjet, kGlossy, kPhoto, kOther, kMediaCount };
@@ -141,16 +145,26 @@ struct Evidence {
   std::string Label;
   int Medium = kPlain;
   int Dpi = 300;
-  std::array<double, 4> Ink{};  // cyan, magenta, yellow, black: mean ink per cell
+  Screen Halftone = Screen::Dither;
+  std::array<double, 4> Amounts{};  // cyan, magenta, yellow, black as the halftoner gets them, 0..255
   Kind What = Kind::Neutral;
   double Target = 0;  // hue in degrees or L*
 };
+
+// The halftoner of the error-diffusion paths at a page resolution.
+Screen DiffusionAt(int dpi) {
+  return dpi == 1200 ? Screen::DiffuseTop : dpi == 600 ? Screen::DiffuseHigh : Screen::DiffuseMid;
+}
+
+Reflectance Printed(const InkModel& model, const Evidence& e) {
+  return dec::PrintedColour(model, inkweave::tables::DotsFor(e.Halftone, e.Amounts));
+}
 
 const std::uint8_t* GridPoint(int table, int i, int j, int k) {
   return inkweave::ColorTable(table) + ((i * 17 + j) * 17 + k) * 4;
 }
 
-// What an ink-split table leaves of a neutral at g (given rows, linear between them below 64 and
+// The amounts an ink-split table leaves of a neutral at g (given rows, linear between them below 64 and
 // between the given rows elsewhere).
 std::array<double, 4> SplitOfNeutral(int table, double g) {
   constexpr int kGiven[5] = {0, 64, 128, 192, 255};
@@ -161,7 +175,7 @@ std::array<double, 4> SplitOfNeutral(int table, double g) {
   for (std::size_t v = 0; v < 4; ++v) {
     const double removed =
         (1 - t) * inkweave::InkSplitTable[table][kGiven[lo]][v] + t * inkweave::InkSplitTable[table][kGiven[lo + 1]][v];
-    ink[v] = std::max(0.0, (g - removed) / 255.0);
+    ink[v] = g - removed;
   }
   return ink;
 }
@@ -181,17 +195,18 @@ std::vector<Evidence> GatherEvidence() {
   for (const SplitUse& use : kSplits)
     for (int g : {64, 128, 192})
       evidence.push_back({"ink split " + std::to_string(use.Table) + " at g " + std::to_string(g), use.Medium, use.Dpi,
-                          SplitOfNeutral(use.Table, g), Kind::Neutral, 0});
+                          DiffusionAt(use.Dpi), SplitOfNeutral(use.Table, g), Kind::Neutral, 0});
   // Hues and grey rows of the given colour tables.
   struct TableUse {
     int Table, Medium, Dpi;
     bool Hues;      // its red, green and blue rows speak for this medium and resolution
     int GreySplit;  // -1: the grey prints in black alone (dither); else the ink split that diffuses it
+    bool Dithered;  // the table's colours print through the ordered dither there
   };
-  constexpr TableUse kTables[] = {{1, kPlain, 300, true, -1},   {2, kPlain, 300, true, 0},
-                                  {3, kPlain, 600, true, -1},   {2, kPlain, 1200, false, 3},
-                                  {7, kInkjet, 1200, true, 3},  {13, kPhoto, 300, true, -1},
-                                  {13, kPhoto, 1200, false, 7}, {15, kOther, 300, true, -1}};
+  constexpr TableUse kTables[] = {{1, kPlain, 300, true, -1, true},    {2, kPlain, 300, true, 0, false},
+                                  {3, kPlain, 600, true, -1, true},    {2, kPlain, 1200, false, 3, false},
+                                  {7, kInkjet, 1200, true, 3, false},  {13, kPhoto, 300, true, -1, true},
+                                  {13, kPhoto, 1200, false, 7, false}, {15, kOther, 300, true, -1, true}};
   const struct {
     const char* Name;
     int I, J, K;
@@ -199,21 +214,23 @@ std::vector<Evidence> GatherEvidence() {
   } kPrimaries[] = {{"red", 16, 0, 0, 255, 0, 0}, {"green", 0, 16, 0, 0, 255, 0}, {"blue", 0, 0, 16, 0, 0, 255}};
   for (const TableUse& use : kTables) {
     const std::string table = "colour table " + std::to_string(use.Table);
+    const Screen screen = use.Dithered ? Screen::Dither : DiffusionAt(use.Dpi);
     for (const auto& primary : kPrimaries) {
       if (!use.Hues) break;
       const std::uint8_t* row = GridPoint(use.Table, primary.I, primary.J, primary.K);
       evidence.push_back({table + " " + primary.Name,
                           use.Medium,
                           use.Dpi,
-                          {row[0] / 255.0, row[1] / 255.0, row[2] / 255.0, row[3] / 255.0},
+                          screen,
+                          {double(row[0]), double(row[1]), double(row[2]), double(row[3])},
                           Kind::Hue,
                           dec::Hue(dec::LabOfSrgb(primary.R, primary.G, primary.B))});
     }
     const double grey = GridPoint(use.Table, 8, 8, 8)[3];
-    const std::array<double, 4> ink =
-        use.GreySplit < 0 ? std::array<double, 4>{0, 0, 0, grey / 255.0} : SplitOfNeutral(use.GreySplit, grey);
-    evidence.push_back({table + " grey (8,8,8) " + (use.GreySplit < 0 ? "in black" : "split"), use.Medium, use.Dpi, ink,
-                        Kind::Lightness, 0});
+    const std::array<double, 4> amounts =
+        use.GreySplit < 0 ? std::array<double, 4>{grey, grey, grey, grey} : SplitOfNeutral(use.GreySplit, grey);
+    evidence.push_back({table + " grey (8,8,8) " + (use.GreySplit < 0 ? "in black" : "split"), use.Medium, use.Dpi,
+                        screen, amounts, Kind::Lightness, 0});
   }
   return evidence;
 }
@@ -229,7 +246,7 @@ struct Fit {
     std::vector<double> r;
     for (const auto& e : Items) {
       const InkModel model = ModelFor(p, e.Medium, e.Dpi);
-      const Lab lab = dec::LabOfReflectance(dec::PrintedColour(model, e.Ink));
+      const Lab lab = dec::LabOfReflectance(Printed(model, e));
       switch (e.What) {
         case Kind::Neutral:
           r.push_back(lab.a);
@@ -321,12 +338,13 @@ Parameters Minimise(const Fit& fit, Parameters p) {
 void Report(const Fit& fit, const Parameters& p) {
   std::printf("# Ink-model fit\n\nEvidence and residuals (model value against what the design asks):\n\n");
   std::printf(
-      "| evidence | medium | dpi | C M Y K | printed L* a* b* | asked | residual |\n|---|---|---|---|---|---|---|\n");
+      "| evidence | medium | dpi | C M Y K amounts | printed L* a* b* | asked | residual "
+      "|\n|---|---|---|---|---|---|---|\n");
   for (const auto& e : fit.Items) {
     const InkModel model = ModelFor(p, e.Medium, e.Dpi);
-    const Lab lab = dec::LabOfReflectance(dec::PrintedColour(model, e.Ink));
-    std::printf("| %s | %s | %d | %.2f %.2f %.2f %.2f | %.1f %.1f %.1f | ", e.Label.c_str(), kMedia[e.Medium].Name,
-                e.Dpi, e.Ink[0], e.Ink[1], e.Ink[2], e.Ink[3], lab.L, lab.a, lab.b);
+    const Lab lab = dec::LabOfReflectance(Printed(model, e));
+    std::printf("| %s | %s | %d | %.0f %.0f %.0f %.0f | %.1f %.1f %.1f | ", e.Label.c_str(), kMedia[e.Medium].Name,
+                e.Dpi, e.Amounts[0], e.Amounts[1], e.Amounts[2], e.Amounts[3], lab.L, lab.a, lab.b);
     switch (e.What) {
       case Kind::Neutral: std::printf("a* = b* = 0 | %.1f |\n", std::hypot(lab.a, lab.b)); break;
       case Kind::Hue:
