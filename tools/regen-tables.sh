@@ -8,12 +8,15 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build}
 cmake -S . -B "$build" -G Ninja >/dev/null
-# The printer model's inks first: the colour tables' neutral axis is inverted through it.
+# The printer model's inks first: the ink-split rows between the given ones and the colour tables are
+# inverted through it.
 if cmake --build "$build" --target fit-ink-model >/dev/null 2>&1; then
   "$build/tools/fit-ink-model" decode/generated/ink_model.cpp >/dev/null
   echo "wrote decode/generated/ink_model.cpp"
 fi
-for out in src/data/generated/*.cpp; do
+# The ink-split tables before the colour tables: the colour tables' inversion prints through them.
+split=src/data/generated/ink_split_tables.cpp
+for out in "$split" $(ls src/data/generated/*.cpp | grep -vx "$split"); do
   name=$(basename "$out" .cpp)
   [ -f "tools/gen_$name.cpp" ] || continue  # english_strings.cpp comes from gen-strings below
   target="gen-${name//_/-}"

@@ -41,7 +41,7 @@ TEST(DiffusionTables, CheckedInFilesAreWhatTheGeneratorsWrite) {
 // The tables' bytes as they lie in memory (little-endian), as dumped to build/data/<TableName>.bin.
 TEST(DiffusionTables, ContentsArePinned) {
   EXPECT_EQ(testing::Sha256Hex(InkSplitTable, sizeof InkSplitTable),
-            "85a2673d0198c38746a0e0ad8a930ac29c7c89f10539a6b6f60768c9b703d384");
+            "5d7cbe70595e9f42c027fa8203237c5fe33f76ddeff4f71ec413335712cfb30d");
   EXPECT_EQ(testing::Sha256Hex(DiffusionThresholdMaps, sizeof DiffusionThresholdMaps),
             "9c3b35de733b46871255b188e89b74924dc336d68de65ea6d7ced54297448c39");
   EXPECT_EQ(testing::Sha256Hex(ThresholdJitter, sizeof ThresholdJitter),
