@@ -19,8 +19,11 @@
 namespace inkweave::cli {
 namespace {
 
-constexpr int kColumns = 10;     // patches across the target
-constexpr double kInset = 0.2;   // share of a patch's side left out of the measurement on each side
+constexpr int kColumns = 10;    // patches across the target
+constexpr double kInset = 0.2;  // share of a patch's side left out of the measurement on each side
+// Dots a patch has at least each way: fewer (5 mm at 150 dpi is 30) measure the pattern of a few diffused
+// dots more than the ink, by up to 5 L* in the light greys of coated paper.
+constexpr int kMinPatchDots = 60;
 constexpr double kGreyGoal = 3;  // |a*|, |b*| of the grey ramp
 constexpr double kBlackGoal = 3;
 
@@ -90,7 +93,7 @@ struct TargetPage {
 
 TargetPage LayOut(int dpi, double patchMm) {
   TargetPage page;
-  page.Side = std::max(16, static_cast<int>(std::lround(patchMm * dpi / 25.4)));
+  page.Side = std::max(kMinPatchDots, static_cast<int>(std::lround(patchMm * dpi / 25.4)));
   const int rows = (static_cast<int>(ProofTarget().size()) + kColumns - 1) / kColumns;
   page.Width = kColumns * page.Side;
   page.Height = rows * page.Side;

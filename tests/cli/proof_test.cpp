@@ -5,8 +5,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cmath>
-
 #include "cli/plugin.h"
 #include "cli/proof.h"
 #include "host/host.h"
@@ -32,7 +30,6 @@ std::vector<Mode> EveryMode() {
   std::vector<Mode> modes;
   for (int quality : {150, 300, 600, 0})
     for (Halftone method : {Halftone::Dither, Halftone::Diffusion}) {
-      if (quality == 0 && method == Halftone::Dither) continue;  // the high-resolution mode always diffuses
       for (const char* media : {"plain", "inkjet", "glossy", "photo"})
         modes.push_back({quality == 0 ? 600 : quality, quality == 0, method, media, false});
       modes.push_back({quality == 0 ? 600 : quality, quality == 0, method, "plain", true});
@@ -40,16 +37,22 @@ std::vector<Mode> EveryMode() {
   return modes;
 }
 
+// The most the mean Delta E 2000 of the 24 checker patches may reach in a mode: the goal (5 on plain and
+// inkjet paper, 4 on glossy and photographic paper) where the mode meets it, else what docs/colour-proof.md
+// explains it cannot better (the inks' chroma, one table serving resolutions whose dots gain unlike, the
+// monochrome tone curve of the core), rounded up.
+double MeanBound(const Mode& mode, double goal) {
+  const std::string media = mode.Media;
+  if (mode.Mono) return mode.Quality == 600 && !mode.HighRes ? 18.5 : 13.5;
+  if (media == "plain") return goal;
+  if (media == "inkjet") return mode.HighRes ? goal : 7.5;
+  return mode.HighRes ? 11.5 : 8.0;  // glossy and photographic paper
+}
+
 // What the proof must keep showing in every mode (docs/colour-proof.md has the figures and the goals):
-//  - black is dark (L* below 35); where black ink alone prints the greys (dither, monochrome) it is the
-//    darkest the mode prints, within 3 L*. (The diffusion paths print their dark greys with colour under
-//    black, darker than black itself, whose ink-split row leaves black alone: a miss the proof reports.)
-//  - with black ink alone the grey ramp never gets lighter by more than measurement noise (0.1 L*),
-//    falls at every step until it comes within 2 L* of the darkest (where dot gain has covered the
-//    paper), and is neutral. Mixed by the ink split, it falls from white to grey 128 and stays within
-//    12 of neutral; its darker half rises and falls with the split tables' given rows.
-// Small patches keep the proof quick (larger at 150 dpi, where a patch holds few dots) and still leave a
-// settled middle to measure.
+// black is within 3 L* of the darkest patch the mode prints, and the grey ramp falls at every step with
+// |a*| and |b*| at most 3; the mean Delta E stays within its bound. Small patches keep the proof quick
+// (the proof never makes them fewer than 60 dots a side) and still leave a settled middle to measure.
 TEST(Proof, BlackIsBlackAndTheGreyRampNeutralAndFallingInEveryMode) {
   for (const Mode& mode : EveryMode()) {
     ProofSettings settings;
@@ -58,33 +61,14 @@ TEST(Proof, BlackIsBlackAndTheGreyRampNeutralAndFallingInEveryMode) {
     settings.Method = mode.Method;
     settings.Media = mode.Media;
     settings.Mono = mode.Mono;
-    settings.PatchMm = mode.Quality == 150 ? 6.0 : 3.5;
+    settings.PatchMm = 3.5;
     std::string error;
     const auto report = MakeProof(settings, &error);
     ASSERT_TRUE(report) << error;
     SCOPED_TRACE(report->Summary());
-    const bool blackInkAlone = mode.Mono || (mode.Method == Halftone::Dither && !mode.HighRes);
-    EXPECT_LT(report->BlackL, 35.0);
-    if (blackInkAlone) {
-      EXPECT_LE(report->BlackL, report->DarkestL + 3.0);
-    }
-    const double neutral = blackInkAlone ? 0.5 : 12.0;
-    double previous = 101;
-    int step = 0;
-    for (const PatchResult& p : report->Patches) {
-      if (p.Source->Group != PatchGroup::GreyRamp) continue;
-      if (blackInkAlone || step <= 10) {
-        EXPECT_LE(p.Printed.L, previous + 0.1) << p.Source->Name;
-      }
-      if (blackInkAlone && step >= 1 && previous > report->DarkestL + 2) {
-        EXPECT_LT(p.Printed.L, previous) << p.Source->Name;
-      }
-      EXPECT_LE(std::fabs(p.Printed.a), neutral) << p.Source->Name;
-      EXPECT_LE(std::fabs(p.Printed.b), neutral) << p.Source->Name;
-      previous = p.Printed.L;
-      ++step;
-    }
-    EXPECT_TRUE(std::isfinite(report->MeanDeltaE));
+    EXPECT_TRUE(report->BlackMet());
+    EXPECT_TRUE(report->GreyMet());
+    EXPECT_LE(report->MeanDeltaE, MeanBound(mode, report->MeanGoal()));
   }
 }
 
