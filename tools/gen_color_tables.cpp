@@ -57,6 +57,8 @@ constexpr int kTables = 16;
 constexpr std::size_t kTableBytes = kGrid * kGrid * kGrid * 4;
 constexpr double kHueWeight = 2;      // hue differences count twice: clipping keeps the hue
 constexpr double kSmoothness = 0.03;  // per unit of ink away from the neighbours drawn before
+constexpr double kReached = 1;        // squared difference below which the neighbour's way is kept
+constexpr double kSwitch = 0.7;       // another region must print this much closer to be taken
 
 using Ink = std::array<int, 3>;  // cyan, magenta, yellow amounts 0..255
 
@@ -344,47 +346,61 @@ Candidates CandidatesOf(const TableModel& t, const std::vector<UseSpace>& spaces
   return c;
 }
 
-// The entry that prints the grid point's colour best on every use: refined from the nearest candidate
-// (in CIELAB), and from the neighbour's solution too where that starts out better than the refined
-// candidate ended; the better kept.
-Entry Invert(const TableModel& t, const std::vector<UseSpace>& spaces, const Candidates& candidates, int i, int j,
-             int k, const Entry& neighbour, const Entry& near) {
-  std::vector<Lab> wanted;
-  for (const UseSpace& s : spaces)
-    wanted.push_back(inkweave::tables::CompensateBlack(
-        inkweave::tables::LabOfSrgb(SrgbOfGrid(i), SrgbOfGrid(j), SrgbOfGrid(k)), s.Black));
-  const auto residuals = [&](const Entry& x) {
+// What an entry must print for a grid point, as residuals: its colour on every use, and a pull toward
+// entries near it (kSmoothness per unit of ink), which decides where the print hardly tells entries apart.
+struct Wanted {
+  const TableModel& Table;
+  const std::vector<UseSpace>& Spaces;
+  std::vector<Lab> Colours;  // by use
+  Entry Near;
+
+  Wanted(const TableModel& t, const std::vector<UseSpace>& spaces, int i, int j, int k, const Entry& near)
+      : Table(t), Spaces(spaces), Near(near) {
+    for (const UseSpace& s : spaces)
+      Colours.push_back(inkweave::tables::CompensateBlack(
+          inkweave::tables::LabOfSrgb(SrgbOfGrid(i), SrgbOfGrid(j), SrgbOfGrid(k)), s.Black));
+  }
+  std::vector<double> operator()(const Entry& x) const {
     std::vector<double> r;
-    r.reserve(3 * spaces.size() + 3);
+    r.reserve(3 * Spaces.size() + 3);
     const double grey = std::min({x[0], x[1], x[2]});
-    for (std::size_t u = 0; u < spaces.size(); ++u) {
-      const Lab printed = inkweave::tables::PrintedEntry(spaces[u].Where, {x[0], x[1], x[2], grey}, t.Black);
-      const double w = std::sqrt(spaces[u].Weight);
-      for (double d : inkweave::tables::Difference(wanted[u], printed, kHueWeight)) r.push_back(w * d);
+    for (std::size_t u = 0; u < Spaces.size(); ++u) {
+      const Lab printed = inkweave::tables::PrintedEntry(Spaces[u].Where, {x[0], x[1], x[2], grey}, Table.Black);
+      const double w = std::sqrt(Spaces[u].Weight);
+      for (double d : inkweave::tables::Difference(Colours[u], printed, kHueWeight)) r.push_back(w * d);
     }
-    for (std::size_t n = 0; n < 3; ++n) r.push_back(kSmoothness * (x[n] - near[n]));
+    for (std::size_t n = 0; n < 3; ++n) r.push_back(kSmoothness * (x[n] - Near[n]));
     return r;
-  };
+  }
+  Entry From(const Entry& start) const { return inkweave::tables::MinimiseInBox(*this, start, 0, Table.Black, 12); }
+};
+
+// The entry that prints the grid point's colour best on every use: refined from the neighbour's
+// solution, and where that does not reach the colour, also from the nearest candidate (in CIELAB),
+// which is kept only if it prints clearly closer: colours the paper cannot reach then move along the
+// gamut with their neighbours rather than jump between its regions.
+Entry Invert(const Wanted& wanted, const Candidates& candidates, const Entry& neighbour) {
+  const Entry fromNeighbour = wanted.From(neighbour);
+  const double neighbourCost = Cost(wanted(fromNeighbour));
+  if (neighbourCost < kReached) return fromNeighbour;
   std::size_t best = 0;
   double bestDistance = std::numeric_limits<double>::infinity();
-  const std::size_t uses = spaces.size();
+  const std::size_t uses = wanted.Spaces.size();
   for (std::size_t c = 0; c < candidates.Entries.size(); ++c) {
     double distance = 0;
     for (std::size_t u = 0; u < uses; ++u) {
       const double* lab = &candidates.Printed[3 * (c * uses + u)];
-      const double dl = lab[0] - wanted[u].L, da = lab[1] - wanted[u].a, db = lab[2] - wanted[u].b;
-      distance += spaces[u].Weight * (dl * dl + da * da + db * db);
+      const Lab& w = wanted.Colours[u];
+      const double dl = lab[0] - w.L, da = lab[1] - w.a, db = lab[2] - w.b;
+      distance += wanted.Spaces[u].Weight * (dl * dl + da * da + db * db);
     }
     if (distance < bestDistance) {
       bestDistance = distance;
       best = c;
     }
   }
-  const Entry fromCandidate = inkweave::tables::MinimiseInBox(residuals, candidates.Entries[best], 0, t.Black, 12);
-  const double candidateCost = Cost(residuals(fromCandidate));
-  if (Cost(residuals(neighbour)) >= candidateCost) return fromCandidate;
-  const Entry fromNeighbour = inkweave::tables::MinimiseInBox(residuals, neighbour, 0, t.Black, 12);
-  return Cost(residuals(fromNeighbour)) < candidateCost ? fromNeighbour : fromCandidate;
+  const Entry fromCandidate = wanted.From(candidates.Entries[best]);
+  return Cost(wanted(fromCandidate)) < kSwitch * neighbourCost ? fromCandidate : fromNeighbour;
 }
 
 // Least-squares monotone values (pool adjacent violators), rising or falling.
@@ -467,7 +483,7 @@ std::vector<std::uint8_t> BuildTable(const TableModel& t) {
           ++count;
         }
         for (double& c : near) c /= count;
-        e = Invert(t, spaces, candidates, i, j, k, start, near);
+        e = Invert(Wanted(t, spaces, i, j, k, near), candidates, start);
       }
   // The given corners and the neutral axis, before the edges are made monotone toward them and again
   // after, exactly.
