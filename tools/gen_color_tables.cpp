@@ -427,9 +427,9 @@ void MakeMonotone(std::vector<double>& values, bool rising) {
   if (!rising) std::reverse(values.begin(), values.end());
 }
 
-// Each of the twelve edges: every ink monotone from one corner to the other, the corners held: the
-// points between are held between the corners' values and made monotone among themselves.
-void MonotoneEdges(std::vector<Entry>& grid) {
+// The twelve cube edges, each as its 17 grid points (entry indexes) from one corner to the other.
+std::vector<std::vector<std::size_t>> Edges() {
+  std::vector<std::vector<std::size_t>> edges;
   for (int a = 0; a < 8; ++a)
     for (int axis = 0; axis < 3; ++axis) {
       if (a >> axis & 1) continue;
@@ -439,15 +439,24 @@ void MonotoneEdges(std::vector<Entry>& grid) {
         g[axis] = s;
         points.push_back(Offset(g[0], g[1], g[2]) / 4);
       }
-      for (std::size_t n = 0; n < 3; ++n) {
-        const double first = grid[points.front()][n], last = grid[points.back()][n];
-        std::vector<double> between;
-        for (std::size_t q = 1; q + 1 < points.size(); ++q)
-          between.push_back(std::clamp(grid[points[q]][n], std::min(first, last), std::max(first, last)));
-        MakeMonotone(between, last >= first);
-        for (std::size_t q = 1; q + 1 < points.size(); ++q) grid[points[q]][n] = between[q - 1];
-      }
+      edges.push_back(std::move(points));
     }
+  return edges;
+}
+
+// Each of the twelve edges: every ink monotone from one corner to the other, the corners held: the
+// points between are held between the corners' values and made monotone among themselves.
+void MonotoneEdges(std::vector<Entry>& grid) {
+  for (const std::vector<std::size_t>& points : Edges()) {
+    for (std::size_t n = 0; n < 3; ++n) {
+      const double first = grid[points.front()][n], last = grid[points.back()][n];
+      std::vector<double> between;
+      for (std::size_t q = 1; q + 1 < points.size(); ++q)
+        between.push_back(std::clamp(grid[points[q]][n], std::min(first, last), std::max(first, last)));
+      MakeMonotone(between, last >= first);
+      for (std::size_t q = 1; q + 1 < points.size(); ++q) grid[points[q]][n] = between[q - 1];
+    }
+  }
 }
 
 std::vector<std::uint8_t> BuildTable(const TableModel& t) {
@@ -506,30 +515,22 @@ std::vector<std::uint8_t> BuildTable(const TableModel& t) {
   // lowered to the grey component's monotone fit.
   for (Entry& e : grid)
     for (std::size_t n = 0; n < 3; ++n) e[n] = std::clamp(std::floor(e[n] + 1e-7), 0.0, double(t.Black));
-  for (int a = 0; a < 8; ++a)
-    for (int along = 0; along < 3; ++along) {
-      if (a >> along & 1) continue;
-      std::vector<std::size_t> points;
-      for (int s = 0; s < kGrid; ++s) {
-        int g[3] = {kCornerGrid[a][0], kCornerGrid[a][1], kCornerGrid[a][2]};
-        g[along] = s;
-        points.push_back(Offset(g[0], g[1], g[2]) / 4);
-      }
-      const auto grey = [&](std::size_t p) { return std::min({grid[p][0], grid[p][1], grid[p][2]}); };
-      const double first = grey(points.front()), last = grey(points.back());
-      std::vector<double> between;
-      for (std::size_t q = 1; q + 1 < points.size(); ++q)
-        between.push_back(std::clamp(grey(points[q]), std::min(first, last), std::max(first, last)));
-      MakeMonotone(between, last >= first);
-      for (std::size_t q = 1; q + 1 < points.size(); ++q) {
-        Entry& e = grid[points[q]];
-        const double target = std::floor(between[q - 1]);
-        const double smallest = std::min({e[0], e[1], e[2]});
-        if (smallest > target)
-          for (double& ink : e)
-            if (ink == smallest) ink = target;
-      }
+  for (const std::vector<std::size_t>& points : Edges()) {
+    const auto grey = [&](std::size_t p) { return std::min({grid[p][0], grid[p][1], grid[p][2]}); };
+    const double first = grey(points.front()), last = grey(points.back());
+    std::vector<double> between;
+    for (std::size_t q = 1; q + 1 < points.size(); ++q)
+      between.push_back(std::clamp(grey(points[q]), std::min(first, last), std::max(first, last)));
+    MakeMonotone(between, last >= first);
+    for (std::size_t q = 1; q + 1 < points.size(); ++q) {
+      Entry& e = grid[points[q]];
+      const double target = std::floor(between[q - 1]);
+      const double smallest = std::min({e[0], e[1], e[2]});
+      if (smallest > target)
+        for (double& ink : e)
+          if (ink == smallest) ink = target;
     }
+  }
   std::vector<std::uint8_t> table(kTableBytes);
   for (std::size_t p = 0; p < grid.size(); ++p) {
     std::uint8_t* q = &table[4 * p];
