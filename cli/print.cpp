@@ -1,6 +1,8 @@
 // inkweave print: documents → the plug-in, through our host exactly as the platform's printer driver
 // drives it (load, enable, selections, job start, per page the bands, job end, disable), with the
-// bytes it writes streamed into the output file.
+// bytes it writes streamed into the output file. The pages are opened and rendered on a thread of
+// their own, a few bands ahead of the plug-in (host/band_queue.h); the plug-in is called from this
+// thread only, in order.
 #include <unistd.h>
 
 #include <chrono>
@@ -14,6 +16,7 @@
 #include "cli/document.h"
 #include "cli/output_file.h"
 #include "cli/plugin.h"
+#include "host/band_queue.h"
 #include "host/choices.h"
 #include "host/host.h"
 #include "host/papers.h"
@@ -166,15 +169,29 @@ int OpenDevice(PrintJob& job) {
   return kExitOk;
 }
 
-// One page, band by band. False after reporting why the job stops.
-bool PrintOnePage(PrintJob& job, std::size_t index) {
-  std::string error;
-  const InputPage& input = job.Pages[index];
-  auto image = PageImage::Open(input, job.Request, &error);
-  if (!image) {
-    ReportError(error);
-    return false;
+// The input side of the job, on its own thread: every page opened and rendered band by band, in the
+// order the plug-in takes them. A page that cannot be opened or rendered stops the job there.
+void RenderPages(const PrintJob& job, host::BandQueue& queue) {
+  const std::vector<host::BandRect> bands =
+      host::BandsOf(static_cast<std::int32_t>(job.Request.Width), static_cast<std::int32_t>(job.Request.Height),
+                    job.Options.BandHeight, job.Setup.Landscape);
+  for (const InputPage& input : job.Pages) {
+    std::string error;
+    auto image = PageImage::Open(input, job.Request, &error);
+    if (!image) return queue.Fail(error);
+    for (const host::BandRect& band : bands) {
+      const bool queued = queue.Put(band, 3, [&](std::uint8_t* dst, std::size_t stride, std::string* why) {
+        if (image->Render(band.X, band.Y, band.Width, band.Height, dst, stride)) return true;
+        *why = input.File + ": " + image->Error();
+        return false;
+      });
+      if (!queued) return;
+    }
   }
+}
+
+// One page, band by band, from the input side. False after reporting why the job stops.
+bool PrintOnePage(PrintJob& job, std::size_t index, host::BandQueue& queue) {
   host::PageSource source;
   source.Width = static_cast<std::int32_t>(job.Request.Width);
   source.Height = static_cast<std::int32_t>(job.Request.Height);
@@ -187,8 +204,8 @@ bool PrintOnePage(PrintJob& job, std::size_t index) {
       failure = job.Out->Path() + ": write failed: " + job.Out->Reason();
       return false;
     }
-    if (!image->Render(x, y, w, h, dst, stride)) {
-      failure = input.File + ": " + image->Error();
+    if (!queue.Take({x, y, w, h}, dst, stride)) {
+      failure = queue.Error();
       return false;
     }
     return true;
@@ -236,7 +253,12 @@ int RunPrint(const PrintOptions& options) {
   InstallInterruptHandlers();
   job.Meter = Progress(!options.Quiet && isatty(STDERR_FILENO));
   bool printed = true;
-  for (std::size_t index = 0; index < job.Pages.size() && printed; ++index) printed = PrintOnePage(job, index);
+  {
+    // Two bands: one the input side fills while the plug-in's side copies the other.
+    host::BandQueue queue(2);
+    queue.Run([&job, &queue] { RenderPages(job, queue); });
+    for (std::size_t index = 0; index < job.Pages.size() && printed; ++index) printed = PrintOnePage(job, index, queue);
+  }  // the input side stops here
   return Finish(job, printed);
 }
 

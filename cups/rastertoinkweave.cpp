@@ -8,12 +8,15 @@
 // A device context of the plug-in fixes paper, quality and colour (and takes the media, halftone and
 // high-resolution selections before its job start). When a page needs another, the filter ends the
 // job in the current context (job-end command, DisablePDEV) and opens a new one (EnablePDEV,
-// selections, job start) for the pages that follow. Only one band of the page is ever in memory.
+// selections, job start) for the pages that follow. The page's rows are read on a thread of their own,
+// a band or two ahead of the plug-in (host/band_queue.h), which is called from the main thread only;
+// only those bands of the page are ever in memory.
 //
 // The plug-in library is found, in this order: $INKWEAVE_PLUGIN; ../../inkweave/libinkweave.so from
 // the filter's own directory (the installed layout, <prefix>/lib/cups/filter and <prefix>/lib/inkweave);
 // the path it was installed to; the library of the build tree the filter was built in.
 #include <fcntl.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -28,6 +31,7 @@
 #include <cups/raster.h>
 
 #include "cups/page_plan.h"
+#include "host/band_queue.h"
 #include "host/host.h"
 
 namespace {
@@ -322,23 +326,42 @@ bool PrintPage(Job& job, const cups_page_header2_t& header) {
 
   std::fprintf(stderr, "PAGE: %d 1\n", page);
   std::fprintf(stderr, "INFO: Printing page %d\n", page);
+  // The rows are read on the input side, band by band in the plug-in's order, then the rest of the page.
   PageReader reader(job.Raster, plan);
-  bool readFailed = false;
+  bool readFailed = false;  // the input side's, read once it has ended
   host::PageSource source;
   source.Width = static_cast<std::int32_t>(plan.Setup.PageWidth);
   source.Height = static_cast<std::int32_t>(plan.Setup.PageHeight);
   source.BitsPerPixel = plan.BandBits;
-  source.Render = [&](std::int32_t, std::int32_t y, std::int32_t w, std::int32_t h, std::uint8_t* dst,
-                      std::size_t stride) {
-    if (gCanceled || job.Out.Failed) return false;
-    if (!reader.Fill(y, h, w, dst, stride)) {
-      readFailed = true;
-      return false;
-    }
-    return true;
-  };
-  const host::PageResult result = host::PrintPage(job.Printer->Session(), source, kBandHeight);
-  if (!readFailed && !gCanceled && !job.Out.Failed && !reader.Drain()) readFailed = true;
+  host::PageResult result;
+  {
+    // SIGTERM goes to the input side while it runs: a read waiting for more of the stream then ends.
+    sigset_t terminate;
+    sigemptyset(&terminate);
+    sigaddset(&terminate, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &terminate, nullptr);
+    host::BandQueue queue(2);
+    queue.Run([&] {
+      pthread_sigmask(SIG_UNBLOCK, &terminate, nullptr);
+      for (const host::BandRect& band : host::BandsOf(source.Width, source.Height, kBandHeight, plan.Setup.Landscape)) {
+        const bool queued =
+            queue.Put(band, source.BitsPerPixel / 8, [&](std::uint8_t* dst, std::size_t stride, std::string*) {
+              readFailed = !reader.Fill(band.Y, band.Height, band.Width, dst, stride);
+              return !readFailed;
+            });
+        if (!queued) return;
+      }
+      readFailed = !gCanceled && !reader.Drain();
+    });
+    source.Render = [&](std::int32_t x, std::int32_t y, std::int32_t w, std::int32_t h, std::uint8_t* dst,
+                        std::size_t stride) {
+      return !gCanceled && !job.Out.Failed && queue.Take({x, y, w, h}, dst, stride);
+    };
+    result = host::PrintPage(job.Printer->Session(), source, kBandHeight);
+    queue.Stop();
+    queue.Wait();
+    pthread_sigmask(SIG_UNBLOCK, &terminate, nullptr);
+  }  // the page is read to its end here, unless the job stops
 
   if (readFailed && !gCanceled) {
     if (job.In.Error)
