@@ -74,18 +74,18 @@ std::unique_ptr<PdfPage> PdfPage::Open(const std::string& file, int index, doubl
   return page;
 }
 
-bool PdfPage::Render(std::int32_t x, std::int32_t y, std::int32_t w, std::int32_t h, std::uint8_t* dst,
-                     std::size_t stride, std::string* error) {
-  if (w < 1 || h < 1) return true;
+bool PdfPage::RenderStrip(const Strip& strip, std::string* error) {
+  const std::int32_t x = strip.X, y = strip.Y, w = strip.W, h = strip.H;
+  strip_ = {};
   // Opaque white under the page, as premultiplied ARGB: poppler does not paint the background itself,
   // and over an opaque ground every pixel stays opaque, so the colour channels are the final RGB.
   pixels_.assign(static_cast<std::size_t>(w) * static_cast<std::size_t>(h), 0xFFFFFFFFu);
   // libvips' loader rendered a page in tiles of 4000 x 4000 pixels, each on a surface whose origin is
-  // the tile's corner. Where the rectangle crosses tiles it is rendered a piece per tile, with the
-  // tile's transform and the piece's place in the tile as the surface's device offset, so that every
-  // path lands on the same pixels as before: a page of text and graphics comes out byte for byte as it
-  // did through libvips. (Images in a PDF can differ by a level or two: cairo splits an image's
-  // transform about the centre of the area drawn, which is now a band, not a tile.)
+  // the tile's corner. Where the strip crosses tiles it is rendered a piece per tile, with the tile's
+  // transform and the piece's place in the tile as the surface's device offset, so that every path
+  // lands on the same pixels as before: a page of text and graphics comes out byte for byte as it did
+  // through libvips, whatever the strips. (Images in a PDF can differ by a level or two: cairo splits
+  // an image's transform about the centre of the area drawn, which is now a strip, not a tile.)
   constexpr std::int32_t kTile = 4000;
   for (std::int32_t tileTop = y / kTile * kTile; tileTop < y + h; tileTop += kTile) {
     for (std::int32_t tileLeft = x / kTile * kTile; tileLeft < x + w; tileLeft += kTile) {
@@ -103,16 +103,40 @@ bool PdfPage::Render(std::int32_t x, std::int32_t y, std::int32_t w, std::int32_
         cairo_destroy(cr);
         return false;
       }
-      // Page units, the origin moved to the tile's corner.
+      // Page units, the origin moved to the tile's corner, drawing clipped to the piece.
+      cairo_rectangle(cr, left - tileLeft, top - tileTop, right - left, bottom - top);
+      cairo_clip(cr);
       cairo_scale(cr, scale_, scale_);
       cairo_translate(cr, (0.0 - tileLeft) / scale_, (0.0 - tileTop) / scale_);
       poppler_page_render(handles_->Page, cr);
       cairo_destroy(cr);
     }
   }
+  strip_ = strip;
+  return true;
+}
+
+bool PdfPage::Render(std::int32_t x, std::int32_t y, std::int32_t w, std::int32_t h, std::uint8_t* dst,
+                     std::size_t stride, std::string* error) {
+  if (w < 1 || h < 1) return true;
+  const bool inStrip = x >= strip_.X && y >= strip_.Y && x + w <= strip_.X + strip_.W && y + h <= strip_.Y + strip_.H;
+  if (!inStrip) {
+    // A new strip from this rectangle on, as many of its heights (its widths, for a rectangle the
+    // page's height) long as the strip's pixels allow, up to the page's edge.
+    const std::int64_t pageWidth = width_, pageHeight = height_;
+    Strip strip{x, y, w, h};
+    const bool across = h == pageHeight && w < pageWidth;
+    const std::int64_t side = across ? h : w, step = across ? w : h;
+    const std::int64_t steps = std::max<std::int64_t>(1, static_cast<std::int64_t>(kStripBytes / 4) / (side * step));
+    if (across)
+      strip.W = static_cast<std::int32_t>(std::min(steps * step, pageWidth - x));
+    else
+      strip.H = static_cast<std::int32_t>(std::min(steps * step, pageHeight - y));
+    if (!RenderStrip(strip, error)) return false;
+  }
 
   for (std::int32_t row = 0; row < h; ++row) {
-    const std::uint32_t* in = pixels_.data() + static_cast<std::size_t>(row) * static_cast<std::size_t>(w);
+    const std::uint32_t* in = pixels_.data() + static_cast<std::size_t>(y - strip_.Y + row) * strip_.W + (x - strip_.X);
     std::uint8_t* out = dst + stride * static_cast<std::size_t>(row);
     for (std::int32_t col = 0; col < w; ++col, out += 3) {
       const std::uint32_t argb = in[col];

@@ -1,6 +1,8 @@
-// One PDF page rendered with poppler (cairo) a rectangle at a time. libvips' PDF loader renders a page
-// in strips thousands of rows high (77 MB for an A4 page at 600 dpi); here only the rectangle a band
-// asks for is rendered, into a buffer of that rectangle's size.
+// One PDF page rendered with poppler (cairo) in strips. Every poppler render walks the whole page, so
+// the page is rendered a strip at a time, each strip several bands high (as many as kStripBytes of
+// pixels hold), and the bands are cut from the strip: a band never costs a render of the page of its
+// own unless it is taller than a strip. A strip runs along the way the bands go: rows down the page
+// for bands across it, columns across it for bands the page's height (landscape).
 #pragma once
 
 #include <cstddef>
@@ -26,8 +28,12 @@ class PdfPage {
   std::int64_t Width() const { return width_; }
   std::int64_t Height() const { return height_; }
 
+  // The pixels of one strip at most (cairo's ARGB, 4 bytes a pixel).
+  static constexpr std::size_t kStripBytes = std::size_t{8} << 20;
+
   // Renders the rectangle (page pixels, inside the page) on white into dst as R, G, B bytes, one row
-  // every stride bytes. False with the reason in *error when cairo cannot make the surface.
+  // every stride bytes: from the strip that holds it, rendering that strip first when it is not the
+  // last one rendered. False with the reason in *error when cairo cannot make the surface.
   bool Render(std::int32_t x, std::int32_t y, std::int32_t w, std::int32_t h, std::uint8_t* dst, std::size_t stride,
               std::string* error);
   // Renders the rectangle (x, y, w, h) of a surface on which the page lies with its top-left corner at
@@ -42,7 +48,12 @@ class PdfPage {
   double scale_ = 1.0;
   std::int64_t width_ = 0;
   std::int64_t height_ = 0;
-  std::vector<std::uint32_t> pixels_;  // cairo ARGB32, one rectangle
+  // The strip last rendered, page pixels, and its pixels (cairo ARGB32, rows strip_.W pixels long).
+  struct Strip {
+    std::int32_t X = 0, Y = 0, W = 0, H = 0;
+  } strip_;
+  std::vector<std::uint32_t> pixels_;
+  bool RenderStrip(const Strip& strip, std::string* error);
 };
 
 }  // namespace inkweave::cli
