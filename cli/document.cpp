@@ -131,15 +131,22 @@ std::optional<std::vector<InputPage>> ListPages(const std::vector<std::string>& 
     if (!known) return fail("not a format inkweave can read (PDF, PNG, JPEG, TIFF, WebP, SVG, PNM, GIF)");
 
     int count = 1;
+    if (loader == "pdfload") {
+      // Counted by poppler: libvips reports a document of 10,000 pages or more as one page.
+      std::string why;
+      count = PdfPage::CountPages(file, &why);
+      if (count < 0) return fail("cannot read it: " + why);
+      if (count < 1) return fail("the PDF has no pages");
+      for (int i = 0; i < count; ++i) pages.push_back({file, loader, i, count});
+      continue;
+    }
     try {
       QuietStderr quiet;
       vips::VImage header = vips::VImage::new_from_file(file.c_str());
       if (header.width() < 1 || header.height() < 1) return fail("the image is empty");
       if (IsMultiPage(loader)) count = vips_image_get_n_pages(header.get_image());
     } catch (const vips::VError&) {
-      const std::string why = TakeVipsError();
-      if (loader == "pdfload" && why.find("out of range") != std::string::npos) return fail("the PDF has no pages");
-      return fail("cannot read it: " + why);
+      return fail("cannot read it: " + TakeVipsError());
     }
     if (count < 1) return fail("the document has no pages");
     for (int i = 0; i < count; ++i) pages.push_back({file, loader, i, count});
@@ -163,6 +170,7 @@ PageImage::PageImage(std::unique_ptr<State> state) : state_(std::move(state)) {}
 PageImage::~PageImage() = default;
 
 std::unique_ptr<PageImage> PageImage::Open(const InputPage& page, const Request& request, std::string* error) {
+  if (page.Loader == "pdfload") return OpenPdf(page, request, error);
   auto state = std::make_unique<State>();
   Placement placement;
   try {
@@ -175,19 +183,8 @@ std::unique_ptr<PageImage> PageImage::Open(const InputPage& page, const Request&
                           request.Fit);
 
     vips::VImage image;
-    if (page.Loader == "pdfload") {
-      std::string why;
-      state->Pdf = PdfPage::Open(page.File, page.Page, placement.Factor * dotsPerPixel, &why);
-      if (!state->Pdf) {
-        if (error) *error = page.File + ": cannot read it: " + why;
-        return nullptr;
-      }
-      state->Left = placement.Left;
-      state->Top = placement.Top;
-      state->Width = request.Width;
-      state->Height = request.Height;
-    } else if (IsDocument(page.Loader)) {
-      // Documents are rendered at the final scale (a PDF point is 1/72 in at scale 1).
+    if (IsDocument(page.Loader)) {
+      // Documents are rendered at the final scale (an SVG pixel is 1/72 in at scale 1).
       const double scale = placement.Factor * dotsPerPixel;
       image = vips::VImage::new_from_file(page.File.c_str(), LoadOptions(page, false)->set("scale", scale));
       image = ToPaperRgb(image);
@@ -197,18 +194,44 @@ std::unique_ptr<PageImage> PageImage::Open(const InputPage& page, const Request&
       const double v = static_cast<double>(placement.Height) / image.height();
       if (h != 1.0 || v != 1.0) image = image.resize(h, vips::VImage::option()->set("vscale", v));
     }
-    if (!state->Pdf) {
-      image = image.embed(static_cast<int>(placement.Left), static_cast<int>(placement.Top),
-                          static_cast<int>(request.Width), static_cast<int>(request.Height),
-                          vips::VImage::option()->set("extend", VIPS_EXTEND_WHITE));
-      state->Image = image;
-      state->Region = vips_region_new(state->Image.get_image());
-      if (!state->Region) throw vips::VError(TakeVipsError());
-    }
+    image =
+        image.embed(static_cast<int>(placement.Left), static_cast<int>(placement.Top), static_cast<int>(request.Width),
+                    static_cast<int>(request.Height), vips::VImage::option()->set("extend", VIPS_EXTEND_WHITE));
+    state->Image = image;
+    state->Region = vips_region_new(state->Image.get_image());
+    if (!state->Region) throw vips::VError(TakeVipsError());
   } catch (const vips::VError&) {
     if (error) *error = page.File + ": cannot read it: " + TakeVipsError();
     return nullptr;
   }
+  std::unique_ptr<PageImage> result(new PageImage(std::move(state)));
+  result->placement_ = placement;
+  return result;
+}
+
+std::unique_ptr<PageImage> PageImage::OpenPdf(const InputPage& page, const Request& request, std::string* error) {
+  // The page's natural size is its size in points, rounded to whole points as libvips' loader sized
+  // it, at 72 points to the inch (in the same steps as for any input: dots per mm over pixels per mm).
+  std::string why;
+  auto pdf = PdfPage::Open(page.File, page.Page, 1.0, &why);
+  if (!pdf) {
+    if (error) *error = page.File + ": cannot read it: " + why;
+    return nullptr;
+  }
+  const double dotsPerPixel = request.Dpi / 25.4 / (72.0 / 25.4);
+  const Placement placement =
+      PlacePage(static_cast<double>(pdf->Width()) * dotsPerPixel, static_cast<double>(pdf->Height()) * dotsPerPixel,
+                request.Width, request.Height, request.Fit);
+  if (!pdf->SetScale(placement.Factor * dotsPerPixel, &why)) {
+    if (error) *error = page.File + ": cannot read it: " + why;
+    return nullptr;
+  }
+  auto state = std::make_unique<State>();
+  state->Pdf = std::move(pdf);
+  state->Left = placement.Left;
+  state->Top = placement.Top;
+  state->Width = request.Width;
+  state->Height = request.Height;
   std::unique_ptr<PageImage> result(new PageImage(std::move(state)));
   result->placement_ = placement;
   return result;

@@ -61,6 +61,7 @@ class PageImage {
 
  private:
   struct State;
+  static std::unique_ptr<PageImage> OpenPdf(const InputPage& page, const Request& request, std::string* error);
   bool RenderPdf(std::int32_t x, std::int32_t y, std::int32_t w, std::int32_t h, std::uint8_t* dst, std::size_t stride);
   explicit PageImage(std::unique_ptr<State> state);
   std::unique_ptr<State> state_;

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 
 namespace inkweave::cli {
@@ -55,7 +56,6 @@ std::unique_ptr<PdfPage> PdfPage::Open(const std::string& file, int index, doubl
     if (error) *error = why;
     return nullptr;
   };
-  if (!(scale > 0) || !std::isfinite(scale)) return fail("the page scale is out of range");
   std::unique_ptr<PdfPage> page(new PdfPage);
   page->handles_ = std::make_unique<Handles>();
   std::string why;
@@ -65,13 +65,26 @@ std::unique_ptr<PdfPage> PdfPage::Open(const std::string& file, int index, doubl
   if (index < 0 || index >= pages) return fail("the PDF has no page " + std::to_string(index + 1));
   page->handles_->Page = poppler_document_get_page(page->handles_->Document, index);
   if (!page->handles_->Page) return fail("cannot read page " + std::to_string(index + 1));
-  double width = 0, height = 0;
-  poppler_page_get_size(page->handles_->Page, &width, &height);
-  page->scale_ = scale;
-  page->width_ = static_cast<std::int64_t>(std::rint(width * scale));
-  page->height_ = static_cast<std::int64_t>(std::rint(height * scale));
-  if (page->width_ < 1 || page->height_ < 1) return fail("the page is empty");
+  if (!page->SetScale(scale, error)) return nullptr;
   return page;
+}
+
+bool PdfPage::SetScale(double scale, std::string* error) {
+  auto fail = [&](const char* why) {
+    if (error) *error = why;
+    return false;
+  };
+  if (!(scale > 0) || !std::isfinite(scale)) return fail("the page scale is out of range");
+  double width = 0, height = 0;
+  poppler_page_get_size(handles_->Page, &width, &height);
+  const double w = std::rint(width * scale), h = std::rint(height * scale);
+  if (!(w >= 1) || !(h >= 1)) return fail("the page is empty");
+  if (w > INT32_MAX || h > INT32_MAX) return fail("the page is too large");
+  scale_ = scale;
+  width_ = static_cast<std::int64_t>(w);
+  height_ = static_cast<std::int64_t>(h);
+  strip_ = {};
+  return true;
 }
 
 bool PdfPage::RenderStrip(const Strip& strip, std::string* error) {

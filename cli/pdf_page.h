@@ -24,6 +24,10 @@ class PdfPage {
   PdfPage(const PdfPage&) = delete;
   PdfPage& operator=(const PdfPage&) = delete;
 
+  // Another scale for the page (its size in pixels follows). False with the reason in *error when the
+  // page would be empty or too large at that scale.
+  bool SetScale(double scale, std::string* error);
+
   // The page in pixels: its size in points times the scale, rounded to nearest (as libvips sizes it).
   std::int64_t Width() const { return width_; }
   std::int64_t Height() const { return height_; }

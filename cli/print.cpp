@@ -14,6 +14,7 @@
 
 #include "cli/commands.h"
 #include "cli/document.h"
+#include "cli/library_messages.h"
 #include "cli/output_file.h"
 #include "cli/plugin.h"
 #include "host/band_queue.h"
@@ -39,12 +40,12 @@ class Progress {
   explicit Progress(bool show) : show_(show), start_(std::chrono::steady_clock::now()) {}
   void Band(int page, int pages, int band, int bands) {
     if (!show_) return;
-    std::fprintf(stderr, "\rpage %d of %d: band %d/%d, %.1f s ", page, pages, band, bands, Elapsed());
-    if (band == bands) std::fputc('\n', stderr);
-    std::fflush(stderr);
+    std::fprintf(Messages(), "\rpage %d of %d: band %d/%d, %.1f s ", page, pages, band, bands, Elapsed());
+    if (band == bands) std::fputc('\n', Messages());
+    std::fflush(Messages());
   }
   void Abandon() {
-    if (show_) std::fputc('\n', stderr);
+    if (show_) std::fputc('\n', Messages());
   }
   double Elapsed() const { return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count(); }
 
@@ -66,7 +67,7 @@ void InstallInterruptHandlers() {
   sigaction(SIGHUP, &action, nullptr);
 }
 
-void ReportError(const std::string& message) { std::fprintf(stderr, "inkweave: %s\n", message.c_str()); }
+void ReportError(const std::string& message) { std::fprintf(Messages(), "inkweave: %s\n", message.c_str()); }
 
 namespace {
 
@@ -83,6 +84,7 @@ struct PrintJob {
   std::unique_ptr<OutputFile> Out;
   std::optional<host::HostSession> Session;  // after Library and Out: it goes first
   Progress Meter;
+  bool Terminal = false;  // standard error is a terminal
 };
 
 // The device set-up and the surface of the pages, from the options alone: nothing is opened for a
@@ -171,13 +173,14 @@ int OpenDevice(PrintJob& job) {
 
 // The input side of the job, on its own thread: every page opened and rendered band by band, in the
 // order the plug-in takes them. A page that cannot be opened or rendered stops the job there.
-void RenderPages(const PrintJob& job, host::BandQueue& queue) {
+void RenderPages(const PrintJob& job, host::BandQueue& queue, LibraryMessages& library) {
   const std::vector<host::BandRect> bands =
       host::BandsOf(static_cast<std::int32_t>(job.Request.Width), static_cast<std::int32_t>(job.Request.Height),
                     job.Options.BandHeight, job.Setup.Landscape);
   for (const InputPage& input : job.Pages) {
     std::string error;
     auto image = PageImage::Open(input, job.Request, &error);
+    library.Collect(input.File);
     if (!image) return queue.Fail(error);
     for (const host::BandRect& band : bands) {
       const bool queued = queue.Put(band, 3, [&](std::uint8_t* dst, std::size_t stride, std::string* why) {
@@ -185,8 +188,9 @@ void RenderPages(const PrintJob& job, host::BandQueue& queue) {
         *why = input.File + ": " + image->Error();
         return false;
       });
-      if (!queued) return;
+      if (!queued) return library.Collect(input.File);
     }
+    library.Collect(input.File);
   }
 }
 
@@ -236,8 +240,8 @@ int Finish(PrintJob& job, bool printed) {
     ReportError(error);
     return kExitFailure;
   }
-  if (!job.Options.Quiet && isatty(STDERR_FILENO))
-    std::fprintf(stderr, "%s: %zu %s, %llu bytes, %.1f s\n", job.Options.Output.c_str(), job.Pages.size(),
+  if (!job.Options.Quiet && job.Terminal)
+    std::fprintf(Messages(), "%s: %zu %s, %llu bytes, %.1f s\n", job.Options.Output.c_str(), job.Pages.size(),
                  job.Pages.size() == 1 ? "page" : "pages", static_cast<unsigned long long>(job.Out->Bytes()),
                  job.Meter.Elapsed());
   return kExitOk;
@@ -251,15 +255,22 @@ int RunPrint(const PrintOptions& options) {
     if (const int code = step(job); code != kExitOk) return code;
 
   InstallInterruptHandlers();
-  job.Meter = Progress(!options.Quiet && isatty(STDERR_FILENO));
+  job.Terminal = isatty(STDERR_FILENO);
+  job.Meter = Progress(!options.Quiet && job.Terminal);
+  LibraryMessages library;
   bool printed = true;
   {
     // Two bands: one the input side fills while the plug-in's side copies the other.
     host::BandQueue queue(2);
-    queue.Run([&job, &queue] { RenderPages(job, queue); });
+    queue.Run([&] { RenderPages(job, queue, library); });
     for (std::size_t index = 0; index < job.Pages.size() && printed; ++index) printed = PrintOnePage(job, index, queue);
   }  // the input side stops here
-  return Finish(job, printed);
+  const int code = Finish(job, printed);
+  // What the libraries printed, once per line, after a job that went out; a failed job keeps to its
+  // one line of error.
+  if (code == kExitOk)
+    for (const std::string& line : library.Lines()) std::fprintf(Messages(), "inkweave: warning: %s\n", line.c_str());
+  return code;
 }
 
 }  // namespace inkweave::cli

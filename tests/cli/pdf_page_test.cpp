@@ -1,14 +1,18 @@
-// PDF pages rendered a band at a time with poppler (cli/pdf_page.cpp) against the same page rendered by
+// PDF pages rendered in strips with poppler (cli/pdf_page.cpp) against the same page rendered by
 // libvips' PDF loader, which the command used before: the same size at every scale, the same pixels
-// for text and graphics (also across the loader's 4000-pixel tile edges), images within two levels;
-// and the printer stream of the test page's first page pinned to the one the loader gave.
+// for text and graphics (also across the loader's 4000-pixel tile edges and the strips' edges), images
+// within two levels; the printer stream of the test page's first page pinned to the one the loader
+// gave; and PDFs through the print command: every page of a long document, and what poppler prints
+// by itself shown once, naming the file.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <vips/vips8>
 
 #include "cli/pdf_page.h"
+#include "tests/cli/page_compare.h"
 #include "tests/cli/run.h"
 #include "tests/support/sha256.h"
 
@@ -101,19 +105,33 @@ TEST(PdfPage, ImagesWithinTwoLevelsOfTheLibvipsPage) {
   }
 }
 
-TEST(PdfPage, PiecesOfABandEqualTheBandRenderedWhole) {
+TEST(PdfPage, BandsCutFromStripsEqualThePageRenderedWhole) {
   StartVips();
+  // 150 dpi on A4: a strip holds many bands, so most bands are cut from a strip rendered for an earlier
+  // one; text and rules must not shift by a pixel at a band's or a strip's edge, down the page (rows)
+  // or across it (columns the page's height, as landscape bands ask).
+  const double scale = 2.0833333;
   std::string error;
-  auto page = PdfPage::Open(Example("testpage.pdf"), 0, 4.1666667, &error);
-  ASSERT_TRUE(page) << error;
-  const int width = static_cast<int>(page->Width());
-  const std::vector<std::uint8_t> whole = ThroughPoppler(*page, 0, 1000, width, 64);
-  ASSERT_NE(std::count(whole.begin(), whole.end(), 0xFF), static_cast<std::ptrdiff_t>(whole.size()));
-  // The same rows as two half-height bands: text and rules must not shift by a pixel at the seam.
-  std::vector<std::uint8_t> halves = ThroughPoppler(*page, 0, 1000, width, 32);
-  const std::vector<std::uint8_t> lower = ThroughPoppler(*page, 0, 1032, width, 32);
-  halves.insert(halves.end(), lower.begin(), lower.end());
-  EXPECT_EQ(Compare(whole, halves).Count, 0u);
+  auto whole = PdfPage::Open(Example("testpage.pdf"), 0, scale, &error);
+  ASSERT_TRUE(whole) << error;
+  const int width = static_cast<int>(whole->Width()), height = static_cast<int>(whole->Height());
+  const std::vector<std::uint8_t> reference = ThroughPoppler(*whole, 0, 0, width, height);
+  ASSERT_NE(std::count(reference.begin(), reference.end(), 0xFF), static_cast<std::ptrdiff_t>(reference.size()));
+  for (const auto& [step, columns] : {std::pair{32, false}, std::pair{7, false}, std::pair{100, true}}) {
+    SCOPED_TRACE(std::to_string(step) + (columns ? " columns" : " rows"));
+    auto page = PdfPage::Open(Example("testpage.pdf"), 0, scale, &error);
+    ASSERT_TRUE(page) << error;
+    std::vector<std::uint8_t> banded(reference.size());
+    const std::size_t stride = static_cast<std::size_t>(width) * 3;
+    for (int at = 0; at < (columns ? width : height); at += step) {
+      const int x = columns ? at : 0, y = columns ? 0 : at;
+      const int w = columns ? std::min(step, width - at) : width, h = columns ? height : std::min(step, height - at);
+      ASSERT_TRUE(
+          page->Render(x, y, w, h, banded.data() + stride * y + static_cast<std::size_t>(x) * 3, stride, &error))
+          << error;
+    }
+    EXPECT_EQ(Compare(reference, banded).Count, 0u);
+  }
 }
 
 TEST(PdfPage, NotAPdfOrNoSuchPageIsAnError) {
@@ -142,6 +160,70 @@ TEST(PdfPage, FirstTestPageStreamUnchangedFromTheLibvipsLoader) {
   EXPECT_EQ(stream.size(), 1648959u);
   EXPECT_EQ(inkweave::testing::Sha256Hex(stream.data(), stream.size()),
             "b8305db2bcbe5e4fc49d0b5f05c8bb82c0f4763c3355a701293232e79f223771");
+}
+
+// A PDF of `pages` pages of 200 x 200 points, each with a blue square. With `brokenFont`, the pages
+// also show text in a TrueType font whose embedded program is garbage (poppler prints a warning of its
+// own each time it renders the page).
+std::string MakePdf(int pages, bool brokenFont) {
+  std::vector<std::string> objects = {"<< /Type /Catalog /Pages 2 0 R >>", ""};
+  const std::string content =
+      std::string(brokenFont ? "BT /F1 24 Tf 20 150 Td (Hello) Tj ET " : "") + "0 0 1 rg 10 10 100 100 re f";
+  objects.push_back("<< /Length " + std::to_string(content.size()) + " >>\nstream\n" + content + "\nendstream");
+  const std::string garbage(170, 'g');
+  objects.push_back(
+      "<< /Type /Font /Subtype /TrueType /BaseFont /Junk /FirstChar 32 /LastChar 126 /FontDescriptor 5 0 R >>");
+  objects.push_back(
+      "<< /Type /FontDescriptor /FontName /Junk /Flags 32 /FontBBox [0 0 1000 1000] /ItalicAngle 0 /Ascent 800 "
+      "/Descent -200 /CapHeight 700 /StemV 80 /FontFile2 6 0 R >>");
+  objects.push_back("<< /Length " + std::to_string(garbage.size()) + " >>\nstream\n" + garbage + "\nendstream");
+  std::string kids;
+  for (int i = 0; i < pages; ++i) {
+    kids += std::to_string(objects.size() + 1) + " 0 R ";
+    objects.push_back(
+        "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 200] /Contents 3 0 R /Resources << /Font << /F1 4 0 R >> "
+        ">> >>");
+  }
+  objects[1] = "<< /Type /Pages /Kids [" + kids + "] /Count " + std::to_string(pages) + " >>";
+  std::string pdf = "%PDF-1.4\n";
+  std::vector<std::size_t> offsets;
+  for (std::size_t i = 0; i < objects.size(); ++i) {
+    offsets.push_back(pdf.size());
+    pdf += std::to_string(i + 1) + " 0 obj\n" + objects[i] + "\nendobj\n";
+  }
+  const std::size_t xref = pdf.size();
+  pdf += "xref\n0 " + std::to_string(objects.size() + 1) + "\n0000000000 65535 f \n";
+  for (const std::size_t offset : offsets) {
+    char entry[24];
+    std::snprintf(entry, sizeof entry, "%010zu 00000 n \n", offset);
+    pdf += entry;
+  }
+  pdf += "trailer\n<< /Size " + std::to_string(objects.size() + 1) + " /Root 1 0 R >>\nstartxref\n" +
+         std::to_string(xref) + "\n%%EOF\n";
+  return pdf;
+}
+
+TEST(PrintPdf, EveryPageOfALongDocumentCounts) {
+  ScratchDir dir;
+  WriteFile(dir / "long.pdf", MakePdf(10000, false));
+  const RunResult run =
+      RunInkweave({"print", dir / "long.pdf", "--quality", "150", "--pages", "3,10000", "-q", "-o", dir / "long.prn"});
+  ASSERT_EQ(run.Exit, 0) << run.Err;
+  EXPECT_EQ(DecodeStream(dir / "long.prn").size(), 2u);
+  const RunResult past = RunInkweave({"print", dir / "long.pdf", "--pages", "10001", "-o", dir / "past.prn"});
+  EXPECT_EQ(past.Exit, 2);
+  EXPECT_EQ(past.Err, "inkweave: --pages: page 10001 asked for, but the job has only 10000 pages\n");
+}
+
+TEST(PrintPdf, WhatPopplerPrintsIsShownOnceNamingTheFile) {
+  ScratchDir dir;
+  WriteFile(dir / "font.pdf", MakePdf(2, true));
+  const RunResult run = RunInkweave({"print", dir / "font.pdf", "--quality", "300", "-o", dir / "font.prn"});
+  ASSERT_EQ(run.Exit, 0) << run.Err;
+  EXPECT_EQ(DecodeStream(dir / "font.prn").size(), 2u);
+  // Poppler warns for every strip of both pages; the warning comes once, after the job.
+  EXPECT_EQ(std::count(run.Err.begin(), run.Err.end(), '\n'), 1) << run.Err;
+  EXPECT_EQ(run.Err.rfind("inkweave: warning: " + dir / "font.pdf" + ": ", 0), 0u) << run.Err;
 }
 
 }  // namespace

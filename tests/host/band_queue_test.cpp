@@ -1,0 +1,164 @@
+// The band queue between the input side's thread and the plug-in's: a page handed through it gives
+// the plug-in exactly the bands a direct source gives (the same stream, byte for byte, portrait and
+// landscape, colour and gray, bands that do not divide the page); a failure of the input side arrives
+// after the bands queued before it; stopping releases an input side that waits, and nothing it throws
+// ends the program.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstring>
+#include <stdexcept>
+
+#include "host/band_queue.h"
+#include "host/choices.h"
+#include "host/host.h"
+
+namespace inkweave::host {
+namespace {
+
+// A pattern with edges everywhere, so that a band shifted by a row or a column changes the stream.
+std::uint8_t Pixel(std::int32_t x, std::int32_t y, int channel) {
+  return static_cast<std::uint8_t>((x * 7 + y * 13 + channel * 85) ^ ((x / 5 + y / 3) % 2 ? 0xFF : 0));
+}
+
+bool Draw(const BandRect& band, int bytesPerPixel, std::uint8_t* dst, std::size_t stride) {
+  for (std::int32_t row = 0; row < band.Height; ++row)
+    for (std::int32_t col = 0; col < band.Width; ++col)
+      for (int c = 0; c < bytesPerPixel; ++c)
+        dst[stride * static_cast<std::size_t>(row) + static_cast<std::size_t>(col * bytesPerPixel + c)] =
+            Pixel(band.X + col, band.Y + row, c);
+  return true;
+}
+
+struct Case {
+  std::int32_t Width, Height, BandHeight;
+  bool Landscape;
+  std::uint16_t Bits;
+  std::int16_t Quality;
+};
+
+// The stream of a one-page job; the bands come straight from the pattern or through a queue.
+std::vector<std::uint8_t> Print(const PluginEntry& entry, const Case& c, bool queued) {
+  HostSession session(entry);
+  EXPECT_EQ(session.Load(), S_OK);
+  DeviceSetup setup;
+  setup.Quality = c.Quality;
+  setup.Color = c.Bits == 24;
+  setup.Landscape = c.Landscape;
+  setup.PageWidth = static_cast<std::uint32_t>(c.Landscape ? c.Height : c.Width);
+  setup.PageHeight = static_cast<std::uint32_t>(c.Landscape ? c.Width : c.Height);
+  EXPECT_EQ(session.Enable(setup), S_OK);
+  SelectModes(session, false, false);
+  session.Command(kCallbackJobStart);
+  PageSource source;
+  source.Width = c.Width;
+  source.Height = c.Height;
+  source.BitsPerPixel = c.Bits;
+  const int bytes = c.Bits / 8;
+  BandQueue queue(2);
+  if (queued) {
+    queue.Run([&] {
+      for (const BandRect& band : BandsOf(c.Width, c.Height, c.BandHeight, c.Landscape))
+        if (!queue.Put(band, bytes, [&](std::uint8_t* dst, std::size_t stride, std::string*) {
+              return Draw(band, bytes, dst, stride);
+            }))
+          return;
+    });
+    source.Render = [&](std::int32_t x, std::int32_t y, std::int32_t w, std::int32_t h, std::uint8_t* dst,
+                        std::size_t stride) {
+      return queue.Take({x, y, w, h}, dst, stride);
+    };
+  } else {
+    source.Render = [&](std::int32_t x, std::int32_t y, std::int32_t w, std::int32_t h, std::uint8_t* dst,
+                        std::size_t stride) {
+      return Draw({x, y, w, h}, bytes, dst, stride);
+    };
+  }
+  const PageResult result = PrintPage(session, source, c.BandHeight);
+  EXPECT_EQ(result.Status, S_OK);
+  EXPECT_FALSE(result.Stopped);
+  session.Command(kCallbackJobEnd);
+  EXPECT_EQ(session.Disable(), S_OK);
+  return session.Spool().Stream();
+}
+
+TEST(BandQueue, ThePlugInGetsTheBandsADirectSourceGives) {
+  std::string error;
+  auto library = PluginLibrary::Open(INKWEAVE_PLUGIN_PATH, &error);
+  ASSERT_TRUE(library) << error;
+  const Case cases[] = {
+      {1200, 1000, 256, false, 24, 300},  // a short last band
+      {1200, 1024, 128, false, 24, 600},  // bands that divide the page
+      {700, 900, 1000, false, 8, 300},    // one band taller than the page, gray
+      {1000, 700, 96, true, 24, 300},     // landscape: columns, a narrow last one
+      {999, 333, 64, true, 8, 150},       // landscape, gray, odd sizes
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.Width << "x" << c.Height << " bands of " << c.BandHeight
+                                    << (c.Landscape ? " landscape" : " portrait") << " " << c.Bits << " bits");
+    const std::vector<std::uint8_t> direct = Print(library->Entry(), c, false);
+    ASSERT_GT(direct.size(), 100u);
+    EXPECT_EQ(Print(library->Entry(), c, true), direct);
+  }
+}
+
+TEST(BandQueue, FailuresArriveInBandOrderAndStoppingReleasesTheInputSide) {
+  const std::vector<BandRect> bands = BandsOf(64, 100, 16, false);
+  ASSERT_EQ(bands.size(), 7u);
+  ASSERT_EQ(bands.back(), (BandRect{0, 96, 64, 4}));
+  enum class Ending { kFill, kFail, kThrow, kEnd };
+  struct Stop {
+    std::size_t After;  // bands the input side queues before its ending
+    Ending How;
+    std::string Error;  // what Take then says
+  } stops[] = {
+      {0, Ending::kFill, "page 1: cannot decode"},
+      {3, Ending::kFill, "page 1: cannot decode"},
+      {2, Ending::kFail, "page 2: cannot open it"},
+      {4, Ending::kThrow, "out of memory"},
+      {5, Ending::kEnd, "the input ended before the page did"},
+  };
+  for (const Stop& stop : stops) {
+    SCOPED_TRACE(stop.Error + " after " + std::to_string(stop.After));
+    BandQueue queue(3);
+    queue.Run([&] {
+      for (std::size_t i = 0; i < stop.After; ++i)
+        ASSERT_TRUE(queue.Put(bands[i], 1, [](std::uint8_t*, std::size_t, std::string*) { return true; }));
+      if (stop.How == Ending::kFill) {
+        EXPECT_FALSE(queue.Put(bands[stop.After], 1, [&](std::uint8_t*, std::size_t, std::string* why) {
+          *why = stop.Error;
+          return false;
+        }));
+      }
+      if (stop.How == Ending::kFail) queue.Fail(stop.Error);
+      if (stop.How == Ending::kThrow) throw std::runtime_error(stop.Error);
+    });
+    std::vector<std::uint8_t> band(64 * 16);
+    for (std::size_t i = 0; i < stop.After; ++i) EXPECT_TRUE(queue.Take(bands[i], band.data(), 64)) << queue.Error();
+    EXPECT_FALSE(queue.Take(bands[stop.After], band.data(), 64));
+    EXPECT_EQ(queue.Error(), stop.Error);
+  }
+
+  // The plug-in's side asks for another band than the next one queued, or stops after one band while
+  // the input side waits for a free slot: neither hangs, and the input side hears of it.
+  for (const bool outOfOrder : {true, false}) {
+    std::atomic<int> refused = 0;
+    {
+      BandQueue queue(1);
+      queue.Run([&] {
+        for (const BandRect& b : bands)
+          if (!queue.Put(b, 1, [](std::uint8_t*, std::size_t, std::string*) { return true; })) ++refused;
+      });
+      std::vector<std::uint8_t> band(64 * 16);
+      EXPECT_EQ(queue.Take(bands[outOfOrder ? 1 : 0], band.data(), 64), !outOfOrder);
+      if (outOfOrder) {
+        EXPECT_EQ(queue.Error(), "the input side rendered the bands out of order");
+      }
+      queue.Stop();
+    }
+    EXPECT_GE(refused.load(), 1);
+  }
+}
+
+}  // namespace
+}  // namespace inkweave::host
