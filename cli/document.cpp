@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <vips/vips8>
@@ -51,6 +52,15 @@ class QuietStderr {
   int saved_ = -1;
 };
 
+bool StartsWithPdfHeader(const std::string& file) {
+  char head[4] = {};
+  const int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return false;
+  const bool pdf = read(fd, head, sizeof head) == sizeof head && std::memcmp(head, "%PDF", sizeof head) == 0;
+  close(fd);
+  return pdf;
+}
+
 vips::VOption* LoadOptions(const InputPage& page, bool sequential) {
   vips::VOption* options = vips::VImage::option();
   if (IsMultiPage(page.Loader)) options->set("page", page.Page);
@@ -83,18 +93,32 @@ vips::VImage ToPaperRgb(vips::VImage image) {
 
 }  // namespace
 
+namespace {
+std::string gProgram = "inkweave";  // argv[0], for libvips
+std::atomic<bool> gVipsStarted = false;
+}  // namespace
+
 VipsRuntime::VipsRuntime(const char* argv0) {
-  ok_ = VIPS_INIT(argv0) == 0;
-  if (!ok_) return;
-  vips_concurrency_set(1);  // regions are computed on the calling thread anyway
-  vips_cache_set_max(0);    // nothing is computed twice, so keep nothing
-  // libvips warns on stderr about what then fails; the failure is reported once, in one line.
-  g_log_set_handler(
-      "VIPS", G_LOG_LEVEL_WARNING, [](const gchar*, GLogLevelFlags, const gchar*, gpointer) {}, nullptr);
+  if (argv0) gProgram = argv0;
+  ok_ = true;
 }
 
 VipsRuntime::~VipsRuntime() {
-  if (ok_) vips_shutdown();
+  if (gVipsStarted) vips_shutdown();
+}
+
+bool StartVips() {
+  static const bool started = [] {
+    if (VIPS_INIT(gProgram.c_str()) != 0) return false;
+    vips_concurrency_set(1);  // regions are computed on the calling thread anyway
+    vips_cache_set_max(0);    // nothing is computed twice, so keep nothing
+    // libvips warns on stderr about what then fails; the failure is reported once, in one line.
+    g_log_set_handler(
+        "VIPS", G_LOG_LEVEL_WARNING, [](const gchar*, GLogLevelFlags, const gchar*, gpointer) {}, nullptr);
+    gVipsStarted = true;
+    return true;
+  }();
+  return started;
 }
 
 std::string TakeVipsError() {
@@ -119,13 +143,17 @@ std::optional<std::vector<InputPage>> ListPages(const std::vector<std::string>& 
     if (access(file.c_str(), R_OK) != 0) return fail(std::strerror(errno));
     if (st.st_size == 0) return fail("the file is empty");
 
-    const char* type = vips_foreign_find_load(file.c_str());
-    vips_error_clear();
+    // A PDF goes to poppler without libvips (told as libvips' loader tells it, by its first bytes).
     std::string loader;
-    if (type) {
+    if (StartsWithPdfHeader(file)) {
+      loader = "pdfload";
+    } else if (!StartVips()) {
+      return fail("cannot start libvips: " + TakeVipsError());
+    } else if (const char* type = vips_foreign_find_load(file.c_str())) {
       const char* nick = vips_nickname_find(g_type_from_name(type));
       loader = nick ? nick : "";
     }
+    if (loader != "pdfload") vips_error_clear();
     bool known = false;
     for (const char* l : kLoaders) known = known || loader == l;
     if (!known) return fail("not a format inkweave can read (PDF, PNG, JPEG, TIFF, WebP, SVG, PNM, GIF)");

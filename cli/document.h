@@ -13,7 +13,9 @@
 
 namespace inkweave::cli {
 
-// Starts libvips once for the program (single-threaded, no operation cache) and shuts it down.
+// libvips for the program: started the first time an input or a picture needs it (StartVips;
+// single-threaded, no operation cache), shut down at the end. A job of PDFs never starts it, which
+// saves its start (loading its modules) on every such run.
 class VipsRuntime {
  public:
   explicit VipsRuntime(const char* argv0);
@@ -25,6 +27,7 @@ class VipsRuntime {
  private:
   bool ok_ = false;
 };
+bool StartVips();  // false when libvips cannot start (TakeVipsError says why)
 
 // One page of one input file.
 struct InputPage {

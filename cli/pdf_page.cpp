@@ -163,14 +163,25 @@ bool PdfPage::Render(std::int32_t x, std::int32_t y, std::int32_t w, std::int32_
 
 bool PdfPage::RenderOnSurface(std::int64_t left, std::int64_t top, std::int32_t x, std::int32_t y, std::int32_t w,
                               std::int32_t h, std::uint8_t* dst, std::size_t stride, std::string* error) {
-  for (std::int32_t row = 0; row < h; ++row)
-    std::memset(dst + stride * static_cast<std::size_t>(row), 0xFF, static_cast<std::size_t>(w) * 3);
-  // The part of the rectangle the page covers, in surface pixels.
+  // The part of the rectangle the page covers, in surface pixels; white around it.
   const std::int64_t coverLeft = std::max<std::int64_t>(x, left);
   const std::int64_t coverTop = std::max<std::int64_t>(y, top);
   const std::int64_t coverRight = std::min<std::int64_t>(std::int64_t{x} + w, left + width_);
   const std::int64_t coverBottom = std::min<std::int64_t>(std::int64_t{y} + h, top + height_);
-  if (coverLeft >= coverRight || coverTop >= coverBottom) return true;
+  const bool covered = coverLeft < coverRight && coverTop < coverBottom;
+  const std::size_t rowBytes = static_cast<std::size_t>(w) * 3;
+  for (std::int32_t row = 0; row < h; ++row) {
+    std::uint8_t* line = dst + stride * static_cast<std::size_t>(row);
+    if (!covered || y + row < coverTop || y + row >= coverBottom) {
+      std::memset(line, 0xFF, rowBytes);
+      continue;
+    }
+    const std::size_t before = static_cast<std::size_t>(coverLeft - x) * 3;
+    const std::size_t after = static_cast<std::size_t>(coverRight - x) * 3;
+    std::memset(line, 0xFF, before);
+    std::memset(line + after, 0xFF, rowBytes - after);
+  }
+  if (!covered) return true;
   std::uint8_t* at =
       dst + stride * static_cast<std::size_t>(coverTop - y) + static_cast<std::size_t>(coverLeft - x) * 3;
   return Render(static_cast<std::int32_t>(coverLeft - left), static_cast<std::int32_t>(coverTop - top),

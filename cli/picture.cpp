@@ -11,6 +11,10 @@ bool WritePng(const std::vector<std::uint8_t>& rgb, int width, int height, int d
               std::string* error) {
   void* buffer = nullptr;
   std::size_t size = 0;
+  if (!StartVips()) {
+    *error = path + ": cannot start libvips: " + TakeVipsError();
+    return false;
+  }
   try {
     vips::VImage image = vips::VImage::new_from_memory(const_cast<std::uint8_t*>(rgb.data()), rgb.size(), width, height,
                                                        3, VIPS_FORMAT_UCHAR);

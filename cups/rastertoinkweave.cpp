@@ -346,6 +346,7 @@ bool PrintPage(Job& job, const cups_page_header2_t& header) {
       for (const host::BandRect& band : host::BandsOf(source.Width, source.Height, kBandHeight, plan.Setup.Landscape)) {
         const bool queued =
             queue.Put(band, source.BitsPerPixel / 8, [&](std::uint8_t* dst, std::size_t stride, std::string*) {
+              std::memset(dst, 0xFF, stride * static_cast<std::size_t>(band.Height));  // outside the raster: white
               readFailed = !reader.Fill(band.Y, band.Height, band.Width, dst, stride);
               return !readFailed;
             });

@@ -59,7 +59,7 @@ bool BandQueue::Put(const BandRect& band, int bytesPerPixel, const Fill& fill) {
   const std::size_t rowBytes = static_cast<std::size_t>(band.Width) * static_cast<std::size_t>(bytesPerPixel);
   slot.Band = band;
   slot.BytesPerPixel = bytesPerPixel;
-  slot.Pixels.assign(rowBytes * static_cast<std::size_t>(band.Height), 0xFF);
+  slot.Pixels.resize(rowBytes * static_cast<std::size_t>(band.Height));
   std::string why;
   const bool filled = fill(slot.Pixels.data(), rowBytes, &why);
 

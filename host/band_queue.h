@@ -37,8 +37,8 @@ std::vector<BandRect> BandsOf(std::int32_t width, std::int32_t height, std::int3
 
 class BandQueue {
  public:
-  // Fills the band's pixels into dst (white beforehand), one row every stride bytes. False with the
-  // reason in *error to stop the input side.
+  // Fills every pixel of the band into dst, one row every stride bytes. False with the reason in
+  // *error to stop the input side.
   using Fill = std::function<bool(std::uint8_t* dst, std::size_t stride, std::string* error)>;
 
   // At most `depth` bands (at least 1) are held at a time, the one being filled included.
