@@ -7,13 +7,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <vips/vips8>
 
 #include "cli/pdf_page.h"
 #include "tests/cli/page_compare.h"
 #include "tests/cli/run.h"
+#include "tests/support/make_pdf.h"
 #include "tests/support/sha256.h"
 
 namespace inkweave::cli::testing {
@@ -166,17 +166,16 @@ TEST(PdfPage, FirstTestPageStreamUnchangedFromTheLibvipsLoader) {
 // also show text in a TrueType font whose embedded program is garbage (poppler prints a warning of its
 // own each time it renders the page).
 std::string MakePdf(int pages, bool brokenFont) {
-  std::vector<std::string> objects = {"<< /Type /Catalog /Pages 2 0 R >>", ""};
   const std::string content =
       std::string(brokenFont ? "BT /F1 24 Tf 20 150 Td (Hello) Tj ET " : "") + "0 0 1 rg 10 10 100 100 re f";
-  objects.push_back("<< /Length " + std::to_string(content.size()) + " >>\nstream\n" + content + "\nendstream");
-  const std::string garbage(170, 'g');
-  objects.push_back(
-      "<< /Type /Font /Subtype /TrueType /BaseFont /Junk /FirstChar 32 /LastChar 126 /FontDescriptor 5 0 R >>");
-  objects.push_back(
+  std::vector<std::string> objects = {
+      "<< /Type /Catalog /Pages 2 0 R >>",
+      "",
+      inkweave::testing::PdfStream(content),
+      "<< /Type /Font /Subtype /TrueType /BaseFont /Junk /FirstChar 32 /LastChar 126 /FontDescriptor 5 0 R >>",
       "<< /Type /FontDescriptor /FontName /Junk /Flags 32 /FontBBox [0 0 1000 1000] /ItalicAngle 0 /Ascent 800 "
-      "/Descent -200 /CapHeight 700 /StemV 80 /FontFile2 6 0 R >>");
-  objects.push_back("<< /Length " + std::to_string(garbage.size()) + " >>\nstream\n" + garbage + "\nendstream");
+      "/Descent -200 /CapHeight 700 /StemV 80 /FontFile2 6 0 R >>",
+      inkweave::testing::PdfStream(std::string(170, 'g'))};
   std::string kids;
   for (int i = 0; i < pages; ++i) {
     kids += std::to_string(objects.size() + 1) + " 0 R ";
@@ -185,22 +184,7 @@ std::string MakePdf(int pages, bool brokenFont) {
         ">> >>");
   }
   objects[1] = "<< /Type /Pages /Kids [" + kids + "] /Count " + std::to_string(pages) + " >>";
-  std::string pdf = "%PDF-1.4\n";
-  std::vector<std::size_t> offsets;
-  for (std::size_t i = 0; i < objects.size(); ++i) {
-    offsets.push_back(pdf.size());
-    pdf += std::to_string(i + 1) + " 0 obj\n" + objects[i] + "\nendobj\n";
-  }
-  const std::size_t xref = pdf.size();
-  pdf += "xref\n0 " + std::to_string(objects.size() + 1) + "\n0000000000 65535 f \n";
-  for (const std::size_t offset : offsets) {
-    char entry[24];
-    std::snprintf(entry, sizeof entry, "%010zu 00000 n \n", offset);
-    pdf += entry;
-  }
-  pdf += "trailer\n<< /Size " + std::to_string(objects.size() + 1) + " /Root 1 0 R >>\nstartxref\n" +
-         std::to_string(xref) + "\n%%EOF\n";
-  return pdf;
+  return inkweave::testing::WritePdf(objects);
 }
 
 TEST(PrintPdf, EveryPageOfALongDocumentCounts) {

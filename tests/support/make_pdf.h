@@ -14,22 +14,8 @@ struct PdfRect {
   const char* Fill;            // PDF colour operator, e.g. "0 0 1 rg"
 };
 
-// A PDF with one page per rectangle, each page width x height points.
-inline std::string MakePdf(double width, double height, const std::vector<PdfRect>& rects) {
-  std::vector<std::string> objects = {"<< /Type /Catalog /Pages 2 0 R >>", ""};
-  std::string kids;
-  for (std::size_t i = 0; i < rects.size(); ++i) {
-    const PdfRect& r = rects[i];
-    char content[160];
-    std::snprintf(content, sizeof content, "%s %.2f %.2f %.2f %.2f re f", r.Fill, r.X, r.Y, r.Width, r.Height);
-    char page[160];
-    std::snprintf(page, sizeof page, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 %.0f %.0f] /Contents %zu 0 R >>",
-                  width, height, objects.size() + 2);
-    kids += std::to_string(objects.size() + 1) + " 0 R ";
-    objects.push_back(page);
-    objects.push_back("<< /Length " + std::to_string(std::strlen(content)) + " >>\nstream\n" + content + "\nendstream");
-  }
-  objects[1] = "<< /Type /Pages /Kids [" + kids + "] /Count " + std::to_string(rects.size()) + " >>";
+// A PDF of these objects, numbered from 1 (object 1 the catalog), with its cross-reference table.
+inline std::string WritePdf(const std::vector<std::string>& objects) {
   std::string pdf = "%PDF-1.4\n";
   std::vector<std::size_t> offsets;
   for (std::size_t i = 0; i < objects.size(); ++i) {
@@ -46,6 +32,30 @@ inline std::string MakePdf(double width, double height, const std::vector<PdfRec
   pdf += "trailer\n<< /Size " + std::to_string(objects.size() + 1) + " /Root 1 0 R >>\nstartxref\n" +
          std::to_string(xref) + "\n%%EOF\n";
   return pdf;
+}
+
+// A stream object holding these bytes.
+inline std::string PdfStream(const std::string& bytes) {
+  return "<< /Length " + std::to_string(bytes.size()) + " >>\nstream\n" + bytes + "\nendstream";
+}
+
+// A PDF with one page per rectangle, each page width x height points.
+inline std::string MakePdf(double width, double height, const std::vector<PdfRect>& rects) {
+  std::vector<std::string> objects = {"<< /Type /Catalog /Pages 2 0 R >>", ""};
+  std::string kids;
+  for (std::size_t i = 0; i < rects.size(); ++i) {
+    const PdfRect& r = rects[i];
+    char content[160];
+    std::snprintf(content, sizeof content, "%s %.2f %.2f %.2f %.2f re f", r.Fill, r.X, r.Y, r.Width, r.Height);
+    char page[160];
+    std::snprintf(page, sizeof page, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 %.0f %.0f] /Contents %zu 0 R >>",
+                  width, height, objects.size() + 2);
+    kids += std::to_string(objects.size() + 1) + " 0 R ";
+    objects.push_back(page);
+    objects.push_back(PdfStream(content));
+  }
+  objects[1] = "<< /Type /Pages /Kids [" + kids + "] /Count " + std::to_string(rects.size()) + " >>";
+  return WritePdf(objects);
 }
 
 }  // namespace inkweave::testing
