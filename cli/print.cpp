@@ -180,17 +180,18 @@ void RenderPages(const PrintJob& job, host::BandQueue& queue, LibraryMessages& l
   for (const InputPage& input : job.Pages) {
     std::string error;
     auto image = PageImage::Open(input, job.Request, &error);
-    library.Collect(input.File);
-    if (!image) return queue.Fail(error);
-    for (const host::BandRect& band : bands) {
-      const bool queued = queue.Put(band, 3, [&](std::uint8_t* dst, std::size_t stride, std::string* why) {
-        if (image->Render(band.X, band.Y, band.Width, band.Height, dst, stride)) return true;
+    bool queued = image != nullptr;
+    for (std::size_t band = 0; band < bands.size() && queued; ++band) {
+      const host::BandRect& rect = bands[band];
+      queued = queue.Put(rect, 3, [&](std::uint8_t* dst, std::size_t stride, std::string* why) {
+        if (image->Render(rect.X, rect.Y, rect.Width, rect.Height, dst, stride)) return true;
         *why = input.File + ": " + image->Error();
         return false;
       });
-      if (!queued) return library.Collect(input.File);
     }
     library.Collect(input.File);
+    if (!image) queue.Fail(error);
+    if (!queued) return;
   }
 }
 
