@@ -27,6 +27,7 @@
 #include "src/device/plane_geometry.h"
 #include "src/halftone/diffusion.h"
 #include "src/halftone/halftone.h"
+#include "src/halftone/kernels.h"
 
 namespace inkweave {
 namespace {
@@ -34,7 +35,8 @@ namespace {
 using detail::ConversionCache;
 using detail::InkAmounts;
 
-enum class Quantiser { Mid, High, Top };
+using detail::kRunDots;
+using detail::Quantiser;
 
 // The plane layout of a quantiser: the top pair renders at level 6, the others below it.
 template <Quantiser kQ>
@@ -101,6 +103,7 @@ inline Dot Quantise(int amount, int v, int threshold, int floor) {
 
 struct MultiStripe {
   DeviceState* State;
+  detail::ChainRunFn Chain[2];  // the vector chains left to right and right to left (null: none)
   ConversionCache Cache;
   const std::uint8_t* Source;  // the band's first row
   std::int16_t* Error[4];      // error lines by ink
@@ -121,15 +124,14 @@ struct InkLine {
   unsigned Bits0, Bits1;
 };
 
-// A line is worked through in runs of this many dots: first the amounts and thresholds of every
-// ink (the jitter draws in the fixed ink order), then each ink along the run on its own, its state
-// in registers.
-constexpr int kRunDots = 256;
+// A line is worked through in runs of kRunDots dots: first the amounts and thresholds of every ink
+// (the jitter draws in the fixed ink order), then the inks along the run: all four at once in the
+// lanes of a vector (kernels.h), or two at a time with their state in registers.
 
-// The amounts and thresholds of a run, by ink.
+// The amounts and thresholds of a run, by dot.
 struct RunInputs {
-  int Amount[4][kRunDots];
-  int Threshold[4][kRunDots];
+  std::int32_t Amount[kRunDots][4];
+  std::int32_t Threshold[kRunDots][4];
 };
 
 // Stores the collected bytes of one ink at plane byte `byte` and starts the next byte.
@@ -182,8 +184,8 @@ void DiffuseInkPair(InkLine& lineA, int ia, InkLine& lineB, int ib, const RunInp
   std::uint32_t inked = 0;
   unsigned mask = 0x80u >> (x & 7);  // walks with the dot
   for (int i = 0; i < n; ++i, x += kStep) {
-    DiffuseDot<kQ, kStep>(a, ia, run.Amount[ia][i], run.Threshold[ia][i], x, mask, inked);
-    DiffuseDot<kQ, kStep>(b, ib, run.Amount[ib][i], run.Threshold[ib][i], x, mask, inked);
+    DiffuseDot<kQ, kStep>(a, ia, run.Amount[i][ia], run.Threshold[i][ia], x, mask, inked);
+    DiffuseDot<kQ, kStep>(b, ib, run.Amount[i][ib], run.Threshold[i][ib], x, mask, inked);
     if (kStep > 0)
       mask = mask == 0x01u ? 0x80u : mask >> 1;
     else
@@ -192,6 +194,23 @@ void DiffuseInkPair(InkLine& lineA, int ia, InkLine& lineB, int ib, const RunInp
   if (inked) result = 1;
   lineA = a;
   lineB = b;
+}
+
+// Diffuses a run with the four inks in the lanes of one vector: the previous row's errors around the
+// run side by side first, this row's errors back into the inks' rows after.
+void DiffuseRunInLanes(detail::ChainRunFn chain, const InkLine (&inks)[4], const RunInputs& run, int x, int step, int n,
+                       std::uint8_t* planes0, std::uint8_t* planes1, int planeBytes, detail::ChainState& state) {
+  std::int16_t previous[kRunDots + 4][4];
+  std::int16_t current[kRunDots][4];
+  for (int j = 0; j < n + 4; ++j) {
+    const int cell = 2 * (x + (j - 2) * step + 2);
+    for (int ink = 0; ink < 4; ++ink) previous[j][ink] = inks[ink].Previous[cell];
+  }
+  chain({run.Amount, run.Threshold, previous, current, x, n, {planes0, planes1}, planeBytes}, state);
+  for (int i = 0; i < n; ++i) {
+    const int cell = 2 * (x + i * step + 2);
+    for (int ink = 0; ink < 4; ++ink) inks[ink].Current[cell] = current[i][ink];
+  }
 }
 
 // Output line `line` in the direction kStep over dots first..first + count - 1.
@@ -229,6 +248,8 @@ void DiffuseMultiLine(MultiStripe& s, int line, const std::uint8_t* mapRow, deta
   }
 
   RunInputs run;
+  const detail::ChainRunFn chain = s.Chain[kStep > 0 ? 0 : 1];
+  detail::ChainState chainState{};
   for (int done = 0; done < count; done += kRunDots) {
     const int n = count - done < kRunDots ? count - done : kRunDots;
     const int runStart = begin + kStep * done;
@@ -248,18 +269,36 @@ void DiffuseMultiLine(MultiStripe& s, int line, const std::uint8_t* mapRow, deta
           threshold = (ThresholdJitterWide[s.JitterIndex] >> 4) + 200;
           s.JitterIndex = (s.JitterIndex + 1) & 1023u;
         }
-        run.Amount[ink][i] = amount;
-        run.Threshold[ink][i] = threshold;
+        run.Amount[i][ink] = amount;
+        run.Threshold[i][ink] = threshold;
       }
     }
 
-    // The inks along the run, two at a time.
-    DiffuseInkPair<kQ, kStep>(inks[0], 0, inks[1], 1, run, runStart, n, s.Result);
-    DiffuseInkPair<kQ, kStep>(inks[2], 2, inks[3], 3, run, runStart, n, s.Result);
+    if (chain != nullptr) {
+      DiffuseRunInLanes(chain, inks, run, runStart, kStep, n, planes0, planes1, L::kPlaneBytes, chainState);
+    } else {
+      // The inks along the run, two at a time.
+      DiffuseInkPair<kQ, kStep>(inks[0], 0, inks[1], 1, run, runStart, n, s.Result);
+      DiffuseInkPair<kQ, kStep>(inks[2], 2, inks[3], 3, run, runStart, n, s.Result);
+    }
   }
 
   // The partial byte at the far end of the line (left to right: its last byte; right to left: the
   // byte of the first dot when the line does not start on a byte boundary).
+  if (chain != nullptr) {
+    const int last = first + count - 1;
+    const bool partial = count > 0 && (kStep > 0 ? (last & 7) != 7 : (first & 7) != 0);
+    for (int ink = 0; ink < 4 && partial; ++ink) {
+      // The vector chain's bits end at bit 0 (left to right) or bit 7 (right to left).
+      InkLine& state = inks[ink];
+      const unsigned b0 = chainState.Bits[ink], b1 = chainState.Bits[4 + ink];
+      state.Bits0 = kStep > 0 ? b0 << (7 - (last & 7)) : b0 >> (first & 7);
+      state.Bits1 = kStep > 0 ? b1 << (7 - (last & 7)) : b1 >> (first & 7);
+      StoreInkByte<kQ>(state, (kStep > 0 ? last : first) >> 3, s.Result);
+    }
+    if (chainState.Inked) s.Result = 1;
+    return;
+  }
   for (InkLine& ink : inks) {
     if (kStep > 0 && count > 0 && ((first + count) & 7) != 0) StoreInkByte<kQ>(ink, (first + count - 1) >> 3, s.Result);
     if (kStep < 0 && count > 0 && (first & 7) != 0) StoreInkByte<kQ>(ink, first >> 3, s.Result);
@@ -288,6 +327,9 @@ std::uint32_t DiffuseMulti(DeviceState& state, int firstLine, int height, const 
 
   MultiStripe s;
   s.State = &state;
+  const InstructionSet set = ActiveInstructionSet();
+  s.Chain[0] = detail::ChainRunFor(set, kQ, +1);
+  s.Chain[1] = detail::ChainRunFor(set, kQ, -1);
   s.Cache = detail::StartConversion(state);
   s.Source = band.Bits;
   for (int ink = 0; ink < 4; ++ink) s.Error[ink] = state.LineBuffers[ink];

@@ -1,0 +1,179 @@
+// The multi-level diffusion chain with the four inks in the 16-bit lanes of one vector. Per dot:
+//   gathered error  g = F + 2 C2 + 4 C1 (16 bits), F the previous row's 4-2-1 window;
+//   quotient        q = g / 16 toward zero, as |g| >> 4 with g's sign;
+//   decisions       compare masks of q against each threshold (in the q domain: q > t + 4 - a ...);
+//   error           the candidates q + offset are selected by the masks, innermost threshold first.
+// The amounts 0 and 255 are the same two candidates around the floor f (q > f: -32, else +32; the
+// amount 0 is clamped to at most 0), so every lane takes its kind's thresholds and candidates from
+// blends, and no lane branches. Bits are collected by shifting the decision masks into 16-bit lanes.
+//
+// The 16-bit lanes are exact while amounts, thresholds and floors stay within +-1024 (so no
+// candidate or threshold leaves 16 bits); VectorChainInRange checks the tables once, and the renderer
+// keeps its own loop otherwise.
+#include <cstring>
+
+#include "src/data/tables.h"
+#include "src/halftone/kernels.h"
+
+#if INKWEAVE_X86_KERNELS
+#include <immintrin.h>
+#endif
+
+namespace inkweave::detail {
+namespace {
+
+#if INKWEAVE_X86_KERNELS
+
+bool VectorChainInRange() {
+  constexpr int kLimit = 1024;
+  for (const auto& table : InkSplitTable)
+    for (const auto& row : table)
+      for (const std::int16_t v : row)
+        if (v < -kLimit || v > kLimit) return false;
+  for (const std::int32_t v : ThresholdJitterWide)
+    if ((v >> 4) + 200 < -kLimit || (v >> 4) + 200 > kLimit) return false;
+  for (const std::int16_t v : DiffusionSeedErrors)
+    if (v < -kLimit || v > kLimit) return false;
+  return true;
+}
+
+template <Quantiser kQ, int kStep>
+[[gnu::always_inline]] INKWEAVE_TARGET_SSE41 inline void ChainRunBody(const ChainRun& run, ChainState& state) {
+  const __m128i zero = _mm_setzero_si128();
+  const __m128i big = _mm_set1_epi16(0x7FFF);
+  const __m128i c255 = _mm_set1_epi16(255);
+  const __m128i bitIn = _mm_set1_epi16(kStep > 0 ? 1 : 0x80);
+
+  __m128i c1 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(state.C1));
+  __m128i c2 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(state.C2));
+  __m128i bits = _mm_loadu_si128(reinterpret_cast<const __m128i*>(state.Bits));
+  std::uint64_t inked = 0;
+
+  // The previous row's window around the dot: x - 2 step .. x + step; each dot reads x + 2 step.
+  __m128i behind2 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(run.Previous[0]));
+  __m128i behind1 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(run.Previous[1]));
+  __m128i here = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(run.Previous[2]));
+  __m128i ahead1 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(run.Previous[3]));
+
+  int x = run.X;
+  for (int i = 0; i < run.Count; ++i, x += kStep) {
+    const __m128i ahead2 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(run.Previous[i + 4]));
+    const __m128i window =
+        _mm_add_epi16(_mm_add_epi16(_mm_slli_epi16(here, 2), _mm_slli_epi16(_mm_add_epi16(behind1, ahead1), 1)),
+                      _mm_add_epi16(behind2, ahead2));
+    behind2 = behind1, behind1 = here, here = ahead1, ahead1 = ahead2;
+    const __m128i known = _mm_add_epi16(window, _mm_add_epi16(c2, c2));
+
+    // The amounts and thresholds (in lanes 0..3), the column's floors.
+    const __m128i both = _mm_packs_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(run.Amount[i])),
+                                         _mm_loadu_si128(reinterpret_cast<const __m128i*>(run.Threshold[i])));
+    const __m128i a = both;
+    const __m128i ta = _mm_sub_epi16(_mm_unpackhi_epi64(both, both), a);
+    const __m128i floor = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(&DiffusionSeedErrors[(4 * x) & 255]));
+    const __m128i none = _mm_cmpeq_epi16(a, zero);
+
+    // The chain: gathered error and quotient.
+    const __m128i g = _mm_add_epi16(known, _mm_slli_epi16(c1, 2));
+    const __m128i q = _mm_sign_epi16(_mm_srli_epi16(_mm_abs_epi16(g), 4), g);
+
+    __m128i r, first, second = zero;
+    if constexpr (kQ == Quantiser::Top) {
+      // Amount 0: q > f: q - 16, else min(q + 16, 0). Others: q + a >= t + 5: a dot, q + a - 350.
+      const __m128i k1 = _mm_blendv_epi8(_mm_add_epi16(ta, _mm_set1_epi16(4)), floor, none);
+      const __m128i x0 =
+          _mm_min_epi16(_mm_add_epi16(q, _mm_blendv_epi8(a, _mm_set1_epi16(16), none)), _mm_andnot_si128(none, big));
+      const __m128i x1 =
+          _mm_add_epi16(q, _mm_blendv_epi8(_mm_sub_epi16(a, _mm_set1_epi16(350)), _mm_set1_epi16(-16), none));
+      const __m128i m1 = _mm_cmpgt_epi16(q, k1);
+      r = _mm_blendv_epi8(x0, x1, m1);
+      first = _mm_andnot_si128(none, m1);
+    } else {
+      // Amounts 0 and 255: q > f: -32, else +32 (amount 0: at most 0). Between: the thresholds
+      // t + 5, then t + 208 and t + 255 (three sizes) or t + 200 (two sizes).
+      constexpr bool kMid = kQ == Quantiser::Mid;
+      const __m128i full = _mm_cmpeq_epi16(a, c255);
+      const __m128i edge = _mm_or_si128(none, full);
+      const __m128i k1 = _mm_blendv_epi8(_mm_add_epi16(ta, _mm_set1_epi16(4)), floor, edge);
+      const __m128i k2 = _mm_blendv_epi8(_mm_add_epi16(ta, _mm_set1_epi16(kMid ? 207 : 199)), big, edge);
+      const __m128i x0 =
+          _mm_min_epi16(_mm_add_epi16(q, _mm_blendv_epi8(a, _mm_set1_epi16(32), edge)), _mm_andnot_si128(none, big));
+      const __m128i x1 = _mm_add_epi16(
+          q, _mm_blendv_epi8(_mm_sub_epi16(a, _mm_set1_epi16(kMid ? 100 : 212)), _mm_set1_epi16(-32), edge));
+      const __m128i x2 = _mm_add_epi16(q, _mm_sub_epi16(a, _mm_set1_epi16(kMid ? 248 : 255)));
+      const __m128i m1 = _mm_cmpgt_epi16(q, k1);
+      const __m128i m2 = _mm_cmpgt_epi16(q, k2);
+      const __m128i small = _mm_andnot_si128(edge, _mm_andnot_si128(m2, m1));
+      first = _mm_or_si128(m2, full);
+      if constexpr (kMid) {
+        const __m128i k3 = _mm_blendv_epi8(_mm_add_epi16(ta, _mm_set1_epi16(254)), big, edge);
+        const __m128i x3 = _mm_add_epi16(q, _mm_sub_epi16(a, c255));
+        const __m128i m3 = _mm_cmpgt_epi16(q, k3);
+        r = _mm_blendv_epi8(x0, _mm_blendv_epi8(x1, _mm_blendv_epi8(x2, x3, m3), m2), m1);
+        second = _mm_or_si128(_mm_or_si128(small, m3), full);
+      } else {
+        r = _mm_blendv_epi8(x0, _mm_blendv_epi8(x1, x2, m2), m1);
+        second = small;
+      }
+    }
+
+    // Store the error, move the chain on, collect the bits; a byte is stored when the line leaves it.
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(run.Current[i]), r);
+    c2 = c1;
+    c1 = r;
+    const __m128i dots = _mm_and_si128(_mm_unpacklo_epi64(first, second), bitIn);
+    bits = _mm_or_si128(kStep > 0 ? _mm_slli_epi16(bits, 1) : _mm_srli_epi16(bits, 1), dots);
+    if ((x & 7) == (kStep > 0 ? 7 : 0)) {
+      const auto bytes = static_cast<std::uint64_t>(_mm_cvtsi128_si64(_mm_packus_epi16(bits, bits)));
+      const int byte = x >> 3;
+      for (int ink = 0; ink < 4; ++ink) {
+        run.Planes[0][ink * run.PlaneBytes + byte] = static_cast<std::uint8_t>(bytes >> (8 * ink));
+        if constexpr (kQ != Quantiser::Top)
+          run.Planes[1][ink * run.PlaneBytes + byte] = static_cast<std::uint8_t>(bytes >> (8 * ink + 32));
+      }
+      inked |= bytes;
+      bits = zero;
+    }
+  }
+
+  _mm_storel_epi64(reinterpret_cast<__m128i*>(state.C1), c1);
+  _mm_storel_epi64(reinterpret_cast<__m128i*>(state.C2), c2);
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(state.Bits), bits);
+  if (inked != 0) state.Inked = 1;
+}
+
+template <Quantiser kQ, int kStep>
+INKWEAVE_TARGET_SSE41 void ChainRunSse41(const ChainRun& run, ChainState& state) {
+  ChainRunBody<kQ, kStep>(run, state);
+}
+
+// The same code in the AVX encoding (three-operand instructions, no register copies).
+template <Quantiser kQ, int kStep>
+INKWEAVE_TARGET_AVX2 void ChainRunAvx2(const ChainRun& run, ChainState& state) {
+  ChainRunBody<kQ, kStep>(run, state);
+}
+
+template <Quantiser kQ>
+ChainRunFn Pick(InstructionSet set, int step) {
+  if (set == InstructionSet::kAvx2) return step > 0 ? &ChainRunAvx2<kQ, 1> : &ChainRunAvx2<kQ, -1>;
+  return step > 0 ? &ChainRunSse41<kQ, 1> : &ChainRunSse41<kQ, -1>;
+}
+
+#endif  // INKWEAVE_X86_KERNELS
+
+}  // namespace
+
+ChainRunFn ChainRunFor(InstructionSet set, Quantiser quantiser, int step) {
+#if INKWEAVE_X86_KERNELS
+  static const bool inRange = VectorChainInRange();
+  if (set == InstructionSet::kPortable || !inRange) return nullptr;
+  switch (quantiser) {
+    case Quantiser::Mid: return Pick<Quantiser::Mid>(set, step);
+    case Quantiser::High: return Pick<Quantiser::High>(set, step);
+    case Quantiser::Top: return Pick<Quantiser::Top>(set, step);
+  }
+#endif
+  static_cast<void>(set), static_cast<void>(quantiser), static_cast<void>(step);
+  return nullptr;
+}
+
+}  // namespace inkweave::detail
