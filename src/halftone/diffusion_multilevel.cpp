@@ -256,20 +256,20 @@ void DiffuseMultiLine(MultiStripe& s, int line, const std::uint8_t* mapRow, deta
 
     // The run's amounts (through the conversion cache) and thresholds: the map's, or on the jitter
     // column a draw for each mid-tone ink, drawn in the fixed ink order.
-    int x = runStart;
-    for (int i = 0; i < n; ++i, x += kStep) {
-      const InkAmounts& amounts =
-          detail::AmountsOf(s.Cache, s.Source + (src.Origin + src.Step * (x / L::kScale)), *s.State);
+    std::uint32_t keys[kRunDots];
+    for (int i = 0, x = runStart; i < n; ++i, x += kStep)
+      keys[i] = PixelKey(s.Source + (src.Origin + src.Step * (x / L::kScale)));
+    detail::AmountsOfStretch(s.Cache, keys, n, run.Amount, *s.State);
+    for (int i = 0, x = runStart; i < n; ++i, x += kStep) {
       const int mapThreshold = mapRow[x & 127];
       const bool jitterHere = (x & 3) == jitterColumn;
       for (const int ink : detail::kInkOrder) {
-        const int amount = amounts.Amount[ink];
+        const int amount = run.Amount[i][ink];
         int threshold = mapThreshold;
         if (jitterHere && amount >= jitterLow && amount <= jitterHigh) {
           threshold = (ThresholdJitterWide[s.JitterIndex] >> 4) + 200;
           s.JitterIndex = (s.JitterIndex + 1) & 1023u;
         }
-        run.Amount[i][ink] = amount;
         run.Threshold[i][ink] = threshold;
       }
     }
