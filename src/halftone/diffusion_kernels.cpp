@@ -55,9 +55,18 @@ template <Quantiser kQ, int kStep>
   __m128i here = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(run.Previous[2]));
   __m128i ahead1 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(run.Previous[3]));
 
+  // The run's arrays in locals: the stores below could otherwise alias the record.
+  const std::int32_t(*amount)[4] = run.Amount;
+  const std::int32_t(*threshold)[4] = run.Threshold;
+  const std::int16_t(*previous)[4] = run.Previous;
+  std::int16_t(*current)[4] = run.Current;
+  std::uint8_t* const planes0 = run.Planes[0];
+  std::uint8_t* const planes1 = run.Planes[1];
+  const int planeBytes = run.PlaneBytes;
+  const int count = run.Count;
   int x = run.X;
-  for (int i = 0; i < run.Count; ++i, x += kStep) {
-    const __m128i ahead2 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(run.Previous[i + 4]));
+  for (int i = 0; i < count; ++i, x += kStep) {
+    const __m128i ahead2 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(previous[i + 4]));
     const __m128i window =
         _mm_add_epi16(_mm_add_epi16(_mm_slli_epi16(here, 2), _mm_slli_epi16(_mm_add_epi16(behind1, ahead1), 1)),
                       _mm_add_epi16(behind2, ahead2));
@@ -65,8 +74,8 @@ template <Quantiser kQ, int kStep>
     const __m128i known = _mm_add_epi16(window, _mm_add_epi16(c2, c2));
 
     // The amounts and thresholds (in lanes 0..3), the column's floors.
-    const __m128i both = _mm_packs_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(run.Amount[i])),
-                                         _mm_loadu_si128(reinterpret_cast<const __m128i*>(run.Threshold[i])));
+    const __m128i both = _mm_packs_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(amount[i])),
+                                         _mm_loadu_si128(reinterpret_cast<const __m128i*>(threshold[i])));
     const __m128i a = both;
     const __m128i ta = _mm_sub_epi16(_mm_unpackhi_epi64(both, both), a);
     const __m128i floor = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(&DiffusionSeedErrors[(4 * x) & 255]));
@@ -117,7 +126,7 @@ template <Quantiser kQ, int kStep>
     }
 
     // Store the error, move the chain on, collect the bits; a byte is stored when the line leaves it.
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(run.Current[i]), r);
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(current[i]), r);
     c2 = c1;
     c1 = r;
     const __m128i dots = _mm_and_si128(_mm_unpacklo_epi64(first, second), bitIn);
@@ -126,9 +135,9 @@ template <Quantiser kQ, int kStep>
       const auto bytes = static_cast<std::uint64_t>(_mm_cvtsi128_si64(_mm_packus_epi16(bits, bits)));
       const int byte = x >> 3;
       for (int ink = 0; ink < 4; ++ink) {
-        run.Planes[0][ink * run.PlaneBytes + byte] = static_cast<std::uint8_t>(bytes >> (8 * ink));
+        planes0[ink * planeBytes + byte] = static_cast<std::uint8_t>(bytes >> (8 * ink));
         if constexpr (kQ != Quantiser::Top)
-          run.Planes[1][ink * run.PlaneBytes + byte] = static_cast<std::uint8_t>(bytes >> (8 * ink + 32));
+          planes1[ink * planeBytes + byte] = static_cast<std::uint8_t>(bytes >> (8 * ink + 32));
       }
       inked |= bytes;
       bits = zero;

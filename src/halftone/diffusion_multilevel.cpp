@@ -262,15 +262,14 @@ void DiffuseMultiLine(MultiStripe& s, int line, const std::uint8_t* mapRow, deta
     detail::AmountsOfStretch(s.Cache, keys, n, run.Amount, *s.State);
     for (int i = 0, x = runStart; i < n; ++i, x += kStep) {
       const int mapThreshold = mapRow[x & 127];
-      const bool jitterHere = (x & 3) == jitterColumn;
+      for (int ink = 0; ink < 4; ++ink) run.Threshold[i][ink] = mapThreshold;
+      if ((x & 3) != jitterColumn) continue;
       for (const int ink : detail::kInkOrder) {
         const int amount = run.Amount[i][ink];
-        int threshold = mapThreshold;
-        if (jitterHere && amount >= jitterLow && amount <= jitterHigh) {
-          threshold = (ThresholdJitterWide[s.JitterIndex] >> 4) + 200;
+        if (amount >= jitterLow && amount <= jitterHigh) {
+          run.Threshold[i][ink] = (ThresholdJitterWide[s.JitterIndex] >> 4) + 200;
           s.JitterIndex = (s.JitterIndex + 1) & 1023u;
         }
-        run.Threshold[i][ink] = threshold;
       }
     }
 
