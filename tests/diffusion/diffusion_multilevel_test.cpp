@@ -12,6 +12,7 @@
 #include "src/halftone/halftone.h"
 #include "tests/diffusion/diffusion_support.h"
 #include "tests/reference/diffusion_reference.h"
+#include "tests/support/instruction_sets.h"
 
 namespace inkweave {
 namespace {
@@ -34,46 +35,49 @@ const Pair kPairs[] = {{MultiKind::Mid, &DiffuseMidPortrait, &DiffuseMidLandscap
                        {MultiKind::High, &DiffuseHighPortrait, &DiffuseHighLandscape, 32 | 4, 16, "high"},
                        {MultiKind::Top, &DiffuseTopPortrait, &DiffuseTopLandscape, 6, 4, "top"}};
 
-TEST(DiffuseMultiLevel, MatchesTheReferenceOnRandomBandsInBothOrientations) {
-  std::mt19937 rng(77);
-  for (const Pair& pair : kPairs) {
-    for (const bool landscape : {false, true}) {
-      for (const int across : {1, 6, 8, 13, 100, 257}) {
-        for (const bool colour : {false, true}) {
-          const std::int16_t media = static_cast<std::int16_t>(rng() % 6);
-          auto fast = MakeDiffusionDevice(300, 600, pair.PrintMode, colour ? 2 : 1, media);
-          auto slow = MakeDiffusionDevice(300, 600, pair.PrintMode, colour ? 2 : 1, media);
-          SeedDiffusionLines(fast->State, 4, across * (pair.Kind == MultiKind::Top ? 2 : 1));
-          fast->State.ScanParity = static_cast<std::int16_t>(rng() % 2);
-          fast->State.DiffusionCursor = rng() % 1024;
-          for (auto& b : fast->Planes) {
-            for (auto& byte : b) byte = static_cast<std::uint8_t>(rng());
-          }
-          testing::CopyDiffusionState(*fast, *slow);
-          std::int32_t position = static_cast<std::int32_t>(rng() % 256);
-          for (int bandNo = 0; bandNo < 2; ++bandNo) {
-            const int lines = pair.StripeLines * 3 + 3;
-            auto band = landscape ? MakeBand(lines, across, testing::RandomRuns(rng()))
-                                  : MakeBand(across, lines, testing::RandomRuns(rng()));
-            for (int y = 0; y < lines - 1; y += pair.StripeLines) {
-              const int rows = std::min(pair.StripeLines, lines - y);
-              const auto got =
-                  RenderStripe(landscape ? pair.Landscape : pair.Portrait, *fast, *band, landscape, y, rows, position);
-              const auto want = reference::DiffuseMultiReference(pair.Kind, slow->State, y, across, band->Info, rows, 0,
-                                                                 across, position, landscape);
-              ASSERT_EQ(got, want) << pair.Name;
-              ASSERT_EQ(fast->State.ScanParity, slow->State.ScanParity);
-              for (int j = 0; j < 4; ++j) ASSERT_EQ(fast->Lines[j], slow->Lines[j]) << pair.Name << " error line " << j;
-              for (int b = 0; b < 2; ++b) {
-                ASSERT_EQ(fast->Planes[b], slow->Planes[b]) << pair.Name << " buffer " << b << " across " << across;
-              }
+TEST(DiffuseMultiLevel, MatchesTheReferenceOnRandomBandsInBothOrientationsOnEveryInstructionSet) {
+  testing::ForEachInstructionSet([](InstructionSet) {
+    std::mt19937 rng(77);
+    for (const Pair& pair : kPairs) {
+      for (const bool landscape : {false, true}) {
+        for (const int across : {1, 6, 8, 13, 100, 257}) {
+          for (const bool colour : {false, true}) {
+            const std::int16_t media = static_cast<std::int16_t>(rng() % 6);
+            auto fast = MakeDiffusionDevice(300, 600, pair.PrintMode, colour ? 2 : 1, media);
+            auto slow = MakeDiffusionDevice(300, 600, pair.PrintMode, colour ? 2 : 1, media);
+            SeedDiffusionLines(fast->State, 4, across * (pair.Kind == MultiKind::Top ? 2 : 1));
+            fast->State.ScanParity = static_cast<std::int16_t>(rng() % 2);
+            fast->State.DiffusionCursor = rng() % 1024;
+            for (auto& b : fast->Planes) {
+              for (auto& byte : b) byte = static_cast<std::uint8_t>(rng());
             }
-            position += lines;
+            testing::CopyDiffusionState(*fast, *slow);
+            std::int32_t position = static_cast<std::int32_t>(rng() % 256);
+            for (int bandNo = 0; bandNo < 2; ++bandNo) {
+              const int lines = pair.StripeLines * 3 + 3;
+              auto band = landscape ? MakeBand(lines, across, testing::RandomRuns(rng()))
+                                    : MakeBand(across, lines, testing::RandomRuns(rng()));
+              for (int y = 0; y < lines - 1; y += pair.StripeLines) {
+                const int rows = std::min(pair.StripeLines, lines - y);
+                const auto got = RenderStripe(landscape ? pair.Landscape : pair.Portrait, *fast, *band, landscape, y,
+                                              rows, position);
+                const auto want = reference::DiffuseMultiReference(pair.Kind, slow->State, y, across, band->Info, rows,
+                                                                   0, across, position, landscape);
+                ASSERT_EQ(got, want) << pair.Name;
+                ASSERT_EQ(fast->State.ScanParity, slow->State.ScanParity);
+                for (int j = 0; j < 4; ++j)
+                  ASSERT_EQ(fast->Lines[j], slow->Lines[j]) << pair.Name << " error line " << j;
+                for (int b = 0; b < 2; ++b) {
+                  ASSERT_EQ(fast->Planes[b], slow->Planes[b]) << pair.Name << " buffer " << b << " across " << across;
+                }
+              }
+              position += lines;
+            }
           }
         }
       }
     }
-  }
+  });
 }
 
 // Amount 255 always prints (large dot: both buffers in the mid pair, the first in the high pair) and
