@@ -37,7 +37,7 @@ bool VectorChainInRange() {
   return true;
 }
 
-template <Quantiser kQ, int kStep>
+template <Quantiser kQ, int kStep, bool kBlank>
 [[gnu::always_inline]] INKWEAVE_TARGET_SSE41 inline void ChainRunBody(const ChainRun& run, ChainState& state) {
   const __m128i zero = _mm_setzero_si128();
   const __m128i big = _mm_set1_epi16(0x7FFF);
@@ -73,55 +73,61 @@ template <Quantiser kQ, int kStep>
     behind2 = behind1, behind1 = here, here = ahead1, ahead1 = ahead2;
     const __m128i known = _mm_add_epi16(window, _mm_add_epi16(c2, c2));
 
-    // The amounts and thresholds (in lanes 0..3), the column's floors.
-    const __m128i both = _mm_packs_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(amount[i])),
-                                         _mm_loadu_si128(reinterpret_cast<const __m128i*>(threshold[i])));
-    const __m128i a = both;
-    const __m128i ta = _mm_sub_epi16(_mm_unpackhi_epi64(both, both), a);
     const __m128i floor = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(&DiffusionSeedErrors[(4 * x) & 255]));
-    const __m128i none = _mm_cmpeq_epi16(a, zero);
-
-    // The chain: gathered error and quotient.
     const __m128i g = _mm_add_epi16(known, _mm_slli_epi16(c1, 2));
     const __m128i q = _mm_sign_epi16(_mm_srli_epi16(_mm_abs_epi16(g), 4), g);
 
-    __m128i r, first, second = zero;
-    if constexpr (kQ == Quantiser::Top) {
-      // Amount 0: q > f: q - 16, else min(q + 16, 0). Others: q + a >= t + 5: a dot, q + a - 350.
-      const __m128i k1 = _mm_blendv_epi8(_mm_add_epi16(ta, _mm_set1_epi16(4)), floor, none);
-      const __m128i x0 =
-          _mm_min_epi16(_mm_add_epi16(q, _mm_blendv_epi8(a, _mm_set1_epi16(16), none)), _mm_andnot_si128(none, big));
-      const __m128i x1 =
-          _mm_add_epi16(q, _mm_blendv_epi8(_mm_sub_epi16(a, _mm_set1_epi16(350)), _mm_set1_epi16(-16), none));
-      const __m128i m1 = _mm_cmpgt_epi16(q, k1);
-      r = _mm_blendv_epi8(x0, x1, m1);
-      first = _mm_andnot_si128(none, m1);
+    __m128i r, first = zero, second = zero;
+    if constexpr (kBlank) {
+      // Every amount 0: q > f: q - step, else min(q + step, 0); no dot.
+      const __m128i step = _mm_set1_epi16(kQ == Quantiser::Top ? 16 : 32);
+      r = _mm_blendv_epi8(_mm_min_epi16(_mm_add_epi16(q, step), zero), _mm_sub_epi16(q, step),
+                          _mm_cmpgt_epi16(q, floor));
     } else {
-      // Amounts 0 and 255: q > f: -32, else +32 (amount 0: at most 0). Between: the thresholds
-      // t + 5, then t + 208 and t + 255 (three sizes) or t + 200 (two sizes).
-      constexpr bool kMid = kQ == Quantiser::Mid;
-      const __m128i full = _mm_cmpeq_epi16(a, c255);
-      const __m128i edge = _mm_or_si128(none, full);
-      const __m128i k1 = _mm_blendv_epi8(_mm_add_epi16(ta, _mm_set1_epi16(4)), floor, edge);
-      const __m128i k2 = _mm_blendv_epi8(_mm_add_epi16(ta, _mm_set1_epi16(kMid ? 207 : 199)), big, edge);
-      const __m128i x0 =
-          _mm_min_epi16(_mm_add_epi16(q, _mm_blendv_epi8(a, _mm_set1_epi16(32), edge)), _mm_andnot_si128(none, big));
-      const __m128i x1 = _mm_add_epi16(
-          q, _mm_blendv_epi8(_mm_sub_epi16(a, _mm_set1_epi16(kMid ? 100 : 212)), _mm_set1_epi16(-32), edge));
-      const __m128i x2 = _mm_add_epi16(q, _mm_sub_epi16(a, _mm_set1_epi16(kMid ? 248 : 255)));
-      const __m128i m1 = _mm_cmpgt_epi16(q, k1);
-      const __m128i m2 = _mm_cmpgt_epi16(q, k2);
-      const __m128i small = _mm_andnot_si128(edge, _mm_andnot_si128(m2, m1));
-      first = _mm_or_si128(m2, full);
-      if constexpr (kMid) {
-        const __m128i k3 = _mm_blendv_epi8(_mm_add_epi16(ta, _mm_set1_epi16(254)), big, edge);
-        const __m128i x3 = _mm_add_epi16(q, _mm_sub_epi16(a, c255));
-        const __m128i m3 = _mm_cmpgt_epi16(q, k3);
-        r = _mm_blendv_epi8(x0, _mm_blendv_epi8(x1, _mm_blendv_epi8(x2, x3, m3), m2), m1);
-        second = _mm_or_si128(_mm_or_si128(small, m3), full);
+      // The amounts and thresholds (in lanes 0..3), the column's floors.
+      const __m128i both = _mm_packs_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(amount[i])),
+                                           _mm_loadu_si128(reinterpret_cast<const __m128i*>(threshold[i])));
+      const __m128i a = both;
+      const __m128i ta = _mm_sub_epi16(_mm_unpackhi_epi64(both, both), a);
+      const __m128i none = _mm_cmpeq_epi16(a, zero);
+
+      if constexpr (kQ == Quantiser::Top) {
+        // Amount 0: q > f: q - 16, else min(q + 16, 0). Others: q + a >= t + 5: a dot, q + a - 350.
+        const __m128i k1 = _mm_blendv_epi8(_mm_add_epi16(ta, _mm_set1_epi16(4)), floor, none);
+        const __m128i x0 =
+            _mm_min_epi16(_mm_add_epi16(q, _mm_blendv_epi8(a, _mm_set1_epi16(16), none)), _mm_andnot_si128(none, big));
+        const __m128i x1 =
+            _mm_add_epi16(q, _mm_blendv_epi8(_mm_sub_epi16(a, _mm_set1_epi16(350)), _mm_set1_epi16(-16), none));
+        const __m128i m1 = _mm_cmpgt_epi16(q, k1);
+        r = _mm_blendv_epi8(x0, x1, m1);
+        first = _mm_andnot_si128(none, m1);
       } else {
-        r = _mm_blendv_epi8(x0, _mm_blendv_epi8(x1, x2, m2), m1);
-        second = small;
+        // Amounts 0 and 255: q > f: -32, else +32 (amount 0: at most 0). Between: the thresholds
+        // t + 5, then t + 208 and t + 255 (three sizes) or t + 200 (two sizes).
+        constexpr bool kMid = kQ == Quantiser::Mid;
+        const __m128i full = _mm_cmpeq_epi16(a, c255);
+        const __m128i edge = _mm_or_si128(none, full);
+        const __m128i k1 = _mm_blendv_epi8(_mm_add_epi16(ta, _mm_set1_epi16(4)), floor, edge);
+        const __m128i k2 = _mm_blendv_epi8(_mm_add_epi16(ta, _mm_set1_epi16(kMid ? 207 : 199)), big, edge);
+        const __m128i x0 =
+            _mm_min_epi16(_mm_add_epi16(q, _mm_blendv_epi8(a, _mm_set1_epi16(32), edge)), _mm_andnot_si128(none, big));
+        const __m128i x1 = _mm_add_epi16(
+            q, _mm_blendv_epi8(_mm_sub_epi16(a, _mm_set1_epi16(kMid ? 100 : 212)), _mm_set1_epi16(-32), edge));
+        const __m128i x2 = _mm_add_epi16(q, _mm_sub_epi16(a, _mm_set1_epi16(kMid ? 248 : 255)));
+        const __m128i m1 = _mm_cmpgt_epi16(q, k1);
+        const __m128i m2 = _mm_cmpgt_epi16(q, k2);
+        const __m128i small = _mm_andnot_si128(edge, _mm_andnot_si128(m2, m1));
+        first = _mm_or_si128(m2, full);
+        if constexpr (kMid) {
+          const __m128i k3 = _mm_blendv_epi8(_mm_add_epi16(ta, _mm_set1_epi16(254)), big, edge);
+          const __m128i x3 = _mm_add_epi16(q, _mm_sub_epi16(a, c255));
+          const __m128i m3 = _mm_cmpgt_epi16(q, k3);
+          r = _mm_blendv_epi8(x0, _mm_blendv_epi8(x1, _mm_blendv_epi8(x2, x3, m3), m2), m1);
+          second = _mm_or_si128(_mm_or_si128(small, m3), full);
+        } else {
+          r = _mm_blendv_epi8(x0, _mm_blendv_epi8(x1, x2, m2), m1);
+          second = small;
+        }
       }
     }
 
@@ -150,38 +156,43 @@ template <Quantiser kQ, int kStep>
   if (inked != 0) state.Inked = 1;
 }
 
-template <Quantiser kQ, int kStep>
+template <Quantiser kQ, int kStep, bool kBlank>
 INKWEAVE_TARGET_SSE41 void ChainRunSse41(const ChainRun& run, ChainState& state) {
-  ChainRunBody<kQ, kStep>(run, state);
+  ChainRunBody<kQ, kStep, kBlank>(run, state);
 }
 
 // The same code in the AVX encoding (three-operand instructions, no register copies).
-template <Quantiser kQ, int kStep>
+template <Quantiser kQ, int kStep, bool kBlank>
 INKWEAVE_TARGET_AVX2 void ChainRunAvx2(const ChainRun& run, ChainState& state) {
-  ChainRunBody<kQ, kStep>(run, state);
+  ChainRunBody<kQ, kStep, kBlank>(run, state);
+}
+
+template <Quantiser kQ, bool kBlank>
+ChainRunFn Pick(InstructionSet set, int step) {
+  if (set == InstructionSet::kAvx2) return step > 0 ? &ChainRunAvx2<kQ, 1, kBlank> : &ChainRunAvx2<kQ, -1, kBlank>;
+  return step > 0 ? &ChainRunSse41<kQ, 1, kBlank> : &ChainRunSse41<kQ, -1, kBlank>;
 }
 
 template <Quantiser kQ>
-ChainRunFn Pick(InstructionSet set, int step) {
-  if (set == InstructionSet::kAvx2) return step > 0 ? &ChainRunAvx2<kQ, 1> : &ChainRunAvx2<kQ, -1>;
-  return step > 0 ? &ChainRunSse41<kQ, 1> : &ChainRunSse41<kQ, -1>;
+ChainRunFn Pick(InstructionSet set, int step, bool blank) {
+  return blank ? Pick<kQ, true>(set, step) : Pick<kQ, false>(set, step);
 }
 
 #endif  // INKWEAVE_X86_KERNELS
 
 }  // namespace
 
-ChainRunFn ChainRunFor(InstructionSet set, Quantiser quantiser, int step) {
+ChainRunFn ChainRunFor(InstructionSet set, Quantiser quantiser, int step, bool blank) {
 #if INKWEAVE_X86_KERNELS
   static const bool inRange = VectorChainInRange();
   if (set == InstructionSet::kPortable || !inRange) return nullptr;
   switch (quantiser) {
-    case Quantiser::Mid: return Pick<Quantiser::Mid>(set, step);
-    case Quantiser::High: return Pick<Quantiser::High>(set, step);
-    case Quantiser::Top: return Pick<Quantiser::Top>(set, step);
+    case Quantiser::Mid: return Pick<Quantiser::Mid>(set, step, blank);
+    case Quantiser::High: return Pick<Quantiser::High>(set, step, blank);
+    case Quantiser::Top: return Pick<Quantiser::Top>(set, step, blank);
   }
 #endif
-  static_cast<void>(set), static_cast<void>(quantiser), static_cast<void>(step);
+  static_cast<void>(set), static_cast<void>(quantiser), static_cast<void>(step), static_cast<void>(blank);
   return nullptr;
 }
 

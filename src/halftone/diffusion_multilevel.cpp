@@ -103,7 +103,7 @@ inline Dot Quantise(int amount, int v, int threshold, int floor) {
 
 struct MultiStripe {
   DeviceState* State;
-  detail::ChainRunFn Chain[2];  // the vector chains left to right and right to left (null: none)
+  detail::ChainRunFn Chain[2][2];  // the vector chains [blank run][left to right, right to left] (null: none)
   ConversionCache Cache;
   const std::uint8_t* Source;  // the band's first row
   std::int16_t* Error[4];      // error lines by ink
@@ -248,7 +248,7 @@ void DiffuseMultiLine(MultiStripe& s, int line, const std::uint8_t* mapRow, deta
   }
 
   RunInputs run;
-  const detail::ChainRunFn chain = s.Chain[kStep > 0 ? 0 : 1];
+  const detail::ChainRunFn chain = s.Chain[0][kStep > 0 ? 0 : 1];
   detail::ChainState chainState{};
   for (int done = 0; done < count; done += kRunDots) {
     const int n = count - done < kRunDots ? count - done : kRunDots;
@@ -260,6 +260,16 @@ void DiffuseMultiLine(MultiStripe& s, int line, const std::uint8_t* mapRow, deta
     for (int i = 0, x = runStart; i < n; ++i, x += kStep)
       keys[i] = PixelKey(s.Source + (src.Origin + src.Step * (x / L::kScale)));
     detail::AmountsOfStretch(s.Cache, keys, n, run.Amount, *s.State);
+    // A white run needs no thresholds (and draws none): the blank chain takes it.
+    if (chain != nullptr) {
+      std::int32_t any = 0;
+      for (int i = 0; i < n; ++i) any |= run.Amount[i][0] | run.Amount[i][1] | run.Amount[i][2] | run.Amount[i][3];
+      if (any == 0) {
+        DiffuseRunInLanes(s.Chain[1][kStep > 0 ? 0 : 1], inks, run, runStart, kStep, n, planes0, planes1,
+                          L::kPlaneBytes, chainState);
+        continue;
+      }
+    }
     for (int i = 0, x = runStart; i < n; ++i, x += kStep) {
       const int mapThreshold = mapRow[x & 127];
       for (int ink = 0; ink < 4; ++ink) run.Threshold[i][ink] = mapThreshold;
@@ -327,8 +337,10 @@ std::uint32_t DiffuseMulti(DeviceState& state, int firstLine, int height, const 
   MultiStripe s;
   s.State = &state;
   const InstructionSet set = ActiveInstructionSet();
-  s.Chain[0] = detail::ChainRunFor(set, kQ, +1);
-  s.Chain[1] = detail::ChainRunFor(set, kQ, -1);
+  for (int blank = 0; blank < 2; ++blank) {
+    s.Chain[blank][0] = detail::ChainRunFor(set, kQ, +1, blank != 0);
+    s.Chain[blank][1] = detail::ChainRunFor(set, kQ, -1, blank != 0);
+  }
   s.Cache = detail::StartConversion(state);
   s.Source = band.Bits;
   for (int ink = 0; ink < 4; ++ink) s.Error[ink] = state.LineBuffers[ink];

@@ -54,9 +54,10 @@ struct ChainState {
 
 // Diffuses one run; step +1 runs left to right, -1 right to left. A byte is stored when the run
 // leaves it; the partial byte at a line's end stays in Bits, its last dot in bit 0 (left to right) or
-// bit 7 (right to left). Null for an instruction set without a kernel: the renderer's own loop runs.
+// bit 7 (right to left). The blank kernel takes runs whose amounts are all 0 (white) and reads no
+// threshold. Null for an instruction set without a kernel: the renderer's own loop runs.
 using ChainRunFn = void (*)(const ChainRun& run, ChainState& state);
 
-ChainRunFn ChainRunFor(InstructionSet set, Quantiser quantiser, int step);
+ChainRunFn ChainRunFor(InstructionSet set, Quantiser quantiser, int step, bool blank);
 
 }  // namespace inkweave::detail
