@@ -37,6 +37,52 @@ bool VectorChainInRange() {
   return true;
 }
 
+// The cells of positions lo..lo + count - 1 of four rows (position p at row[2 (p + 2)], the other
+// row's cells between) side by side: out[k] holds the four rows' cells of position lo + k. Four
+// positions a step; a step reads one cell past its fourth position, so it runs only while a further
+// position follows, the rest one cell at a time.
+[[gnu::always_inline]] INKWEAVE_TARGET_SSE41 inline void GatherRows(const std::int16_t* const* rows, int lo, int count,
+                                                                    std::int16_t (*out)[4]) {
+  const __m128i evens = _mm_setr_epi8(0, 1, 4, 5, 8, 9, 12, 13, 0, 1, 4, 5, 8, 9, 12, 13);
+  int k = 0;
+  for (; k + 4 < count; k += 4) {
+    const int cell = 2 * (lo + k + 2);
+    __m128i v[4];
+    for (int r = 0; r < 4; ++r)
+      v[r] = _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(rows[r] + cell)), evens);
+    const __m128i rows01 = _mm_unpacklo_epi16(v[0], v[1]);
+    const __m128i rows23 = _mm_unpacklo_epi16(v[2], v[3]);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out[k]), _mm_unpacklo_epi32(rows01, rows23));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out[k + 2]), _mm_unpackhi_epi32(rows01, rows23));
+  }
+  for (; k < count; ++k)
+    for (int r = 0; r < 4; ++r) out[k][r] = rows[r][2 * (lo + k + 2)];
+}
+
+// The inverse: in[k] into the four rows' cells of position lo + k, the other row's cells kept.
+[[gnu::always_inline]] INKWEAVE_TARGET_SSE41 inline void ScatterRows(std::int16_t* const* rows, int lo, int count,
+                                                                     const std::int16_t (*in)[4]) {
+  int k = 0;
+  for (; k + 4 < count; k += 4) {
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in[k]));      // positions 0, 1
+    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in[k + 2]));  // positions 2, 3
+    const __m128i ab0 = _mm_unpacklo_epi16(a, b);       // r0p0 r0p2 r1p0 r1p2 r2p0 r2p2 r3p0 r3p2
+    const __m128i ab1 = _mm_unpackhi_epi16(a, b);       // the same for positions 1 and 3
+    const __m128i low = _mm_unpacklo_epi16(ab0, ab1);   // r0: p0 p1 p2 p3, r1: p0 p1 p2 p3
+    const __m128i high = _mm_unpackhi_epi16(ab0, ab1);  // r2, r3
+    const __m128i byRow[4] = {_mm_unpacklo_epi64(low, low), _mm_unpackhi_epi64(low, low),
+                              _mm_unpacklo_epi64(high, high), _mm_unpackhi_epi64(high, high)};
+    const int cell = 2 * (lo + k + 2);
+    for (int r = 0; r < 4; ++r) {
+      __m128i* at = reinterpret_cast<__m128i*>(rows[r] + cell);
+      const __m128i values = _mm_unpacklo_epi16(byRow[r], byRow[r]);
+      _mm_storeu_si128(at, _mm_blend_epi16(_mm_loadu_si128(at), values, 0x55));
+    }
+  }
+  for (; k < count; ++k)
+    for (int r = 0; r < 4; ++r) rows[r][2 * (lo + k + 2)] = in[k][r];
+}
+
 template <Quantiser kQ, int kStep, bool kBlank>
 [[gnu::always_inline]] INKWEAVE_TARGET_SSE41 inline void ChainRunBody(const ChainRun& run, ChainState& state) {
   const __m128i zero = _mm_setzero_si128();
@@ -49,24 +95,30 @@ template <Quantiser kQ, int kStep, bool kBlank>
   __m128i bits = _mm_loadu_si128(reinterpret_cast<const __m128i*>(state.Bits));
   std::uint64_t inked = 0;
 
+  // The previous row around the run (x - 2 step .. x + (count + 1) step) side by side, in the order
+  // of the run; this row's errors collect the same way and go back to the rows after the run.
+  const int count = run.Count;
+  alignas(16) std::int16_t around[kRunDots + 4][4];
+  alignas(16) std::int16_t written[kRunDots][4];
+  GatherRows(run.Previous, kStep > 0 ? run.X - 2 : run.X - count - 1, count + 4, around);
+  const std::int16_t(*previous)[4] = kStep > 0 ? around : around + count + 3;  // [j * kStep]: x + (j - 2) step
+  std::int16_t(*current)[4] = kStep > 0 ? written : written + count - 1;       // [i * kStep]: dot i
+
   // The previous row's window around the dot: x - 2 step .. x + step; each dot reads x + 2 step.
-  __m128i behind2 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(run.Previous[0]));
-  __m128i behind1 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(run.Previous[1]));
-  __m128i here = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(run.Previous[2]));
-  __m128i ahead1 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(run.Previous[3]));
+  __m128i behind2 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(previous[0]));
+  __m128i behind1 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(previous[kStep]));
+  __m128i here = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(previous[2 * kStep]));
+  __m128i ahead1 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(previous[3 * kStep]));
 
   // The run's arrays in locals: the stores below could otherwise alias the record.
   const std::int32_t(*amount)[4] = run.Amount;
   const std::int32_t(*threshold)[4] = run.Threshold;
-  const std::int16_t(*previous)[4] = run.Previous;
-  std::int16_t(*current)[4] = run.Current;
   std::uint8_t* const planes0 = run.Planes[0];
   std::uint8_t* const planes1 = run.Planes[1];
   const int planeBytes = run.PlaneBytes;
-  const int count = run.Count;
   int x = run.X;
   for (int i = 0; i < count; ++i, x += kStep) {
-    const __m128i ahead2 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(previous[i + 4]));
+    const __m128i ahead2 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(previous[(i + 4) * kStep]));
     const __m128i window =
         _mm_add_epi16(_mm_add_epi16(_mm_slli_epi16(here, 2), _mm_slli_epi16(_mm_add_epi16(behind1, ahead1), 1)),
                       _mm_add_epi16(behind2, ahead2));
@@ -132,7 +184,7 @@ template <Quantiser kQ, int kStep, bool kBlank>
     }
 
     // Store the error, move the chain on, collect the bits; a byte is stored when the line leaves it.
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(current[i]), r);
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(current[i * kStep]), r);
     c2 = c1;
     c1 = r;
     const __m128i dots = _mm_and_si128(_mm_unpacklo_epi64(first, second), bitIn);
@@ -150,6 +202,7 @@ template <Quantiser kQ, int kStep, bool kBlank>
     }
   }
 
+  ScatterRows(run.Current, kStep > 0 ? run.X : run.X - count + 1, count, written);
   _mm_storel_epi64(reinterpret_cast<__m128i*>(state.C1), c1);
   _mm_storel_epi64(reinterpret_cast<__m128i*>(state.C2), c2);
   _mm_storeu_si128(reinterpret_cast<__m128i*>(state.Bits), bits);

@@ -196,21 +196,18 @@ void DiffuseInkPair(InkLine& lineA, int ia, InkLine& lineB, int ib, const RunInp
   lineB = b;
 }
 
-// Diffuses a run with the four inks in the lanes of one vector: the previous row's errors around the
-// run side by side first, this row's errors back into the inks' rows after.
-void DiffuseRunInLanes(detail::ChainRunFn chain, const InkLine (&inks)[4], const RunInputs& run, int x, int step, int n,
+// Diffuses a run with the four inks in the lanes of one vector.
+void DiffuseRunInLanes(detail::ChainRunFn chain, const InkLine (&inks)[4], const RunInputs& run, int x, int n,
                        std::uint8_t* planes0, std::uint8_t* planes1, int planeBytes, detail::ChainState& state) {
-  std::int16_t previous[kRunDots + 4][4];
-  std::int16_t current[kRunDots][4];
-  for (int j = 0; j < n + 4; ++j) {
-    const int cell = 2 * (x + (j - 2) * step + 2);
-    for (int ink = 0; ink < 4; ++ink) previous[j][ink] = inks[ink].Previous[cell];
-  }
-  chain({run.Amount, run.Threshold, previous, current, x, n, {planes0, planes1}, planeBytes}, state);
-  for (int i = 0; i < n; ++i) {
-    const int cell = 2 * (x + i * step + 2);
-    for (int ink = 0; ink < 4; ++ink) inks[ink].Current[cell] = current[i][ink];
-  }
+  chain({run.Amount,
+         run.Threshold,
+         {inks[0].Previous, inks[1].Previous, inks[2].Previous, inks[3].Previous},
+         {inks[0].Current, inks[1].Current, inks[2].Current, inks[3].Current},
+         x,
+         n,
+         {planes0, planes1},
+         planeBytes},
+        state);
 }
 
 // Output line `line` in the direction kStep over dots first..first + count - 1.
@@ -265,8 +262,8 @@ void DiffuseMultiLine(MultiStripe& s, int line, const std::uint8_t* mapRow, deta
       std::int32_t any = 0;
       for (int i = 0; i < n; ++i) any |= run.Amount[i][0] | run.Amount[i][1] | run.Amount[i][2] | run.Amount[i][3];
       if (any == 0) {
-        DiffuseRunInLanes(s.Chain[1][kStep > 0 ? 0 : 1], inks, run, runStart, kStep, n, planes0, planes1,
-                          L::kPlaneBytes, chainState);
+        DiffuseRunInLanes(s.Chain[1][kStep > 0 ? 0 : 1], inks, run, runStart, n, planes0, planes1, L::kPlaneBytes,
+                          chainState);
         continue;
       }
     }
@@ -284,7 +281,7 @@ void DiffuseMultiLine(MultiStripe& s, int line, const std::uint8_t* mapRow, deta
     }
 
     if (chain != nullptr) {
-      DiffuseRunInLanes(chain, inks, run, runStart, kStep, n, planes0, planes1, L::kPlaneBytes, chainState);
+      DiffuseRunInLanes(chain, inks, run, runStart, n, planes0, planes1, L::kPlaneBytes, chainState);
     } else {
       // The inks along the run, two at a time.
       DiffuseInkPair<kQ, kStep>(inks[0], 0, inks[1], 1, run, runStart, n, s.Result);

@@ -34,8 +34,8 @@ inline constexpr int kRunDots = 256;
 struct ChainRun {
   const std::int32_t (*Amount)[4];     // [i]: the inks' amounts
   const std::int32_t (*Threshold)[4];  // [i]: the inks' thresholds (the map's or a jitter draw)
-  const std::int16_t (*Previous)[4];   // [j]: the previous row's errors at X + (j - 2) Step, j < Count + 4
-  std::int16_t (*Current)[4];          // [i]: this row's errors, written
+  const std::int16_t* Previous[4];     // the inks' previous rows: position p at [2 (p + 2)]
+  std::int16_t* Current[4];            // the inks' rows being written, the same way
   int X;
   int Count;
   std::uint8_t* Planes[2];  // the line's planes in the first and second PlaneBuffer (null when one bit)
