@@ -29,6 +29,15 @@ std::uint32_t ConvertKey(std::uint32_t key, const DeviceState& state) {
 }
 
 void ConvertPixelsPortable(const std::uint32_t* keys, int count, std::uint32_t* out, const DeviceState& state) {
+  if (state.ColorMode == 1 && state.ToneCurves != nullptr) {
+    // Monochrome: the luminance through the gray curve, the same byte in all four inks.
+    const std::uint8_t* gray = state.ToneCurves + kCurveGray * 256;
+    for (int i = 0; i < count; ++i) {
+      const std::uint32_t key = keys[i];
+      out[i] = gray[(30 * (key & 255) + 59 * ((key >> 8) & 255) + 11 * (key >> 16)) / 100] * 0x01010101u;
+    }
+    return;
+  }
   for (int i = 0; i < count; ++i) out[i] = ConvertKey(keys[i], state);
 }
 
