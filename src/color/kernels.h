@@ -21,4 +21,51 @@ using ConvertPixelsFn = void (*)(const std::uint32_t* keys, int count, std::uint
 // The conversion kernel of an instruction set (the portable one for a set this build has no kernel for).
 ConvertPixelsFn ConvertPixelsFor(InstructionSet set);
 
+// The colour memory of a renderer call: the last 256 distinct colours converted, direct-mapped by a
+// hash of the key. Real pages repeat colours well beyond the neighbouring pixel (text, its edges,
+// flat fills, the pixel above); a colour found here is not converted again. The conversion is a pure
+// function of the pixel within a call, so the memory changes nothing but the time.
+struct ColorMemory {
+  static constexpr int kEntries = 256;
+  static constexpr std::uint32_t kEmpty = 0xFFFFFFFF;  // no key has its top byte set
+  std::uint32_t Key[kEntries];
+  std::uint32_t Value[kEntries];
+};
+
+inline void ClearColorMemory(ColorMemory& memory) {
+  for (std::uint32_t& key : memory.Key) key = ColorMemory::kEmpty;
+}
+
+// Converts count keys into out through the memory: the keys it holds are answered from it, the others
+// converted in one call of the kernel and remembered.
+inline void ConvertThroughMemory(ColorMemory& memory, ConvertPixelsFn convert, const std::uint32_t* keys, int count,
+                                 std::uint32_t* out, const DeviceState& state) {
+  constexpr int kMost = 256;
+  std::uint32_t missing[kMost];
+  std::uint32_t converted[kMost];
+  int slot[kMost];
+  for (int done = 0; done < count; done += kMost) {
+    const int n = count - done < kMost ? count - done : kMost;
+    int misses = 0;
+    for (int i = 0; i < n; ++i) {
+      const std::uint32_t key = keys[done + i];
+      const int at = static_cast<int>((key * 0x9E3779B1u) >> 24);
+      if (memory.Key[at] == key) {
+        out[done + i] = memory.Value[at];
+      } else {
+        slot[misses] = i;
+        missing[misses++] = key;
+      }
+    }
+    if (misses == 0) continue;
+    convert(missing, misses, converted, state);
+    for (int m = 0; m < misses; ++m) {
+      const int at = static_cast<int>((missing[m] * 0x9E3779B1u) >> 24);
+      memory.Key[at] = missing[m];
+      memory.Value[at] = converted[m];
+      out[done + slot[m]] = converted[m];
+    }
+  }
+}
+
 }  // namespace inkweave

@@ -100,6 +100,7 @@ inline InkAmounts SplitInks(std::uint32_t packed, const std::int16_t (*split)[4]
 // starts on white with no ink, so white never reaches ConvertPixel until another colour was seen.
 struct ConversionCache {
   ConvertPixelsFn Convert;  // the active instruction set's conversion kernel
+  ColorMemory Colors;       // the colours converted lately
   std::uint32_t Key;        // PixelKey of the last pixel
   InkAmounts Amounts;
   const std::int16_t (*Split)[4];
@@ -110,6 +111,7 @@ struct ConversionCache {
 inline ConversionCache StartConversion(const DeviceState& state) {
   ConversionCache cache;
   cache.Convert = ConvertPixelsFor(ActiveInstructionSet());
+  ClearColorMemory(cache.Colors);
   cache.Split = InkSplitTable[InkSplitTableIndex(state)];
   std::uint8_t black[4] = {0, 0, 0, 0};
   std::uint8_t out[4];
@@ -147,7 +149,7 @@ inline void AmountsOfStretch(ConversionCache& cache, const std::uint32_t* keys, 
     for (int i = done; i < done + n; ++i) {
       if (keys[i] != last) fresh[distinct++] = last = keys[i];
     }
-    cache.Convert(fresh, distinct, converted, state);
+    ConvertThroughMemory(cache.Colors, cache.Convert, fresh, distinct, converted, state);
     for (int i = done, next = 0; i < done + n; ++i) {
       if (keys[i] != cache.Key) {
         cache.Key = keys[i];

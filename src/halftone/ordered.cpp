@@ -163,6 +163,7 @@ struct ColorStripe {
   ConvertPixelsFn convert;
   detail::DitherStretchFn dither;
   PixelMemory memory;
+  ColorMemory colors;
 };
 
 // The cyan, magenta and yellow lightness of one stretch of dots x0..x0+31 into inks, dot x at index
@@ -177,7 +178,8 @@ bool FillStretch(ColorStripe& s, const std::uint8_t* bits, std::ptrdiff_t base, 
   // A stretch of one colour (portrait, whole): one memory look-up.
   if (step == 3 && hi - lo == kStretch && std::memcmp(first, first + 3, 3 * (kStretch - 1)) == 0) {
     const std::uint32_t key = PixelKey(first);
-    if (key != s.memory.key) s.convert(&key, 1, &s.memory.inks, *s.state), s.memory.key = key;
+    if (key != s.memory.key)
+      ConvertThroughMemory(s.colors, s.convert, &key, 1, &s.memory.inks, *s.state), s.memory.key = key;
     const std::uint32_t v = s.memory.inks;
     if ((v & 0xFFFFFF) == 0xFFFFFF) return false;
     for (int k = 0; k < 3; ++k) std::memset(inks[k], static_cast<int>((v >> (8 * k)) & 0xFF), kStretch);
@@ -194,7 +196,7 @@ bool FillStretch(ColorStripe& s, const std::uint8_t* bits, std::ptrdiff_t base, 
     keys[x - x0] = key;
     if (key != last) fresh[count++] = last = key;
   }
-  if (count > 0) s.convert(fresh, count, converted, *s.state);
+  if (count > 0) ConvertThroughMemory(s.colors, s.convert, fresh, count, converted, *s.state);
 
   std::memset(inks, 0xFF, sizeof(std::uint8_t) * 3 * kStretch);
   std::uint32_t v = s.memory.inks;
@@ -222,7 +224,8 @@ std::uint32_t DitherColor(DeviceState& state, int firstLine, int width, const Ba
   const std::ptrdiff_t stride = band.Stride;
   const std::int64_t offset = PageOffset(params, landscape);
   const InstructionSet set = ActiveInstructionSet();
-  ColorStripe s{&state, ConvertPixelsFor(set), detail::DitherStretchFor(set), {}};
+  ColorStripe s{&state, ConvertPixelsFor(set), detail::DitherStretchFor(set), {}, {}};
+  ClearColorMemory(s.colors);
   std::uint64_t flag = 0;
 
   for (int l = 0; l < lineCount; ++l) {
