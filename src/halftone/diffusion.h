@@ -149,7 +149,11 @@ inline void AmountsOfStretch(ConversionCache& cache, const std::uint32_t* keys, 
     for (int i = done; i < done + n; ++i) {
       if (keys[i] != last) fresh[distinct++] = last = keys[i];
     }
-    ConvertThroughMemory(cache.Colors, cache.Convert, fresh, distinct, converted, state);
+    // Monochrome converts for less than a look-up in the colour memory costs.
+    if (state.ColorMode == 1)
+      cache.Convert(fresh, distinct, converted, state);
+    else
+      ConvertThroughMemory(cache.Colors, cache.Convert, fresh, distinct, converted, state);
     for (int i = done, next = 0; i < done + n; ++i) {
       if (keys[i] != cache.Key) {
         cache.Key = keys[i];

@@ -163,8 +163,15 @@ struct ColorStripe {
   ConvertPixelsFn convert;
   detail::DitherStretchFn dither;
   PixelMemory memory;
-  ColorMemory colors;
+  ColorMemory colors;  // not used in monochrome, where a conversion costs less than a look-up
 };
+
+void ConvertStretch(ColorStripe& s, const std::uint32_t* keys, int count, std::uint32_t* out) {
+  if (s.state->ColorMode == 1)
+    s.convert(keys, count, out, *s.state);
+  else
+    ConvertThroughMemory(s.colors, s.convert, keys, count, out, *s.state);
+}
 
 // The cyan, magenta and yellow lightness of one stretch of dots x0..x0+31 into inks, dot x at index
 // (x - x0) ^ 7 (the bit order of a plane byte); dots outside lo..hi-1 stay white. The pixels that differ
@@ -178,8 +185,7 @@ bool FillStretch(ColorStripe& s, const std::uint8_t* bits, std::ptrdiff_t base, 
   // A stretch of one colour (portrait, whole): one memory look-up.
   if (step == 3 && hi - lo == kStretch && std::memcmp(first, first + 3, 3 * (kStretch - 1)) == 0) {
     const std::uint32_t key = PixelKey(first);
-    if (key != s.memory.key)
-      ConvertThroughMemory(s.colors, s.convert, &key, 1, &s.memory.inks, *s.state), s.memory.key = key;
+    if (key != s.memory.key) ConvertStretch(s, &key, 1, &s.memory.inks), s.memory.key = key;
     const std::uint32_t v = s.memory.inks;
     if ((v & 0xFFFFFF) == 0xFFFFFF) return false;
     for (int k = 0; k < 3; ++k) std::memset(inks[k], static_cast<int>((v >> (8 * k)) & 0xFF), kStretch);
@@ -196,7 +202,7 @@ bool FillStretch(ColorStripe& s, const std::uint8_t* bits, std::ptrdiff_t base, 
     keys[x - x0] = key;
     if (key != last) fresh[count++] = last = key;
   }
-  if (count > 0) ConvertThroughMemory(s.colors, s.convert, fresh, count, converted, *s.state);
+  if (count > 0) ConvertStretch(s, fresh, count, converted);
 
   std::memset(inks, 0xFF, sizeof(std::uint8_t) * 3 * kStretch);
   std::uint32_t v = s.memory.inks;
