@@ -25,21 +25,31 @@ ConvertPixelsFn ConvertPixelsFor(InstructionSet set);
 // hash of the key. Real pages repeat colours well beyond the neighbouring pixel (text, its edges,
 // flat fills, the pixel above); a colour found here is not converted again. The conversion is a pure
 // function of the pixel within a call, so the memory changes nothing but the time.
+// Where colours do not repeat (photographs) the look-ups only cost: after kTrial look-ups that found
+// fewer than one in eight, the memory stands aside for the rest of the call.
 struct ColorMemory {
   static constexpr int kEntries = 256;
   static constexpr std::uint32_t kEmpty = 0xFFFFFFFF;  // no key has its top byte set
+  static constexpr std::uint32_t kTrial = 2048;
   std::uint32_t Key[kEntries];
   std::uint32_t Value[kEntries];
+  std::uint32_t LookUps;
+  std::uint32_t Found;
 };
 
 inline void ClearColorMemory(ColorMemory& memory) {
   for (std::uint32_t& key : memory.Key) key = ColorMemory::kEmpty;
+  memory.LookUps = memory.Found = 0;
 }
 
 // Converts count keys into out through the memory: the keys it holds are answered from it, the others
 // converted in one call of the kernel and remembered.
 inline void ConvertThroughMemory(ColorMemory& memory, ConvertPixelsFn convert, const std::uint32_t* keys, int count,
                                  std::uint32_t* out, const DeviceState& state) {
+  if (memory.LookUps >= ColorMemory::kTrial && memory.Found < memory.LookUps / 8) {
+    convert(keys, count, out, state);
+    return;
+  }
   constexpr int kMost = 256;
   std::uint32_t missing[kMost];
   std::uint32_t converted[kMost];
@@ -57,6 +67,8 @@ inline void ConvertThroughMemory(ColorMemory& memory, ConvertPixelsFn convert, c
         missing[misses++] = key;
       }
     }
+    memory.LookUps += static_cast<std::uint32_t>(n);
+    memory.Found += static_cast<std::uint32_t>(n - misses);
     if (misses == 0) continue;
     convert(missing, misses, converted, state);
     for (int m = 0; m < misses; ++m) {
