@@ -83,6 +83,13 @@ bool VectorChainInRange() {
     for (int r = 0; r < 4; ++r) rows[r][2 * (lo + k + 2)] = in[k][r];
 }
 
+// A value the compiler may not take apart: it keeps the sums off the chain from being reassociated
+// into it (the chain is the loop's latency, everything else runs beside it).
+[[gnu::always_inline]] inline __m128i Settled(__m128i v) {
+  asm("" : "+x"(v));
+  return v;
+}
+
 template <Quantiser kQ, int kStep, bool kBlank>
 [[gnu::always_inline]] INKWEAVE_TARGET_SSE41 inline void ChainRunBody(const ChainRun& run, ChainState& state) {
   const __m128i zero = _mm_setzero_si128();
@@ -123,7 +130,7 @@ template <Quantiser kQ, int kStep, bool kBlank>
         _mm_add_epi16(_mm_add_epi16(_mm_slli_epi16(here, 2), _mm_slli_epi16(_mm_add_epi16(behind1, ahead1), 1)),
                       _mm_add_epi16(behind2, ahead2));
     behind2 = behind1, behind1 = here, here = ahead1, ahead1 = ahead2;
-    const __m128i known = _mm_add_epi16(window, _mm_add_epi16(c2, c2));
+    const __m128i known = Settled(_mm_add_epi16(window, _mm_add_epi16(c2, c2)));
 
     const __m128i floor = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(&DiffusionSeedErrors[(4 * x) & 255]));
     const __m128i g = _mm_add_epi16(known, _mm_slli_epi16(c1, 2));
@@ -146,10 +153,10 @@ template <Quantiser kQ, int kStep, bool kBlank>
       if constexpr (kQ == Quantiser::Top) {
         // Amount 0: q > f: q - 16, else min(q + 16, 0). Others: q + a >= t + 5: a dot, q + a - 350.
         const __m128i k1 = _mm_blendv_epi8(_mm_add_epi16(ta, _mm_set1_epi16(4)), floor, none);
-        const __m128i x0 =
-            _mm_min_epi16(_mm_add_epi16(q, _mm_blendv_epi8(a, _mm_set1_epi16(16), none)), _mm_andnot_si128(none, big));
-        const __m128i x1 =
-            _mm_add_epi16(q, _mm_blendv_epi8(_mm_sub_epi16(a, _mm_set1_epi16(350)), _mm_set1_epi16(-16), none));
+        const __m128i x0 = _mm_min_epi16(_mm_add_epi16(q, Settled(_mm_blendv_epi8(a, _mm_set1_epi16(16), none))),
+                                         _mm_andnot_si128(none, big));
+        const __m128i x1 = _mm_add_epi16(
+            q, Settled(_mm_blendv_epi8(_mm_sub_epi16(a, _mm_set1_epi16(350)), _mm_set1_epi16(-16), none)));
         const __m128i m1 = _mm_cmpgt_epi16(q, k1);
         r = _mm_blendv_epi8(x0, x1, m1);
         first = _mm_andnot_si128(none, m1);
@@ -161,18 +168,18 @@ template <Quantiser kQ, int kStep, bool kBlank>
         const __m128i edge = _mm_or_si128(none, full);
         const __m128i k1 = _mm_blendv_epi8(_mm_add_epi16(ta, _mm_set1_epi16(4)), floor, edge);
         const __m128i k2 = _mm_blendv_epi8(_mm_add_epi16(ta, _mm_set1_epi16(kMid ? 207 : 199)), big, edge);
-        const __m128i x0 =
-            _mm_min_epi16(_mm_add_epi16(q, _mm_blendv_epi8(a, _mm_set1_epi16(32), edge)), _mm_andnot_si128(none, big));
+        const __m128i x0 = _mm_min_epi16(_mm_add_epi16(q, Settled(_mm_blendv_epi8(a, _mm_set1_epi16(32), edge))),
+                                         _mm_andnot_si128(none, big));
         const __m128i x1 = _mm_add_epi16(
-            q, _mm_blendv_epi8(_mm_sub_epi16(a, _mm_set1_epi16(kMid ? 100 : 212)), _mm_set1_epi16(-32), edge));
-        const __m128i x2 = _mm_add_epi16(q, _mm_sub_epi16(a, _mm_set1_epi16(kMid ? 248 : 255)));
+            q, Settled(_mm_blendv_epi8(_mm_sub_epi16(a, _mm_set1_epi16(kMid ? 100 : 212)), _mm_set1_epi16(-32), edge)));
+        const __m128i x2 = _mm_add_epi16(q, Settled(_mm_sub_epi16(a, _mm_set1_epi16(kMid ? 248 : 255))));
         const __m128i m1 = _mm_cmpgt_epi16(q, k1);
         const __m128i m2 = _mm_cmpgt_epi16(q, k2);
         const __m128i small = _mm_andnot_si128(edge, _mm_andnot_si128(m2, m1));
         first = _mm_or_si128(m2, full);
         if constexpr (kMid) {
           const __m128i k3 = _mm_blendv_epi8(_mm_add_epi16(ta, _mm_set1_epi16(254)), big, edge);
-          const __m128i x3 = _mm_add_epi16(q, _mm_sub_epi16(a, c255));
+          const __m128i x3 = _mm_add_epi16(q, Settled(_mm_sub_epi16(a, c255)));
           const __m128i m3 = _mm_cmpgt_epi16(q, k3);
           r = _mm_blendv_epi8(x0, _mm_blendv_epi8(x1, _mm_blendv_epi8(x2, x3, m3), m2), m1);
           second = _mm_or_si128(_mm_or_si128(small, m3), full);
