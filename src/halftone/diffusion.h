@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "src/color/color.h"
 #include "src/color/convert_pixel.h"
@@ -136,12 +137,14 @@ inline const InkAmounts& AmountsOf(ConversionCache& cache, const std::uint8_t* p
 }
 
 // The amounts of a stretch of pixels given by their keys into amounts[i]: the pixels that differ from
-// the one before them are converted in one call of the kernel.
-inline void AmountsOfStretch(ConversionCache& cache, const std::uint32_t* keys, int count, std::int32_t (*amounts)[4],
-                             const DeviceState& state) {
+// the one before them are converted in one call of the kernel. Answers the OR of every amount (0: the
+// stretch is white).
+inline std::int32_t AmountsOfStretch(ConversionCache& cache, const std::uint32_t* keys, int count,
+                                     std::int32_t (*amounts)[4], const DeviceState& state) {
   constexpr int kMost = 256;
   std::uint32_t fresh[kMost];
   std::uint32_t converted[kMost];
+  std::int32_t any = 0;
   for (int done = 0; done < count; done += kMost) {
     const int n = count - done < kMost ? count - done : kMost;
     int distinct = 0;
@@ -154,14 +157,18 @@ inline void AmountsOfStretch(ConversionCache& cache, const std::uint32_t* keys, 
       cache.Convert(fresh, distinct, converted, state);
     else
       ConvertThroughMemory(cache.Colors, cache.Convert, fresh, distinct, converted, state);
+    const std::int32_t* a = cache.Amounts.Amount;
+    if (n > 0 && keys[done] == cache.Key) any |= a[0] | a[1] | a[2] | a[3];  // the remembered pixel's
     for (int i = done, next = 0; i < done + n; ++i) {
       if (keys[i] != cache.Key) {
         cache.Key = keys[i];
         cache.Amounts = SplitInks(converted[next++], cache.Split, cache.YellowCap);
+        any |= a[0] | a[1] | a[2] | a[3];
       }
-      for (int ink = 0; ink < 4; ++ink) amounts[i][ink] = cache.Amounts.Amount[ink];
+      std::memcpy(amounts[i], a, sizeof amounts[i]);
     }
   }
+  return any;
 }
 
 // Wrapping 16-bit store of a cell value.

@@ -253,14 +253,19 @@ void DiffuseMultiLine(MultiStripe& s, int line, const std::uint8_t* mapRow, deta
 
     // The run's amounts (through the conversion cache) and thresholds: the map's, or on the jitter
     // column a draw for each mid-tone ink, drawn in the fixed ink order.
+    // The keys: at the highest resolution two dots share a pixel.
     std::uint32_t keys[kRunDots];
-    for (int i = 0, x = runStart; i < n; ++i, x += kStep)
-      keys[i] = PixelKey(s.Source + (src.Origin + src.Step * (x / L::kScale)));
-    detail::AmountsOfStretch(s.Cache, keys, n, run.Amount, *s.State);
+    int lastPixel = -1;
+    for (int i = 0, x = runStart; i < n; ++i, x += kStep) {
+      const int pixel = x / L::kScale;
+      if (pixel != lastPixel)
+        keys[i] = PixelKey(s.Source + (src.Origin + src.Step * pixel)), lastPixel = pixel;
+      else
+        keys[i] = keys[i - 1];
+    }
+    const std::int32_t any = detail::AmountsOfStretch(s.Cache, keys, n, run.Amount, *s.State);
     // A white run needs no thresholds (and draws none): the blank chain takes it.
     if (chain != nullptr) {
-      std::int32_t any = 0;
-      for (int i = 0; i < n; ++i) any |= run.Amount[i][0] | run.Amount[i][1] | run.Amount[i][2] | run.Amount[i][3];
       if (any == 0) {
         DiffuseRunInLanes(s.Chain[1][kStep > 0 ? 0 : 1], inks, run, runStart, n, planes0, planes1, L::kPlaneBytes,
                           chainState);
