@@ -55,7 +55,7 @@ fi
 ours() { echo "env PPD=$ppd INKWEAVE_PLUGIN=$plugin $filter 1 bench page 1 'PageSize=A4 Resolution=600dpi ColorModel=RGB InkweaveHalftone=$1' $raster"; }
 theirs() { echo "env PPD=$peerppd $gutenprint 1 bench page 1 'PageSize=A4 Resolution=600dpi ColorModel=RGB StpDitherAlgorithm=$1' $raster"; }
 stcolor() { echo "gs -q -dBATCH -dNOPAUSE -dSAFER -sDEVICE=stcolor -sDithering=$1 -r600 -sPAPERSIZE=a4 -dFIXEDMEDIA -dFirstPage=1 -dLastPage=1 -sOutputFile=/dev/null $pdf"; }
-print() { echo "$cli print $pdf --pages 1 --quality 600 $1 -q -o /dev/null"; }
+print() { echo "$cli print $pdf --pages 1 --quality 600 $1 -q -o $work/print.prn"; }
 
 names=("our filter, dither" "our filter, diffusion" "Gutenprint, default dither" "Gutenprint, EvenTone"
   "Ghostscript stcolor from the PDF, gscmyk" "Ghostscript stcolor from the PDF, fscmyk")

@@ -23,6 +23,7 @@
 // Every byte a line touches is stored, the partial last byte of a left-to-right line included, with
 // the bits past the line's end clear.
 #include <cstdint>
+#include <cstring>
 
 #include "src/device/plane_geometry.h"
 #include "src/halftone/diffusion.h"
@@ -252,9 +253,10 @@ void DiffuseMultiLine(MultiStripe& s, int line, const std::uint8_t* mapRow, deta
     const int runStart = begin + kStep * done;
 
     // The run's amounts (through the conversion cache) and thresholds: the map's, or on the jitter
-    // column a draw for each mid-tone ink, drawn in the fixed ink order.
-    // The keys: at the highest resolution two dots share a pixel.
+    // column a draw for each mid-tone ink, drawn in the fixed ink order. At the highest resolution
+    // two dots share a pixel and its key.
     std::uint32_t keys[kRunDots];
+    std::uint32_t differs = 0;  // from the remembered pixel
     int lastPixel = -1;
     for (int i = 0, x = runStart; i < n; ++i, x += kStep) {
       const int pixel = x / L::kScale;
@@ -262,8 +264,16 @@ void DiffuseMultiLine(MultiStripe& s, int line, const std::uint8_t* mapRow, deta
         keys[i] = PixelKey(s.Source + (src.Origin + src.Step * pixel)), lastPixel = pixel;
       else
         keys[i] = keys[i - 1];
+      differs |= keys[i] ^ s.Cache.Key;
     }
-    const std::int32_t any = detail::AmountsOfStretch(s.Cache, keys, n, run.Amount, *s.State);
+    // A run of the remembered pixel has its amounts throughout; all 0 (white), the blank chain needs
+    // none of them.
+    const std::int32_t* remembered = s.Cache.Amounts.Amount;
+    const std::int32_t any = differs == 0 ? remembered[0] | remembered[1] | remembered[2] | remembered[3]
+                                          : detail::AmountsOfStretch(s.Cache, keys, n, run.Amount, *s.State);
+    if (differs == 0 && (any != 0 || chain == nullptr)) {
+      for (int i = 0; i < n; ++i) std::memcpy(run.Amount[i], remembered, sizeof run.Amount[i]);
+    }
     // A white run needs no thresholds (and draws none): the blank chain takes it.
     if (chain != nullptr) {
       if (any == 0) {
