@@ -192,6 +192,30 @@ bool FillStretch(ColorStripe& s, const std::uint8_t* bits, std::ptrdiff_t base, 
     return true;
   }
 
+  // Monochrome: every pixel converted (its conversion costs less than the look-ups that would spare
+  // it), then a pixel equal to the one before takes its inks, as the memory rule has it (the white
+  // that the memory starts with is not converted); the three inks alike.
+  if (s.state->ColorMode == 1) {
+    std::uint32_t keys[kStretch];
+    std::uint32_t light[kStretch];
+    const int count = hi - lo;
+    for (int x = lo; x < hi; ++x) keys[x - lo] = PixelKey(bits + base + step * x);
+    s.convert(keys, count, light, *s.state);
+    std::memset(inks, 0xFF, sizeof(std::uint8_t) * 3 * kStretch);
+    std::uint32_t all = 0xFF;
+    for (int i = 0; i < count; ++i) {
+      if (keys[i] == s.memory.key)
+        light[i] = s.memory.inks;
+      else
+        s.memory = {keys[i], light[i]};
+      inks[0][(lo + i - x0) ^ 7] = static_cast<std::uint8_t>(light[i]);
+      all &= light[i];
+    }
+    std::memcpy(inks[1], inks[0], kStretch);
+    std::memcpy(inks[2], inks[0], kStretch);
+    return (all & 0xFF) != 0xFF;
+  }
+
   std::uint32_t keys[kStretch];
   std::uint32_t fresh[kStretch];
   std::uint32_t converted[kStretch];
