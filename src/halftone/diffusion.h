@@ -131,7 +131,8 @@ inline const InkAmounts& AmountsOf(ConversionCache& cache, const std::uint8_t* p
     const std::uint8_t pixel[4] = {p[0], p[1], p[2], 0};
     std::uint8_t out[4];
     cache.Key = key;
-    cache.Amounts = SplitInks(ConvertPixelInline(pixel, out, state), cache.Split, cache.YellowCap);
+    ConvertPixelInline(pixel, out, state);
+    cache.Amounts = SplitInks(out, cache.Split, cache.YellowCap);
   }
   return cache.Amounts;
 }
