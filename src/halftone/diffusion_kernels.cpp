@@ -138,10 +138,16 @@ template <Quantiser kQ, int kStep, bool kBlank>
 
     __m128i r, first = zero, second = zero;
     if constexpr (kBlank) {
-      // Every amount 0: q > f: q - step, else min(q + step, 0); no dot.
-      const __m128i step = _mm_set1_epi16(kQ == Quantiser::Top ? 16 : 32);
-      r = _mm_blendv_epi8(_mm_min_epi16(_mm_add_epi16(q, step), zero), _mm_sub_epi16(q, step),
-                          _mm_cmpgt_epi16(q, floor));
+      // Every amount 0: q > f: q - step, else min(q + step, 0); no dot. The decisions come from g
+      // itself, before its division: q > f exactly where g > 16 f (+ 15 when f >= 0), and
+      // q + step > 0 where g > -16 step; the error is then q + (-step or +step), or 0.
+      constexpr std::int16_t kStepSize = kQ == Quantiser::Top ? 16 : 32;
+      const __m128i limit =
+          _mm_add_epi16(_mm_slli_epi16(floor, 4), _mm_andnot_si128(_mm_cmpgt_epi16(zero, floor), _mm_set1_epi16(15)));
+      const __m128i above = _mm_cmpgt_epi16(g, limit);
+      const __m128i clamp = _mm_andnot_si128(above, _mm_cmpgt_epi16(g, _mm_set1_epi16(-16 * kStepSize)));
+      const __m128i offset = _mm_blendv_epi8(_mm_set1_epi16(kStepSize), _mm_set1_epi16(-kStepSize), above);
+      r = _mm_andnot_si128(clamp, _mm_add_epi16(q, offset));
     } else {
       // The amounts and thresholds (in lanes 0..3), the column's floors.
       const __m128i both = _mm_packs_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(amount[i])),

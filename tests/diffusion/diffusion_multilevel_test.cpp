@@ -5,12 +5,15 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <random>
+#include <vector>
 
 #include "src/data/tables.h"
 #include "src/device/plane_geometry.h"
 #include "src/halftone/halftone.h"
+#include "src/halftone/kernels.h"
 #include "tests/diffusion/diffusion_support.h"
 #include "tests/reference/diffusion_reference.h"
 #include "tests/support/instruction_sets.h"
@@ -57,6 +60,11 @@ TEST(DiffuseMultiLevel, MatchesTheReferenceOnRandomBandsInBothOrientationsOnEver
             auto fast = MakeDiffusionDevice(300, 600, pair.PrintMode, colour ? 2 : 1, media);
             auto slow = MakeDiffusionDevice(300, 600, pair.PrintMode, colour ? 2 : 1, media);
             SeedDiffusionLines(fast->State, 4, across * (pair.Kind == MultiKind::Top ? 2 : 1));
+            // In colour, errors of every size instead of the seed, so that the gathered errors meet
+            // each decision's edge.
+            if (colour)
+              for (auto& line : fast->Lines)
+                for (auto& cell : line) cell = static_cast<std::int16_t>(static_cast<int>(rng() % 1201) - 600);
             fast->State.ScanParity = static_cast<std::int16_t>(rng() % 2);
             fast->State.DiffusionCursor = rng() % 1024;
             for (auto& b : fast->Planes) {
@@ -213,6 +221,69 @@ TEST(SeedDiffusionLines, FillsThePatternOverTheModesCountAndResetsTheLineState) 
   SeedDiffusionLines(small->State, 4, 200);
   EXPECT_EQ(small->Lines[0].size(), 208u);
   EXPECT_EQ(small->Lines[0][207], DiffusionSeedErrors[(4 * 207) % 256]);
+}
+
+}  // namespace
+}  // namespace inkweave
+
+namespace inkweave {
+namespace {
+
+// The blank chain (every amount 0) decides from the gathered error before its division; the full
+// chain decides from the quotient, and is pinned to the reference above. On every instruction set
+// with a chain, in both directions, for every quantiser, both must agree on runs whose gathered errors
+// cover every edge of the floors' decisions many times over (previous rows of random errors).
+TEST(DiffuseMultiLevel, BlankChainAgreesWithTheFullChainOnEveryErrorItMeets) {
+  constexpr int kDots = detail::kRunDots;
+  constexpr int kCells = 2 * (kDots + 6) + 2;
+  std::mt19937 rng(0xB1A4C);
+  std::int32_t amounts[kDots][4] = {};
+  std::int32_t thresholds[kDots][4];
+  for (auto& dot : thresholds)
+    for (auto& t : dot) t = 5;
+  testing::ForEachInstructionSet([&](InstructionSet set) {
+    for (const auto q : {detail::Quantiser::Mid, detail::Quantiser::High, detail::Quantiser::Top}) {
+      for (const int step : {1, -1}) {
+        const detail::ChainRunFn blank = detail::ChainRunFor(set, q, step, true);
+        const detail::ChainRunFn full = detail::ChainRunFor(set, q, step, false);
+        if (blank == nullptr) continue;  // no chain on this instruction set
+        for (int trial = 0; trial < 300; ++trial) {
+          std::vector<std::int16_t> lines[4], outA[4], outB[4];
+          const int slot = static_cast<int>(rng() % 2);
+          for (int ink = 0; ink < 4; ++ink) {
+            lines[ink].resize(kCells);
+            for (auto& cell : lines[ink]) cell = static_cast<std::int16_t>(static_cast<int>(rng() % 700) - 240);
+            outA[ink] = outB[ink] = lines[ink];
+          }
+          std::vector<std::uint8_t> planesA(2 * kLineBytes, 0), planesB(2 * kLineBytes, 0);
+          detail::ChainState a{}, b{};
+          for (int ink = 0; ink < 4; ++ink) {
+            a.C1[ink] = b.C1[ink] = static_cast<std::int16_t>(static_cast<int>(rng() % 200) - 100);
+            a.C2[ink] = b.C2[ink] = static_cast<std::int16_t>(static_cast<int>(rng() % 200) - 100);
+          }
+          const int x = step > 0 ? 2 : kDots + 1;  // positions 0 .. kDots + 3
+          auto run = [&](detail::ChainRunFn chain, std::vector<std::int16_t>* out, std::vector<std::uint8_t>& planes,
+                         detail::ChainState& state) {
+            chain({amounts,
+                   thresholds,
+                   {lines[0].data() + (slot ^ 1), lines[1].data() + (slot ^ 1), lines[2].data() + (slot ^ 1),
+                    lines[3].data() + (slot ^ 1)},
+                   {out[0].data() + slot, out[1].data() + slot, out[2].data() + slot, out[3].data() + slot},
+                   x,
+                   kDots,
+                   {planes.data(), planes.data() + kLineBytes},
+                   kPlaneBytes},
+                  state);
+          };
+          run(blank, outA, planesA, a);
+          run(full, outB, planesB, b);
+          for (int ink = 0; ink < 4; ++ink) ASSERT_EQ(outA[ink], outB[ink]) << "ink " << ink << " trial " << trial;
+          ASSERT_EQ(planesA, planesB);
+          ASSERT_EQ(0, std::memcmp(&a, &b, sizeof a));
+        }
+      }
+    }
+  });
 }
 
 }  // namespace
