@@ -24,6 +24,7 @@
 // the bits past the line's end clear.
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 
 #include "src/device/plane_geometry.h"
 #include "src/halftone/diffusion.h"
@@ -211,10 +212,37 @@ void DiffuseRunInLanes(detail::ChainRunFn chain, const InkLine (&inks)[4], const
         state);
 }
 
-// Output line `line` in the direction kStep over dots first..first + count - 1.
+// The amounts of one source line's pixels, from pixel First on. At the highest resolution a source
+// pixel is rendered on two dots of two output lines: with the vector chain, whose tables keep every
+// amount within 16 bits, the line's pixels are converted once, on its first output line, and both
+// lines read their amounts from here.
+struct SourceAmounts {
+  static constexpr int kPixels = Layout<Quantiser::Top>::kPlaneDots / 2;
+  int First;
+  alignas(16) std::int16_t Amount[kPixels][4];
+};
+
+// Converts pixels first..first + count - 1 of a source line into `line`; `scratch` holds a run's worth.
+void ConvertSourceLine(MultiStripe& s, detail::SourceLine src, int first, int count, SourceAmounts& line,
+                       std::int32_t (*scratch)[4]) {
+  line.First = first;
+  std::uint32_t keys[kRunDots];
+  for (int done = 0; done < count; done += kRunDots) {
+    const int n = count - done < kRunDots ? count - done : kRunDots;
+    for (int i = 0; i < n; ++i) keys[i] = PixelKey(s.Source + (src.Origin + src.Step * (first + done + i)));
+    detail::AmountsOfStretch(s.Cache, keys, n, scratch, *s.State);
+    for (int i = 0; i < n; ++i)
+      for (int ink = 0; ink < 4; ++ink) line.Amount[done + i][ink] = static_cast<std::int16_t>(scratch[i][ink]);
+  }
+}
+
+// Output line `line` in the direction kStep over dots first..first + count - 1. `pixels`, when given,
+// holds the amounts of the line's source pixels (the highest resolution with the vector chain); they
+// are converted first when `convert` is set (the source line's first output line).
 template <Quantiser kQ, int kStep>
 void DiffuseMultiLine(MultiStripe& s, int line, const std::uint8_t* mapRow, detail::SourceLine src,
-                      std::uint8_t* planes0, std::uint8_t* planes1, int first, int count, int previousSlot) {
+                      std::uint8_t* planes0, std::uint8_t* planes1, int first, int count, int previousSlot,
+                      SourceAmounts* pixels, bool convert) {
   using L = Layout<kQ>;
   const int currentSlot = previousSlot ^ 1;
   const bool evenLine = (line & 1) == 0;
@@ -246,33 +274,56 @@ void DiffuseMultiLine(MultiStripe& s, int line, const std::uint8_t* mapRow, deta
   }
 
   RunInputs run;
+  if (pixels != nullptr && convert && count > 0) {
+    const int firstPixel = first / L::kScale;
+    ConvertSourceLine(s, src, firstPixel, (first + count - 1) / L::kScale - firstPixel + 1, *pixels, run.Amount);
+  }
   const detail::ChainRunFn chain = s.Chain[0][kStep > 0 ? 0 : 1];
   detail::ChainState chainState{};
   for (int done = 0; done < count; done += kRunDots) {
     const int n = count - done < kRunDots ? count - done : kRunDots;
     const int runStart = begin + kStep * done;
 
-    // The run's amounts (through the conversion cache) and thresholds: the map's, or on the jitter
-    // column a draw for each mid-tone ink, drawn in the fixed ink order. At the highest resolution
-    // two dots share a pixel and its key.
-    std::uint32_t keys[kRunDots];
-    std::uint32_t differs = 0;  // from the remembered pixel
-    int lastPixel = -1;
-    for (int i = 0, x = runStart; i < n; ++i, x += kStep) {
-      const int pixel = x / L::kScale;
-      if (pixel != lastPixel)
-        keys[i] = PixelKey(s.Source + (src.Origin + src.Step * pixel)), lastPixel = pixel;
-      else
-        keys[i] = keys[i - 1];
-      differs |= keys[i] ^ s.Cache.Key;
-    }
-    // A run of the remembered pixel has its amounts throughout; all 0 (white), the blank chain needs
-    // none of them.
-    const std::int32_t* remembered = s.Cache.Amounts.Amount;
-    const std::int32_t any = differs == 0 ? remembered[0] | remembered[1] | remembered[2] | remembered[3]
-                                          : detail::AmountsOfStretch(s.Cache, keys, n, run.Amount, *s.State);
-    if (differs == 0 && (any != 0 || chain == nullptr)) {
-      for (int i = 0; i < n; ++i) std::memcpy(run.Amount[i], remembered, sizeof run.Amount[i]);
+    // The run's amounts (through the conversion cache, or from the source line's) and thresholds: the
+    // map's, or on the jitter column a draw for each mid-tone ink, drawn in the fixed ink order. At the
+    // highest resolution two dots share a pixel and its key.
+    std::int32_t any = 0;
+    if (pixels != nullptr) {
+      // The run's pixels: any amount not 0 among them, then each dot's.
+      const int lo = (kStep > 0 ? runStart : runStart - n + 1) / L::kScale - pixels->First;
+      const int hi = (kStep > 0 ? runStart + n - 1 : runStart) / L::kScale - pixels->First;
+      std::uint64_t inked = 0;
+      for (int p = lo; p <= hi; ++p) {
+        std::uint64_t pixel;
+        std::memcpy(&pixel, pixels->Amount[p], sizeof pixel);
+        inked |= pixel;
+      }
+      any = inked != 0;
+      for (int i = 0, x = runStart; i < n; ++i, x += kStep) {
+        const std::int16_t* a = pixels->Amount[x / L::kScale - pixels->First];
+        std::int32_t* to = run.Amount[i];
+        to[0] = a[0], to[1] = a[1], to[2] = a[2], to[3] = a[3];
+      }
+    } else {
+      std::uint32_t keys[kRunDots];
+      std::uint32_t differs = 0;  // from the remembered pixel
+      int lastPixel = -1;
+      for (int i = 0, x = runStart; i < n; ++i, x += kStep) {
+        const int pixel = x / L::kScale;
+        if (pixel != lastPixel)
+          keys[i] = PixelKey(s.Source + (src.Origin + src.Step * pixel)), lastPixel = pixel;
+        else
+          keys[i] = keys[i - 1];
+        differs |= keys[i] ^ s.Cache.Key;
+      }
+      // A run of the remembered pixel has its amounts throughout; all 0 (white), the blank chain
+      // needs none of them.
+      const std::int32_t* remembered = s.Cache.Amounts.Amount;
+      any = differs == 0 ? remembered[0] | remembered[1] | remembered[2] | remembered[3]
+                         : detail::AmountsOfStretch(s.Cache, keys, n, run.Amount, *s.State);
+      if (differs == 0 && (any != 0 || chain == nullptr)) {
+        for (int i = 0; i < n; ++i) std::memcpy(run.Amount[i], remembered, sizeof run.Amount[i]);
+      }
     }
     // A white run needs no thresholds (and draws none): the blank chain takes it.
     if (chain != nullptr) {
@@ -283,9 +334,11 @@ void DiffuseMultiLine(MultiStripe& s, int line, const std::uint8_t* mapRow, deta
       }
     }
     for (int i = 0, x = runStart; i < n; ++i, x += kStep) {
-      const int mapThreshold = mapRow[x & 127];
+      const std::int32_t mapThreshold = mapRow[x & 127];
       for (int ink = 0; ink < 4; ++ink) run.Threshold[i][ink] = mapThreshold;
-      if ((x & 3) != jitterColumn) continue;
+    }
+    // The jitter columns (x & 3 == jitterColumn), every fourth dot of the run in its order.
+    for (int i = (kStep * (jitterColumn - runStart)) & 3; i < n; i += 4) {
       for (const int ink : detail::kInkOrder) {
         const int amount = run.Amount[i][ink];
         if (amount >= jitterLow && amount <= jitterHigh) {
@@ -366,16 +419,24 @@ std::uint32_t DiffuseMulti(DeviceState& state, int firstLine, int height, const 
            ? static_cast<int>((2u * (static_cast<std::uint32_t>(position) + static_cast<std::uint32_t>(firstLine))) &
                               127u)
            : detail::StripeMapRow(position, firstLine));
+  // The highest resolution's source line (40 KiB; nothing below it).
+  struct NoSourceLine {};
+  [[maybe_unused]] std::conditional_t<kQ == Quantiser::Top, SourceAmounts, NoSourceLine> sourceLine;
   for (int line = 0; line < outputLines; ++line) {
     const detail::SourceLine src = detail::SourceLineOf(band, firstLine + line / L::kScale, height, landscape);
     std::uint8_t* planes0 = state.PlaneBuffer[0] + line * L::kLineBytes;
     std::uint8_t* planes1 = L::kTwoBits ? state.PlaneBuffer[1] + line * L::kLineBytes : nullptr;
     const std::uint8_t* map = DiffusionThresholdMaps[mapRow + line];
     const int previousSlot = (parity + line) & 1;
+    SourceAmounts* pixels = nullptr;
+    if constexpr (kQ == Quantiser::Top) pixels = s.Chain[0][0] != nullptr ? &sourceLine : nullptr;
+    const bool convert = line % L::kScale == 0;
     if ((line & 1) == 0) {
-      DiffuseMultiLine<kQ, +1>(s, line, map, src, planes0, planes1, static_cast<int>(first), count, previousSlot);
+      DiffuseMultiLine<kQ, +1>(s, line, map, src, planes0, planes1, static_cast<int>(first), count, previousSlot,
+                               pixels, convert);
     } else {
-      DiffuseMultiLine<kQ, -1>(s, line, map, src, planes0, planes1, static_cast<int>(first), count, previousSlot);
+      DiffuseMultiLine<kQ, -1>(s, line, map, src, planes0, planes1, static_cast<int>(first), count, previousSlot,
+                               pixels, convert);
     }
   }
   return s.Result;

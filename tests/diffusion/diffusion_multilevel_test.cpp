@@ -72,6 +72,8 @@ TEST(DiffuseMultiLevel, MatchesTheReferenceOnRandomBandsInBothOrientationsOnEver
             }
             testing::CopyDiffusionState(*fast, *slow);
             std::int32_t position = static_cast<std::int32_t>(rng() % 256);
+            // Lines that start past the band's first pixel, now and then.
+            const int firstPixel = across > 8 ? static_cast<int>(rng() % 3) : 0;
             for (int bandNo = 0; bandNo < 2; ++bandNo) {
               const int lines = pair.StripeLines * 3 + 3;
               // The second band is white but for a sparse grid of colours: white runs between them.
@@ -80,9 +82,10 @@ TEST(DiffuseMultiLevel, MatchesTheReferenceOnRandomBandsInBothOrientationsOnEver
               for (int y = 0; y < lines - 1; y += pair.StripeLines) {
                 const int rows = std::min(pair.StripeLines, lines - y);
                 const auto got = RenderStripe(landscape ? pair.Landscape : pair.Portrait, *fast, *band, landscape, y,
-                                              rows, position);
-                const auto want = reference::DiffuseMultiReference(pair.Kind, slow->State, y, across, band->Info, rows,
-                                                                   0, across, position, landscape);
+                                              rows, position, firstPixel);
+                const auto want =
+                    reference::DiffuseMultiReference(pair.Kind, slow->State, y, across, band->Info, rows, firstPixel,
+                                                     across - firstPixel, position, landscape);
                 ASSERT_EQ(got, want) << pair.Name;
                 ASSERT_EQ(fast->State.ScanParity, slow->State.ScanParity);
                 for (int j = 0; j < 4; ++j)
