@@ -1,12 +1,15 @@
 #!/usr/bin/env bash
 # Builds the benchmarks in release mode (build-bench/) and runs them: every micro-benchmark of bench/,
 # then the whole-page benchmark one configuration per process (so each peak memory is its own), and
-# `inkweave print` of a 600 dpi A4 page under /usr/bin/time. Prints the page table in Markdown.
+# `inkweave print` of a 600 dpi A4 page under /usr/bin/time, and the side-by-side run against Debian's
+# peers on the same page (bench/peers.sh). Prints the tables in Markdown.
 #   ./bench.sh            everything
-#   ./bench.sh pages      only the page table and the print measurement
+#   ./bench.sh pages      only the page table, the print measurement and the peers
+#   ./bench.sh peers      only the peers
 set -euo pipefail
 cd "$(dirname "$0")"
 only="${1:-all}"
+./scripts/install-deps.sh image cups bench
 
 cmake -S . -B build-bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DINKWEAVE_BENCH=ON -DINKWEAVE_TESTS=OFF >/dev/null
 log=build-bench/build.log
@@ -19,6 +22,12 @@ if [ "$only" = all ]; then
     echo "== $(basename "$b")"
     "$b" --benchmark_min_time=0.2
   done
+fi
+
+if [ "$only" = peers ]; then
+  echo "== against the peers, page 1 of examples/testpage.pdf at 600 dpi"
+  bench/peers.sh build-bench
+  exit 0
 fi
 
 echo "== whole A4 pages through the entry points (CPU time of one core)"
@@ -58,3 +67,7 @@ for extra in "" "--halftone diffusion" "--high-res"; do
     --pages 1 --quality 600 $extra -q -o out/bench.prn 2>&1 | sed "s/^/  600 dpi ${extra:-dither}: /"
 done
 rm -f out/bench.prn
+
+echo
+echo "== against the peers, page 1 of examples/testpage.pdf at 600 dpi"
+bench/peers.sh build-bench

@@ -6,14 +6,16 @@ packages=(
   build-essential cmake ninja-build pkg-config git clang-format
   libgtest-dev libgmock-dev libbenchmark-dev
 )
-# Extra groups, asked for by name: ./scripts/install-deps.sh [image] [cups] [pappl] [windows]
+# Extra groups, asked for by name: ./scripts/install-deps.sh [image] [cups] [pappl] [windows] [bench]
 for group in "$@"; do
   case "$group" in
     image) packages+=(libvips-dev libcli11-dev libpoppler-glib-dev libcairo2-dev poppler-utils liblcms2-dev) ;;
     cups) packages+=(libcups2-dev cups cups-filters cups-bsd ghostscript) ;;
     pappl) packages+=(libpappl-dev cups-ipp-utils) ;;  # the printer application; ipptool for its tests
     windows) packages+=(g++-mingw-w64-x86-64 wine64) ;;
-    *) echo "install-deps: unknown group '$group' (known: image, cups, pappl, windows)" >&2; exit 2 ;;
+    # the benchmarks and their peers: Gutenprint's CUPS filter, Ghostscript, hyperfine
+    bench) packages+=(libbenchmark-dev hyperfine printer-driver-gutenprint ghostscript) ;;
+    *) echo "install-deps: unknown group '$group' (known: image, cups, pappl, windows, bench)" >&2; exit 2 ;;
   esac
 done
 

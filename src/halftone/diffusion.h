@@ -5,9 +5,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "src/color/color.h"
 #include "src/color/convert_pixel.h"
+#include "src/color/instruction_set.h"
+#include "src/color/kernels.h"
 #include "src/data/tables.h"
 #include "src/device/band_info.h"
 #include "src/device/device_state.h"
@@ -73,8 +76,8 @@ struct InkAmounts {
   int Amount[4];
 };
 
-// Splits the converted lightness bytes (cyan, magenta, yellow, grey component) into four amounts
-// through the ink-split table; yellow is held at or below yellowCap.
+// Splits the converted lightness bytes (cyan, magenta, yellow, grey component; cyan lowest) into four
+// amounts through the ink-split table; yellow is held at or below yellowCap.
 inline InkAmounts SplitInks(const std::uint8_t* lightness, const std::int16_t (*split)[4], int yellowCap) {
   const int g = 255 - lightness[3];
   const std::int16_t* row = split[g];
@@ -87,10 +90,19 @@ inline InkAmounts SplitInks(const std::uint8_t* lightness, const std::int16_t (*
   return a;
 }
 
+// The same from the conversion's packed result (cyan in the lowest byte).
+inline InkAmounts SplitInks(std::uint32_t packed, const std::int16_t (*split)[4], int yellowCap) {
+  const std::uint8_t lightness[4] = {static_cast<std::uint8_t>(packed), static_cast<std::uint8_t>(packed >> 8),
+                                     static_cast<std::uint8_t>(packed >> 16), static_cast<std::uint8_t>(packed >> 24)};
+  return SplitInks(lightness, split, yellowCap);
+}
+
 // The one-entry conversion cache of a call: a pixel equal to the last key reuses its amounts. It
 // starts on white with no ink, so white never reaches ConvertPixel until another colour was seen.
 struct ConversionCache {
-  std::uint32_t Key;
+  ConvertPixelsFn Convert;  // the active instruction set's conversion kernel
+  ColorMemory Colors;       // the colours converted lately
+  std::uint32_t Key;        // PixelKey of the last pixel
   InkAmounts Amounts;
   const std::int16_t (*Split)[4];
   int YellowCap;
@@ -99,29 +111,65 @@ struct ConversionCache {
 // Chooses the ink-split table, converts black once for YellowCap and primes the cache with white.
 inline ConversionCache StartConversion(const DeviceState& state) {
   ConversionCache cache;
+  cache.Convert = ConvertPixelsFor(ActiveInstructionSet());
+  ClearColorMemory(cache.Colors);
   cache.Split = InkSplitTable[InkSplitTableIndex(state)];
   std::uint8_t black[4] = {0, 0, 0, 0};
   std::uint8_t out[4];
   ConvertPixel(black, out, state);
   cache.YellowCap = 255 - out[2];
   cache.Key = kWhiteKey;
-  const std::uint8_t white[4] = {255, 255, 255, 255};
-  cache.Amounts = SplitInks(white, cache.Split, cache.YellowCap);
+  cache.Amounts = SplitInks(0xFFFFFFFF, cache.Split, cache.YellowCap);
   return cache;
 }
 
 // The amounts of the source pixel at p (three bytes, red first).
 inline const InkAmounts& AmountsOf(ConversionCache& cache, const std::uint8_t* p, const DeviceState& state) {
-  const std::uint32_t key = (std::uint32_t{p[0]} << 16) | (std::uint32_t{p[1]} << 8) | p[2];
+  const std::uint32_t key = PixelKey(p);
   if (key != cache.Key) {
     // ConvertPixel reads four bytes; hand it a copy so the last pixel of a band is never overread.
     const std::uint8_t pixel[4] = {p[0], p[1], p[2], 0};
     std::uint8_t out[4];
-    ConvertPixelInline(pixel, out, state);
     cache.Key = key;
+    ConvertPixelInline(pixel, out, state);
     cache.Amounts = SplitInks(out, cache.Split, cache.YellowCap);
   }
   return cache.Amounts;
+}
+
+// The amounts of a stretch of pixels given by their keys into amounts[i]: the pixels that differ from
+// the one before them are converted in one call of the kernel. Answers the OR of every amount (0: the
+// stretch is white).
+inline std::int32_t AmountsOfStretch(ConversionCache& cache, const std::uint32_t* keys, int count,
+                                     std::int32_t (*amounts)[4], const DeviceState& state) {
+  constexpr int kMost = 256;
+  std::uint32_t fresh[kMost];
+  std::uint32_t converted[kMost];
+  std::int32_t any = 0;
+  for (int done = 0; done < count; done += kMost) {
+    const int n = count - done < kMost ? count - done : kMost;
+    int distinct = 0;
+    std::uint32_t last = cache.Key;
+    for (int i = done; i < done + n; ++i) {
+      if (keys[i] != last) fresh[distinct++] = last = keys[i];
+    }
+    // Monochrome converts for less than a look-up in the colour memory costs.
+    if (state.ColorMode == 1)
+      cache.Convert(fresh, distinct, converted, state);
+    else
+      ConvertThroughMemory(cache.Colors, cache.Convert, fresh, distinct, converted, state);
+    const std::int32_t* a = cache.Amounts.Amount;
+    if (n > 0 && keys[done] == cache.Key) any |= a[0] | a[1] | a[2] | a[3];  // the remembered pixel's
+    for (int i = done, next = 0; i < done + n; ++i) {
+      if (keys[i] != cache.Key) {
+        cache.Key = keys[i];
+        cache.Amounts = SplitInks(converted[next++], cache.Split, cache.YellowCap);
+        any |= a[0] | a[1] | a[2] | a[3];
+      }
+      std::memcpy(amounts[i], a, sizeof amounts[i]);
+    }
+  }
+  return any;
 }
 
 // Wrapping 16-bit store of a cell value.

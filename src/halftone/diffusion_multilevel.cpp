@@ -23,10 +23,13 @@
 // Every byte a line touches is stored, the partial last byte of a left-to-right line included, with
 // the bits past the line's end clear.
 #include <cstdint>
+#include <cstring>
+#include <type_traits>
 
 #include "src/device/plane_geometry.h"
 #include "src/halftone/diffusion.h"
 #include "src/halftone/halftone.h"
+#include "src/halftone/kernels.h"
 
 namespace inkweave {
 namespace {
@@ -34,7 +37,8 @@ namespace {
 using detail::ConversionCache;
 using detail::InkAmounts;
 
-enum class Quantiser { Mid, High, Top };
+using detail::kRunDots;
+using detail::Quantiser;
 
 // The plane layout of a quantiser: the top pair renders at level 6, the others below it.
 template <Quantiser kQ>
@@ -101,6 +105,7 @@ inline Dot Quantise(int amount, int v, int threshold, int floor) {
 
 struct MultiStripe {
   DeviceState* State;
+  detail::ChainRunFn Chain[2][2];  // the vector chains [blank run][left to right, right to left] (null: none)
   ConversionCache Cache;
   const std::uint8_t* Source;  // the band's first row
   std::int16_t* Error[4];      // error lines by ink
@@ -121,15 +126,14 @@ struct InkLine {
   unsigned Bits0, Bits1;
 };
 
-// A line is worked through in runs of this many dots: first the amounts and thresholds of every
-// ink (the jitter draws in the fixed ink order), then each ink along the run on its own, its state
-// in registers.
-constexpr int kRunDots = 256;
+// A line is worked through in runs of kRunDots dots: first the amounts and thresholds of every ink
+// (the jitter draws in the fixed ink order), then the inks along the run: all four at once in the
+// lanes of a vector (kernels.h), or two at a time with their state in registers.
 
-// The amounts and thresholds of a run, by ink.
+// The amounts and thresholds of a run, by dot.
 struct RunInputs {
-  int Amount[4][kRunDots];
-  int Threshold[4][kRunDots];
+  std::int32_t Amount[kRunDots][4];
+  std::int32_t Threshold[kRunDots][4];
 };
 
 // Stores the collected bytes of one ink at plane byte `byte` and starts the next byte.
@@ -182,8 +186,8 @@ void DiffuseInkPair(InkLine& lineA, int ia, InkLine& lineB, int ib, const RunInp
   std::uint32_t inked = 0;
   unsigned mask = 0x80u >> (x & 7);  // walks with the dot
   for (int i = 0; i < n; ++i, x += kStep) {
-    DiffuseDot<kQ, kStep>(a, ia, run.Amount[ia][i], run.Threshold[ia][i], x, mask, inked);
-    DiffuseDot<kQ, kStep>(b, ib, run.Amount[ib][i], run.Threshold[ib][i], x, mask, inked);
+    DiffuseDot<kQ, kStep>(a, ia, run.Amount[i][ia], run.Threshold[i][ia], x, mask, inked);
+    DiffuseDot<kQ, kStep>(b, ib, run.Amount[i][ib], run.Threshold[i][ib], x, mask, inked);
     if (kStep > 0)
       mask = mask == 0x01u ? 0x80u : mask >> 1;
     else
@@ -194,10 +198,51 @@ void DiffuseInkPair(InkLine& lineA, int ia, InkLine& lineB, int ib, const RunInp
   lineB = b;
 }
 
-// Output line `line` in the direction kStep over dots first..first + count - 1.
+// Diffuses a run with the four inks in the lanes of one vector.
+void DiffuseRunInLanes(detail::ChainRunFn chain, const InkLine (&inks)[4], const RunInputs& run, int x, int n,
+                       std::uint8_t* planes0, std::uint8_t* planes1, int planeBytes, detail::ChainState& state) {
+  chain({run.Amount,
+         run.Threshold,
+         {inks[0].Previous, inks[1].Previous, inks[2].Previous, inks[3].Previous},
+         {inks[0].Current, inks[1].Current, inks[2].Current, inks[3].Current},
+         x,
+         n,
+         {planes0, planes1},
+         planeBytes},
+        state);
+}
+
+// The amounts of one source line's pixels, from pixel First on. At the highest resolution a source
+// pixel is rendered on two dots of two output lines: with the vector chain, whose tables keep every
+// amount within 16 bits, the line's pixels are converted once, on its first output line, and both
+// lines read their amounts from here.
+struct SourceAmounts {
+  static constexpr int kPixels = Layout<Quantiser::Top>::kPlaneDots / 2;
+  int First;
+  alignas(16) std::int16_t Amount[kPixels][4];
+};
+
+// Converts pixels first..first + count - 1 of a source line into `line`; `scratch` holds a run's worth.
+void ConvertSourceLine(MultiStripe& s, detail::SourceLine src, int first, int count, SourceAmounts& line,
+                       std::int32_t (*scratch)[4]) {
+  line.First = first;
+  std::uint32_t keys[kRunDots];
+  for (int done = 0; done < count; done += kRunDots) {
+    const int n = count - done < kRunDots ? count - done : kRunDots;
+    for (int i = 0; i < n; ++i) keys[i] = PixelKey(s.Source + (src.Origin + src.Step * (first + done + i)));
+    detail::AmountsOfStretch(s.Cache, keys, n, scratch, *s.State);
+    for (int i = 0; i < n; ++i)
+      for (int ink = 0; ink < 4; ++ink) line.Amount[done + i][ink] = static_cast<std::int16_t>(scratch[i][ink]);
+  }
+}
+
+// Output line `line` in the direction kStep over dots first..first + count - 1. `pixels`, when given,
+// holds the amounts of the line's source pixels (the highest resolution with the vector chain); they
+// are converted first when `convert` is set (the source line's first output line).
 template <Quantiser kQ, int kStep>
 void DiffuseMultiLine(MultiStripe& s, int line, const std::uint8_t* mapRow, detail::SourceLine src,
-                      std::uint8_t* planes0, std::uint8_t* planes1, int first, int count, int previousSlot) {
+                      std::uint8_t* planes0, std::uint8_t* planes1, int first, int count, int previousSlot,
+                      SourceAmounts* pixels, bool convert) {
   using L = Layout<kQ>;
   const int currentSlot = previousSlot ^ 1;
   const bool evenLine = (line & 1) == 0;
@@ -229,37 +274,105 @@ void DiffuseMultiLine(MultiStripe& s, int line, const std::uint8_t* mapRow, deta
   }
 
   RunInputs run;
+  if (pixels != nullptr && convert && count > 0) {
+    const int firstPixel = first / L::kScale;
+    ConvertSourceLine(s, src, firstPixel, (first + count - 1) / L::kScale - firstPixel + 1, *pixels, run.Amount);
+  }
+  const detail::ChainRunFn chain = s.Chain[0][kStep > 0 ? 0 : 1];
+  detail::ChainState chainState{};
   for (int done = 0; done < count; done += kRunDots) {
     const int n = count - done < kRunDots ? count - done : kRunDots;
     const int runStart = begin + kStep * done;
 
-    // The run's amounts (through the conversion cache) and thresholds: the map's, or on the jitter
-    // column a draw for each mid-tone ink, drawn in the fixed ink order.
-    int x = runStart;
-    for (int i = 0; i < n; ++i, x += kStep) {
-      const InkAmounts& amounts =
-          detail::AmountsOf(s.Cache, s.Source + (src.Origin + src.Step * (x / L::kScale)), *s.State);
-      const int mapThreshold = mapRow[x & 127];
-      const bool jitterHere = (x & 3) == jitterColumn;
+    // The run's amounts (through the conversion cache, or from the source line's) and thresholds: the
+    // map's, or on the jitter column a draw for each mid-tone ink, drawn in the fixed ink order. At the
+    // highest resolution two dots share a pixel and its key.
+    std::int32_t any = 0;
+    if (pixels != nullptr) {
+      // The run's pixels: any amount not 0 among them, then each dot's.
+      const int lo = (kStep > 0 ? runStart : runStart - n + 1) / L::kScale - pixels->First;
+      const int hi = (kStep > 0 ? runStart + n - 1 : runStart) / L::kScale - pixels->First;
+      std::uint64_t inked = 0;
+      for (int p = lo; p <= hi; ++p) {
+        std::uint64_t pixel;
+        std::memcpy(&pixel, pixels->Amount[p], sizeof pixel);
+        inked |= pixel;
+      }
+      any = inked != 0;
+      for (int i = 0, x = runStart; i < n; ++i, x += kStep) {
+        const std::int16_t* a = pixels->Amount[x / L::kScale - pixels->First];
+        std::int32_t* to = run.Amount[i];
+        to[0] = a[0], to[1] = a[1], to[2] = a[2], to[3] = a[3];
+      }
+    } else {
+      std::uint32_t keys[kRunDots];
+      std::uint32_t differs = 0;  // from the remembered pixel
+      int lastPixel = -1;
+      for (int i = 0, x = runStart; i < n; ++i, x += kStep) {
+        const int pixel = x / L::kScale;
+        if (pixel != lastPixel)
+          keys[i] = PixelKey(s.Source + (src.Origin + src.Step * pixel)), lastPixel = pixel;
+        else
+          keys[i] = keys[i - 1];
+        differs |= keys[i] ^ s.Cache.Key;
+      }
+      // A run of the remembered pixel has its amounts throughout; all 0 (white), the blank chain
+      // needs none of them.
+      const std::int32_t* remembered = s.Cache.Amounts.Amount;
+      any = differs == 0 ? remembered[0] | remembered[1] | remembered[2] | remembered[3]
+                         : detail::AmountsOfStretch(s.Cache, keys, n, run.Amount, *s.State);
+      if (differs == 0 && (any != 0 || chain == nullptr)) {
+        for (int i = 0; i < n; ++i) std::memcpy(run.Amount[i], remembered, sizeof run.Amount[i]);
+      }
+    }
+    // A white run needs no thresholds (and draws none): the blank chain takes it.
+    if (chain != nullptr) {
+      if (any == 0) {
+        DiffuseRunInLanes(s.Chain[1][kStep > 0 ? 0 : 1], inks, run, runStart, n, planes0, planes1, L::kPlaneBytes,
+                          chainState);
+        continue;
+      }
+    }
+    for (int i = 0, x = runStart; i < n; ++i, x += kStep) {
+      const std::int32_t mapThreshold = mapRow[x & 127];
+      for (int ink = 0; ink < 4; ++ink) run.Threshold[i][ink] = mapThreshold;
+    }
+    // The jitter columns (x & 3 == jitterColumn), every fourth dot of the run in its order.
+    for (int i = (kStep * (jitterColumn - runStart)) & 3; i < n; i += 4) {
       for (const int ink : detail::kInkOrder) {
-        const int amount = amounts.Amount[ink];
-        int threshold = mapThreshold;
-        if (jitterHere && amount >= jitterLow && amount <= jitterHigh) {
-          threshold = (ThresholdJitterWide[s.JitterIndex] >> 4) + 200;
+        const int amount = run.Amount[i][ink];
+        if (amount >= jitterLow && amount <= jitterHigh) {
+          run.Threshold[i][ink] = (ThresholdJitterWide[s.JitterIndex] >> 4) + 200;
           s.JitterIndex = (s.JitterIndex + 1) & 1023u;
         }
-        run.Amount[ink][i] = amount;
-        run.Threshold[ink][i] = threshold;
       }
     }
 
-    // The inks along the run, two at a time.
-    DiffuseInkPair<kQ, kStep>(inks[0], 0, inks[1], 1, run, runStart, n, s.Result);
-    DiffuseInkPair<kQ, kStep>(inks[2], 2, inks[3], 3, run, runStart, n, s.Result);
+    if (chain != nullptr) {
+      DiffuseRunInLanes(chain, inks, run, runStart, n, planes0, planes1, L::kPlaneBytes, chainState);
+    } else {
+      // The inks along the run, two at a time.
+      DiffuseInkPair<kQ, kStep>(inks[0], 0, inks[1], 1, run, runStart, n, s.Result);
+      DiffuseInkPair<kQ, kStep>(inks[2], 2, inks[3], 3, run, runStart, n, s.Result);
+    }
   }
 
   // The partial byte at the far end of the line (left to right: its last byte; right to left: the
   // byte of the first dot when the line does not start on a byte boundary).
+  if (chain != nullptr) {
+    const int last = first + count - 1;
+    const bool partial = count > 0 && (kStep > 0 ? (last & 7) != 7 : (first & 7) != 0);
+    for (int ink = 0; ink < 4 && partial; ++ink) {
+      // The vector chain's bits end at bit 0 (left to right) or bit 7 (right to left).
+      InkLine& state = inks[ink];
+      const unsigned b0 = chainState.Bits[ink], b1 = chainState.Bits[4 + ink];
+      state.Bits0 = kStep > 0 ? b0 << (7 - (last & 7)) : b0 >> (first & 7);
+      state.Bits1 = kStep > 0 ? b1 << (7 - (last & 7)) : b1 >> (first & 7);
+      StoreInkByte<kQ>(state, (kStep > 0 ? last : first) >> 3, s.Result);
+    }
+    if (chainState.Inked) s.Result = 1;
+    return;
+  }
   for (InkLine& ink : inks) {
     if (kStep > 0 && count > 0 && ((first + count) & 7) != 0) StoreInkByte<kQ>(ink, (first + count - 1) >> 3, s.Result);
     if (kStep < 0 && count > 0 && (first & 7) != 0) StoreInkByte<kQ>(ink, first >> 3, s.Result);
@@ -288,6 +401,11 @@ std::uint32_t DiffuseMulti(DeviceState& state, int firstLine, int height, const 
 
   MultiStripe s;
   s.State = &state;
+  const InstructionSet set = ActiveInstructionSet();
+  for (int blank = 0; blank < 2; ++blank) {
+    s.Chain[blank][0] = detail::ChainRunFor(set, kQ, +1, blank != 0);
+    s.Chain[blank][1] = detail::ChainRunFor(set, kQ, -1, blank != 0);
+  }
   s.Cache = detail::StartConversion(state);
   s.Source = band.Bits;
   for (int ink = 0; ink < 4; ++ink) s.Error[ink] = state.LineBuffers[ink];
@@ -301,16 +419,24 @@ std::uint32_t DiffuseMulti(DeviceState& state, int firstLine, int height, const 
            ? static_cast<int>((2u * (static_cast<std::uint32_t>(position) + static_cast<std::uint32_t>(firstLine))) &
                               127u)
            : detail::StripeMapRow(position, firstLine));
+  // The highest resolution's source line (40 KiB; nothing below it).
+  struct NoSourceLine {};
+  [[maybe_unused]] std::conditional_t<kQ == Quantiser::Top, SourceAmounts, NoSourceLine> sourceLine;
   for (int line = 0; line < outputLines; ++line) {
     const detail::SourceLine src = detail::SourceLineOf(band, firstLine + line / L::kScale, height, landscape);
     std::uint8_t* planes0 = state.PlaneBuffer[0] + line * L::kLineBytes;
     std::uint8_t* planes1 = L::kTwoBits ? state.PlaneBuffer[1] + line * L::kLineBytes : nullptr;
     const std::uint8_t* map = DiffusionThresholdMaps[mapRow + line];
     const int previousSlot = (parity + line) & 1;
+    SourceAmounts* pixels = nullptr;
+    if constexpr (kQ == Quantiser::Top) pixels = s.Chain[0][0] != nullptr ? &sourceLine : nullptr;
+    const bool convert = line % L::kScale == 0;
     if ((line & 1) == 0) {
-      DiffuseMultiLine<kQ, +1>(s, line, map, src, planes0, planes1, static_cast<int>(first), count, previousSlot);
+      DiffuseMultiLine<kQ, +1>(s, line, map, src, planes0, planes1, static_cast<int>(first), count, previousSlot,
+                               pixels, convert);
     } else {
-      DiffuseMultiLine<kQ, -1>(s, line, map, src, planes0, planes1, static_cast<int>(first), count, previousSlot);
+      DiffuseMultiLine<kQ, -1>(s, line, map, src, planes0, planes1, static_cast<int>(first), count, previousSlot,
+                               pixels, convert);
     }
   }
   return s.Result;

@@ -23,10 +23,12 @@
 #include <cstring>
 
 #include "src/color/color.h"
-#include "src/color/convert_pixel.h"
+#include "src/color/instruction_set.h"
+#include "src/color/kernels.h"
 #include "src/data/tables.h"
 #include "src/device/plane_geometry.h"
 #include "src/halftone/halftone.h"
+#include "src/halftone/kernels.h"
 
 namespace inkweave {
 namespace {
@@ -148,35 +150,122 @@ std::uint64_t ExtractBlack(std::uint8_t* planes, std::ptrdiff_t lineStart, int w
   return flag;
 }
 
-// The one-pixel conversion memory of a colour stripe: the last pixel and its cyan, magenta and
-// yellow lightness in the 16-bit lanes of one word (cyan lowest), ready for DotLanes.
-constexpr std::uint64_t kLaneOnes = 0x0000000100010001u;  // one in each of the three lanes
-
+// The conversion memory of a colour stripe: the last pixel converted and its inks (cyan lowest). It
+// starts as white with no ink, so that white pixels are not converted until another colour was seen.
 struct PixelMemory {
   std::uint32_t key = kWhiteKey;
-  std::uint64_t lanes = 255 * kLaneOnes;
+  std::uint32_t inks = 0xFFFFFFFF;
 };
 
-// The dots of the three lanes against threshold t: lane value 255 + t - ink reaches 256 exactly where
-// ink < t, so bit 8 of each lane is the dot (no lane goes negative, so none borrows from the next).
-inline std::uint64_t DotLanes(std::uint64_t inks, std::uint32_t t) {
-  return (((255 + t) * kLaneOnes - inks) >> 8) & kLaneOnes;
+// What a colour stripe works with: its kernels and its conversion memory.
+struct ColorStripe {
+  const DeviceState* state;
+  ConvertPixelsFn convert;
+  detail::DitherStretchFn dither;
+  PixelMemory memory;
+  ColorMemory colors;  // not used in monochrome, where a conversion costs less than a look-up
+};
+
+void ConvertStretch(ColorStripe& s, const std::uint32_t* keys, int count, std::uint32_t* out) {
+  if (s.state->ColorMode == 1)
+    s.convert(keys, count, out, *s.state);
+  else
+    ConvertThroughMemory(s.colors, s.convert, keys, count, out, *s.state);
+}
+
+// The cyan, magenta and yellow lightness of one stretch of dots x0..x0+31 into inks, dot x at index
+// (x - x0) ^ 7 (the bit order of a plane byte); dots outside lo..hi-1 stay white. The pixels that differ
+// from the one before them are converted in one call. Answers false when no dot of the stretch can be
+// set (all white).
+bool FillStretch(ColorStripe& s, const std::uint8_t* bits, std::ptrdiff_t base, std::ptrdiff_t step, int x0, int lo,
+                 int hi, std::uint8_t (*inks)[detail::kDitherStretch]) {
+  constexpr int kStretch = detail::kDitherStretch;
+  const std::uint8_t* first = bits + base + step * lo;
+
+  // A stretch of one colour (portrait, whole): one memory look-up.
+  if (step == 3 && hi - lo == kStretch && std::memcmp(first, first + 3, 3 * (kStretch - 1)) == 0) {
+    const std::uint32_t key = PixelKey(first);
+    if (key != s.memory.key) ConvertStretch(s, &key, 1, &s.memory.inks), s.memory.key = key;
+    const std::uint32_t v = s.memory.inks;
+    if ((v & 0xFFFFFF) == 0xFFFFFF) return false;
+    for (int k = 0; k < 3; ++k) std::memset(inks[k], static_cast<int>((v >> (8 * k)) & 0xFF), kStretch);
+    return true;
+  }
+
+  // Monochrome: every pixel converted (its conversion costs less than the look-ups that would spare
+  // it), then a pixel equal to the one before takes its inks, as the memory rule has it (the white
+  // that the memory starts with is not converted); the three inks alike.
+  if (s.state->ColorMode == 1) {
+    std::uint32_t keys[kStretch];
+    std::uint32_t light[kStretch];
+    const int count = hi - lo;
+    for (int x = lo; x < hi; ++x) keys[x - lo] = PixelKey(bits + base + step * x);
+    s.convert(keys, count, light, *s.state);
+    std::memset(inks, 0xFF, sizeof(std::uint8_t) * 3 * kStretch);
+    std::uint32_t all = 0xFF;
+    for (int i = 0; i < count; ++i) {
+      if (keys[i] == s.memory.key)
+        light[i] = s.memory.inks;
+      else
+        s.memory = {keys[i], light[i]};
+      inks[0][(lo + i - x0) ^ 7] = static_cast<std::uint8_t>(light[i]);
+      all &= light[i];
+    }
+    std::memcpy(inks[1], inks[0], kStretch);
+    std::memcpy(inks[2], inks[0], kStretch);
+    return (all & 0xFF) != 0xFF;
+  }
+
+  std::uint32_t keys[kStretch];
+  std::uint32_t fresh[kStretch];
+  std::uint32_t converted[kStretch];
+  int count = 0;
+  std::uint32_t last = s.memory.key;
+  for (int x = lo; x < hi; ++x) {
+    const std::uint32_t key = PixelKey(bits + base + step * x);
+    keys[x - x0] = key;
+    if (key != last) fresh[count++] = last = key;
+  }
+  if (count > 0) ConvertStretch(s, fresh, count, converted);
+
+  std::memset(inks, 0xFF, sizeof(std::uint8_t) * 3 * kStretch);
+  std::uint32_t v = s.memory.inks;
+  std::uint32_t white = 0xFFFFFF;
+  last = s.memory.key;
+  for (int x = lo, next = 0; x < hi; ++x) {
+    const std::uint32_t key = keys[x - x0];
+    if (key != last) v = converted[next++], last = key;
+    const int j = (x - x0) ^ 7;
+    inks[0][j] = static_cast<std::uint8_t>(v);
+    inks[1][j] = static_cast<std::uint8_t>(v >> 8);
+    inks[2][j] = static_cast<std::uint8_t>(v >> 16);
+    white &= v;
+  }
+  s.memory = {last, v};
+  return white != 0xFFFFFF;
 }
 
 std::uint32_t DitherColor(DeviceState& state, int firstLine, int width, const BandInfo& band, int lineCount,
                           const IPPARAMS* params, bool landscape) {
   if (lineCount < 1) return 0;
+  constexpr int kStretch = detail::kDitherStretch;
   std::uint8_t* planes = state.PlaneBuffer[0];
   const BandWindow window = WindowOf(band);
   const std::ptrdiff_t stride = band.Stride;
   const std::int64_t offset = PageOffset(params, landscape);
-  PixelMemory memory;
+  const InstructionSet set = ActiveInstructionSet();
+  ColorStripe s{&state, ConvertPixelsFor(set), detail::DitherStretchFor(set), {}, {}};
+  ClearColorMemory(s.colors);
   std::uint64_t flag = 0;
 
   for (int l = 0; l < lineCount; ++l) {
     const std::ptrdiff_t lineStart = kLine * l;
     if (lineStart >= kBufferBytes) break;
+
+    // The thresholds minus 1 in the bit order of the plane bytes (dot x at index x ^ 7).
     const std::uint8_t* threshold = ThresholdRow((firstLine + l + offset) & 127);
+    alignas(32) std::uint8_t limits[kDitherSize];
+    for (int i = 0; i < kDitherSize; ++i) limits[i] = static_cast<std::uint8_t>(threshold[i ^ 7] - 1);
 
     // Where dot x's pixel lies in the band.
     const std::ptrdiff_t line = firstLine + l;
@@ -185,31 +274,19 @@ std::uint32_t DitherColor(DeviceState& state, int firstLine, int width, const Ba
     const std::ptrdiff_t step = landscape ? -stride : 3;
     const DotRun run = InsideRun(window, base, step, 3, width);
 
-    // Cyan, magenta and yellow dots, collected a byte at a time in the lanes of one word.
-    std::ptrdiff_t at = base + step * run.first;
-    for (int x = run.first; x < run.last;) {
-      const int byteEnd = std::min(run.last, (x | 7) + 1);
-      std::uint64_t dots = 0;
-      for (; x < byteEnd; ++x, at += step) {
-        const std::uint8_t* pixel = band.Bits + at;
-        const std::uint32_t key =
-            pixel[0] | (static_cast<std::uint32_t>(pixel[1]) << 8) | (static_cast<std::uint32_t>(pixel[2]) << 16);
-        if (key != memory.key) {
-          // A copy, so that the conversion's four-byte read stays inside the band.
-          const std::uint8_t rgb[4] = {pixel[0], pixel[1], pixel[2], 0};
-          std::uint8_t ink[4];
-          const std::uint64_t v = ConvertPixelInline(rgb, ink, state);  // cyan in the low byte
-          memory.key = key;
-          memory.lanes = (v & 0xFF) | (v & 0xFF00) << 8 | (v & 0xFF0000) << 16;
-        }
-        dots |= DotLanes(memory.lanes, threshold[x & 127]) << (7 - (x & 7));
+    // Cyan, magenta and yellow dots, a stretch of 32 at a time, ORed into the planes.
+    for (int x0 = run.first & ~(kStretch - 1); x0 < run.last; x0 += kStretch) {
+      alignas(32) std::uint8_t inks[3][kStretch];
+      if (!FillStretch(s, band.Bits, base, step, x0, std::max(x0, run.first), std::min(x0 + kStretch, run.last), inks))
+        continue;
+      std::uint32_t dots[3];
+      s.dither(inks, limits + (x0 & (kDitherSize - 1)), dots);
+      for (int b = 0; b < kStretch / 8; ++b) {
+        const std::ptrdiff_t byte = lineStart + (x0 >> 3) + b;
+        OrDots(planes, byte + kCyanAt, (dots[0] >> (8 * b)) & 0xFF);
+        OrDots(planes, byte + kMagentaAt, (dots[1] >> (8 * b)) & 0xFF);
+        OrDots(planes, byte + kYellowAt, (dots[2] >> (8 * b)) & 0xFF);
       }
-
-      // The byte's dots into the three planes.
-      const std::ptrdiff_t byte = lineStart + ((x - 1) >> 3);
-      OrDots(planes, byte + kCyanAt, static_cast<std::uint32_t>(dots & 0xFF));
-      OrDots(planes, byte + kMagentaAt, static_cast<std::uint32_t>((dots >> 16) & 0xFF));
-      OrDots(planes, byte + kYellowAt, static_cast<std::uint32_t>((dots >> 32) & 0xFF));
     }
 
     flag |= ExtractBlack(planes, lineStart, width);

@@ -3,14 +3,17 @@
 // reference over a dense sample of the RGB cube for several tables and tone curves.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <random>
 #include <vector>
 
 #include "src/color/color.h"
+#include "src/color/kernels.h"
 #include "src/data/tables.h"
 #include "tests/reference/color_reference.h"
+#include "tests/support/instruction_sets.h"
 
 namespace inkweave {
 namespace {
@@ -126,14 +129,25 @@ TEST(ConvertPixel, NoTableInColourModeMeansNoInk) {
   EXPECT_EQ(convert(12, 200, 77), All(255));
 }
 
-// The reference comparison: every third value of each channel (255 included) and a seeded random
-// sample, for three tables, colour and monochrome, with identity and with bent curves.
-TEST(ConvertPixel, AgreesWithThePlainReference) {
+// The reference comparison of ConvertPixel and of the batch kernel of every instruction set: every
+// third value of each channel (255 included), the values around the cell edges in every combination,
+// and a seeded random sample, for three tables, colour and monochrome, with identity and bent curves.
+TEST(ConvertPixel, EveryPathAgreesWithThePlainReference) {
   struct Variant {
     std::int16_t brightness, contrast, red, green, blue;
   };
   static const Variant kVariants[] = {{0, 0, 0, 0, 0}, {3, 20, -20, 10, 40}, {-2, -15, 30, -40, 0}};
+  static const int kEdges[] = {0, 1, 15, 16, 17, 127, 128, 136, 239, 240, 241, 254, 255};
   std::mt19937 rng(0x5EED0C01u);
+  std::vector<std::uint32_t> keys;
+  for (int r = 0; r < 256; r += 3)
+    for (int g = 0; g < 256; g += 3)
+      for (int b = 0; b < 256; b += 3) keys.push_back(static_cast<std::uint32_t>(r | g << 8 | b << 16));
+  for (int r : kEdges)
+    for (int g : kEdges)
+      for (int b : kEdges) keys.push_back(static_cast<std::uint32_t>(r | g << 8 | b << 16));
+  for (int s = 0; s < 20000; ++s) keys.push_back(rng() & 0xFFFFFF);
+
   for (int t : {1, 8, 13}) {
     for (std::uint16_t mode : {2, 1}) {
       for (const Variant& v : kVariants) {
@@ -144,20 +158,33 @@ TEST(ConvertPixel, AgreesWithThePlainReference) {
         convert.state.GreenGain = v.green;
         convert.state.BlueGain = v.blue;
         BuildToneCurves(convert.state);
-        int mismatches = 0;
-        auto check = [&](int r, int g, int b) {
-          const auto want = reference::ConvertPixelByRule(r, g, b, mode, ColorTable(t), convert.curves.data());
-          const auto got = convert(r, g, b);
-          for (int n = 0; n < 4; ++n)
-            if (got[n] != want[n] && ++mismatches <= 5)
-              ADD_FAILURE() << "table " << t << " mode " << mode << " pixel (" << r << "," << g << "," << b << ") ink "
-                            << n << ": " << got[n] << " != " << int{want[n]};
+        std::vector<std::uint32_t> want(keys.size());
+        for (std::size_t i = 0; i < keys.size(); ++i) {
+          const auto ink = reference::ConvertPixelByRule(keys[i] & 255, (keys[i] >> 8) & 255, keys[i] >> 16, mode,
+                                                         ColorTable(t), convert.curves.data());
+          want[i] = ink[0] | ink[1] << 8 | ink[2] << 16 | static_cast<std::uint32_t>(ink[3]) << 24;
+        }
+        auto compare = [&](const char* path, const std::vector<std::uint32_t>& got) {
+          int mismatches = 0;
+          for (std::size_t i = 0; i < keys.size(); ++i)
+            if (got[i] != want[i] && ++mismatches <= 5)
+              ADD_FAILURE() << path << ": table " << t << " mode " << mode << " pixel 0x" << std::hex << keys[i]
+                            << ": 0x" << got[i] << " != 0x" << want[i];
+          ASSERT_EQ(mismatches, 0) << path;
         };
-        for (int r = 0; r < 256; r += 3)
-          for (int g = 0; g < 256; g += 3)
-            for (int b = 0; b < 256; b += 3) check(r, g, b);
-        for (int s = 0; s < 20000; ++s) check(rng() & 255, rng() & 255, rng() & 255);
-        ASSERT_EQ(mismatches, 0);
+        std::vector<std::uint32_t> got(keys.size());
+        for (std::size_t i = 0; i < keys.size(); ++i) {
+          const auto ink = convert(keys[i] & 255, (keys[i] >> 8) & 255, keys[i] >> 16);
+          got[i] = ink[0] | ink[1] << 8 | ink[2] << 16 | static_cast<std::uint32_t>(ink[3]) << 24;
+        }
+        compare("ConvertPixel", got);
+        testing::ForEachInstructionSet([&](InstructionSet set) {
+          // In pieces of every length up to 37, so that every batch size is taken.
+          std::fill(got.begin(), got.end(), 0u);
+          for (std::size_t i = 0, n = 1; i < keys.size(); i += n, n = n % 37 + 1)
+            ConvertPixelsFor(set)(&keys[i], static_cast<int>(std::min(n, keys.size() - i)), &got[i], convert.state);
+          compare(InstructionSetName(set), got);
+        });
       }
     }
   }

@@ -5,13 +5,18 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
+#include <memory>
 #include <random>
+#include <vector>
 
 #include "src/data/tables.h"
 #include "src/device/plane_geometry.h"
 #include "src/halftone/halftone.h"
+#include "src/halftone/kernels.h"
 #include "tests/diffusion/diffusion_support.h"
 #include "tests/reference/diffusion_reference.h"
+#include "tests/support/instruction_sets.h"
 
 namespace inkweave {
 namespace {
@@ -30,50 +35,72 @@ struct Pair {
   const char* Name;
 };
 
+// White with a colour on every 97th pixel of the band's scan order.
+testing::PixelFn SparseColour(std::uint32_t seed) {
+  auto rng = std::make_shared<std::mt19937>(seed);
+  auto count = std::make_shared<int>(0);
+  return [=](int, int, std::uint8_t* p) {
+    const bool colour = ++*count % 97 == 0;
+    for (int c = 0; c < 3; ++c) p[c] = colour ? static_cast<std::uint8_t>((*rng)() >> 24) : 255;
+  };
+}
+
 const Pair kPairs[] = {{MultiKind::Mid, &DiffuseMidPortrait, &DiffuseMidLandscape, 32 | 2, 16, "mid"},
                        {MultiKind::High, &DiffuseHighPortrait, &DiffuseHighLandscape, 32 | 4, 16, "high"},
                        {MultiKind::Top, &DiffuseTopPortrait, &DiffuseTopLandscape, 6, 4, "top"}};
 
-TEST(DiffuseMultiLevel, MatchesTheReferenceOnRandomBandsInBothOrientations) {
-  std::mt19937 rng(77);
-  for (const Pair& pair : kPairs) {
-    for (const bool landscape : {false, true}) {
-      for (const int across : {1, 6, 8, 13, 100, 257}) {
-        for (const bool colour : {false, true}) {
-          const std::int16_t media = static_cast<std::int16_t>(rng() % 6);
-          auto fast = MakeDiffusionDevice(300, 600, pair.PrintMode, colour ? 2 : 1, media);
-          auto slow = MakeDiffusionDevice(300, 600, pair.PrintMode, colour ? 2 : 1, media);
-          SeedDiffusionLines(fast->State, 4, across * (pair.Kind == MultiKind::Top ? 2 : 1));
-          fast->State.ScanParity = static_cast<std::int16_t>(rng() % 2);
-          fast->State.DiffusionCursor = rng() % 1024;
-          for (auto& b : fast->Planes) {
-            for (auto& byte : b) byte = static_cast<std::uint8_t>(rng());
-          }
-          testing::CopyDiffusionState(*fast, *slow);
-          std::int32_t position = static_cast<std::int32_t>(rng() % 256);
-          for (int bandNo = 0; bandNo < 2; ++bandNo) {
-            const int lines = pair.StripeLines * 3 + 3;
-            auto band = landscape ? MakeBand(lines, across, testing::RandomRuns(rng()))
-                                  : MakeBand(across, lines, testing::RandomRuns(rng()));
-            for (int y = 0; y < lines - 1; y += pair.StripeLines) {
-              const int rows = std::min(pair.StripeLines, lines - y);
-              const auto got =
-                  RenderStripe(landscape ? pair.Landscape : pair.Portrait, *fast, *band, landscape, y, rows, position);
-              const auto want = reference::DiffuseMultiReference(pair.Kind, slow->State, y, across, band->Info, rows, 0,
-                                                                 across, position, landscape);
-              ASSERT_EQ(got, want) << pair.Name;
-              ASSERT_EQ(fast->State.ScanParity, slow->State.ScanParity);
-              for (int j = 0; j < 4; ++j) ASSERT_EQ(fast->Lines[j], slow->Lines[j]) << pair.Name << " error line " << j;
-              for (int b = 0; b < 2; ++b) {
-                ASSERT_EQ(fast->Planes[b], slow->Planes[b]) << pair.Name << " buffer " << b << " across " << across;
-              }
+TEST(DiffuseMultiLevel, MatchesTheReferenceOnRandomBandsInBothOrientationsOnEveryInstructionSet) {
+  testing::ForEachInstructionSet([](InstructionSet) {
+    std::mt19937 rng(77);
+    for (const Pair& pair : kPairs) {
+      for (const bool landscape : {false, true}) {
+        for (const int across : {1, 6, 8, 13, 100, 257}) {
+          for (const bool colour : {false, true}) {
+            const std::int16_t media = static_cast<std::int16_t>(rng() % 6);
+            auto fast = MakeDiffusionDevice(300, 600, pair.PrintMode, colour ? 2 : 1, media);
+            auto slow = MakeDiffusionDevice(300, 600, pair.PrintMode, colour ? 2 : 1, media);
+            SeedDiffusionLines(fast->State, 4, across * (pair.Kind == MultiKind::Top ? 2 : 1));
+            // In colour, errors of every size instead of the seed, so that the gathered errors meet
+            // each decision's edge.
+            if (colour)
+              for (auto& line : fast->Lines)
+                for (auto& cell : line) cell = static_cast<std::int16_t>(static_cast<int>(rng() % 1201) - 600);
+            fast->State.ScanParity = static_cast<std::int16_t>(rng() % 2);
+            fast->State.DiffusionCursor = rng() % 1024;
+            for (auto& b : fast->Planes) {
+              for (auto& byte : b) byte = static_cast<std::uint8_t>(rng());
             }
-            position += lines;
+            testing::CopyDiffusionState(*fast, *slow);
+            std::int32_t position = static_cast<std::int32_t>(rng() % 256);
+            // Lines that start past the band's first pixel, now and then.
+            const int firstPixel = across > 8 ? static_cast<int>(rng() % 3) : 0;
+            for (int bandNo = 0; bandNo < 2; ++bandNo) {
+              const int lines = pair.StripeLines * 3 + 3;
+              // The second band is white but for a sparse grid of colours: white runs between them.
+              const testing::PixelFn pixels = bandNo == 0 ? testing::RandomRuns(rng()) : SparseColour(rng());
+              auto band = landscape ? MakeBand(lines, across, pixels) : MakeBand(across, lines, pixels);
+              for (int y = 0; y < lines - 1; y += pair.StripeLines) {
+                const int rows = std::min(pair.StripeLines, lines - y);
+                const auto got = RenderStripe(landscape ? pair.Landscape : pair.Portrait, *fast, *band, landscape, y,
+                                              rows, position, firstPixel);
+                const auto want =
+                    reference::DiffuseMultiReference(pair.Kind, slow->State, y, across, band->Info, rows, firstPixel,
+                                                     across - firstPixel, position, landscape);
+                ASSERT_EQ(got, want) << pair.Name;
+                ASSERT_EQ(fast->State.ScanParity, slow->State.ScanParity);
+                for (int j = 0; j < 4; ++j)
+                  ASSERT_EQ(fast->Lines[j], slow->Lines[j]) << pair.Name << " error line " << j;
+                for (int b = 0; b < 2; ++b) {
+                  ASSERT_EQ(fast->Planes[b], slow->Planes[b]) << pair.Name << " buffer " << b << " across " << across;
+                }
+              }
+              position += lines;
+            }
           }
         }
       }
     }
-  }
+  });
 }
 
 // Amount 255 always prints (large dot: both buffers in the mid pair, the first in the high pair) and
@@ -197,6 +224,69 @@ TEST(SeedDiffusionLines, FillsThePatternOverTheModesCountAndResetsTheLineState) 
   SeedDiffusionLines(small->State, 4, 200);
   EXPECT_EQ(small->Lines[0].size(), 208u);
   EXPECT_EQ(small->Lines[0][207], DiffusionSeedErrors[(4 * 207) % 256]);
+}
+
+}  // namespace
+}  // namespace inkweave
+
+namespace inkweave {
+namespace {
+
+// The blank chain (every amount 0) decides from the gathered error before its division; the full
+// chain decides from the quotient, and is pinned to the reference above. On every instruction set
+// with a chain, in both directions, for every quantiser, both must agree on runs whose gathered errors
+// cover every edge of the floors' decisions many times over (previous rows of random errors).
+TEST(DiffuseMultiLevel, BlankChainAgreesWithTheFullChainOnEveryErrorItMeets) {
+  constexpr int kDots = detail::kRunDots;
+  constexpr int kCells = 2 * (kDots + 6) + 2;
+  std::mt19937 rng(0xB1A4C);
+  std::int32_t amounts[kDots][4] = {};
+  std::int32_t thresholds[kDots][4];
+  for (auto& dot : thresholds)
+    for (auto& t : dot) t = 5;
+  testing::ForEachInstructionSet([&](InstructionSet set) {
+    for (const auto q : {detail::Quantiser::Mid, detail::Quantiser::High, detail::Quantiser::Top}) {
+      for (const int step : {1, -1}) {
+        const detail::ChainRunFn blank = detail::ChainRunFor(set, q, step, true);
+        const detail::ChainRunFn full = detail::ChainRunFor(set, q, step, false);
+        if (blank == nullptr) continue;  // no chain on this instruction set
+        for (int trial = 0; trial < 300; ++trial) {
+          std::vector<std::int16_t> lines[4], outA[4], outB[4];
+          const int slot = static_cast<int>(rng() % 2);
+          for (int ink = 0; ink < 4; ++ink) {
+            lines[ink].resize(kCells);
+            for (auto& cell : lines[ink]) cell = static_cast<std::int16_t>(static_cast<int>(rng() % 700) - 240);
+            outA[ink] = outB[ink] = lines[ink];
+          }
+          std::vector<std::uint8_t> planesA(2 * kLineBytes, 0), planesB(2 * kLineBytes, 0);
+          detail::ChainState a{}, b{};
+          for (int ink = 0; ink < 4; ++ink) {
+            a.C1[ink] = b.C1[ink] = static_cast<std::int16_t>(static_cast<int>(rng() % 200) - 100);
+            a.C2[ink] = b.C2[ink] = static_cast<std::int16_t>(static_cast<int>(rng() % 200) - 100);
+          }
+          const int x = step > 0 ? 2 : kDots + 1;  // positions 0 .. kDots + 3
+          auto run = [&](detail::ChainRunFn chain, std::vector<std::int16_t>* out, std::vector<std::uint8_t>& planes,
+                         detail::ChainState& state) {
+            chain({amounts,
+                   thresholds,
+                   {lines[0].data() + (slot ^ 1), lines[1].data() + (slot ^ 1), lines[2].data() + (slot ^ 1),
+                    lines[3].data() + (slot ^ 1)},
+                   {out[0].data() + slot, out[1].data() + slot, out[2].data() + slot, out[3].data() + slot},
+                   x,
+                   kDots,
+                   {planes.data(), planes.data() + kLineBytes},
+                   kPlaneBytes},
+                  state);
+          };
+          run(blank, outA, planesA, a);
+          run(full, outB, planesB, b);
+          for (int ink = 0; ink < 4; ++ink) ASSERT_EQ(outA[ink], outB[ink]) << "ink " << ink << " trial " << trial;
+          ASSERT_EQ(planesA, planesB);
+          ASSERT_EQ(0, std::memcmp(&a, &b, sizeof a));
+        }
+      }
+    }
+  });
 }
 
 }  // namespace

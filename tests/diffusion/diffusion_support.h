@@ -132,9 +132,10 @@ inline int BandAcross(const TestBand& band, bool landscape) {
   return landscape ? band.Info.Header.biHeight : band.Info.Header.biWidth;
 }
 
-// Calls a renderer as the band driver does: row units and row pixels are the pixels across.
+// Calls a renderer as the band driver does: row units and row pixels are the pixels across (from
+// firstPixel on, when given).
 inline std::uint32_t RenderStripe(BandRendererFn renderer, DiffusionDevice& d, const TestBand& band, bool landscape,
-                                  int firstLine, int lines, std::int32_t position) {
+                                  int firstLine, int lines, std::int32_t position, int firstPixel = 0) {
   IPPARAMS params{};
   params.dwSize = sizeof(IPPARAMS);
   if (landscape) {
@@ -143,7 +144,7 @@ inline std::uint32_t RenderStripe(BandRendererFn renderer, DiffusionDevice& d, c
     params.ptOffset.y = position;
   }
   const int across = BandAcross(band, landscape);
-  return renderer(d.State, firstLine, across, band.Info, lines, 0, across, &params);
+  return renderer(d.State, firstLine, across, band.Info, lines, firstPixel, across - firstPixel, &params);
 }
 
 }  // namespace inkweave::testing

@@ -23,6 +23,7 @@
 #include "src/device/plane_geometry.h"
 #include "src/halftone/halftone.h"
 #include "tests/reference/dither_reference.h"
+#include "tests/support/instruction_sets.h"
 
 namespace inkweave {
 namespace {
@@ -194,33 +195,35 @@ void CompareWithReference(bool colour, bool landscape, Rig& rig, const Band& ban
   }
 }
 
-TEST(DitherColor, MatchesTheReference) {
-  std::mt19937 rng(0xC0105);
-  for (const std::uint16_t mode : {1, 2}) {
-    Rig rig(mode);
-    // Random colour table and curves: the renderer only passes pixels through ConvertPixel.
-    for (auto& byte : rig.lut) byte = static_cast<std::uint8_t>(rng());
-    for (auto& byte : rig.curves) byte = static_cast<std::uint8_t>(rng());
-    for (const bool landscape : {false, true}) {
-      const auto& cases = landscape ? kLandscapeCases : kPortraitCases;
-      for (const Case& c : cases) {
-        for (const Fill fill : {Fill::Random, Fill::Smooth, Fill::Runs}) {
-          Band band(c.bandWidth, c.bandHeight, 24);
-          FillBand(band, fill, rng);
-          for (const bool dirty : {false, true}) {
-            for (const IPPARAMS& params : {Offsets(0, 0), Offsets(300, 1001)}) {
-              std::ostringstream what;
-              what << (landscape ? "landscape" : "portrait") << " mode " << mode << " band " << c.bandWidth << "x"
-                   << c.bandHeight << " lines " << c.firstLine << "+" << c.lineCount << " " << FillName(fill)
-                   << (dirty ? " dirty planes" : "") << " offset " << params.ptOffset.x << "," << params.ptOffset.y;
-              SCOPED_TRACE(what.str());
-              CompareWithReference(true, landscape, rig, band, c, params, dirty, rng);
+TEST(DitherColor, MatchesTheReferenceOnEveryInstructionSet) {
+  testing::ForEachInstructionSet([](InstructionSet) {
+    std::mt19937 rng(0xC0105);
+    for (const std::uint16_t mode : {1, 2}) {
+      Rig rig(mode);
+      // Random colour table and curves: the renderer only passes pixels through ConvertPixel.
+      for (auto& byte : rig.lut) byte = static_cast<std::uint8_t>(rng());
+      for (auto& byte : rig.curves) byte = static_cast<std::uint8_t>(rng());
+      for (const bool landscape : {false, true}) {
+        const auto& cases = landscape ? kLandscapeCases : kPortraitCases;
+        for (const Case& c : cases) {
+          for (const Fill fill : {Fill::Random, Fill::Smooth, Fill::Runs}) {
+            Band band(c.bandWidth, c.bandHeight, 24);
+            FillBand(band, fill, rng);
+            for (const bool dirty : {false, true}) {
+              for (const IPPARAMS& params : {Offsets(0, 0), Offsets(300, 1001)}) {
+                std::ostringstream what;
+                what << (landscape ? "landscape" : "portrait") << " mode " << mode << " band " << c.bandWidth << "x"
+                     << c.bandHeight << " lines " << c.firstLine << "+" << c.lineCount << " " << FillName(fill)
+                     << (dirty ? " dirty planes" : "") << " offset " << params.ptOffset.x << "," << params.ptOffset.y;
+                SCOPED_TRACE(what.str());
+                CompareWithReference(true, landscape, rig, band, c, params, dirty, rng);
+              }
             }
           }
         }
       }
     }
-  }
+  });
 }
 
 TEST(DitherGray, MatchesTheReference) {

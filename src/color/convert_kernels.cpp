@@ -1,0 +1,157 @@
+// The batch pixel conversion per instruction set. The portable kernel is ConvertPixel in a loop. The
+// SIMD kernels take the common case, trilinear interpolation, one pixel a step: the cell's eight
+// corners arrive as four 8-byte loads (a corner and its neighbour one step further in blue lie side
+// by side), their four inks widen to 16-bit lanes, are multiplied by the corner weights and summed,
+// and the four sums are divided by 255 at once. The weights sum to 255, so no 16-bit lane can
+// overflow and the result is the scalar formula's bit for bit. The base corner takes what the other
+// seven weights leave of 255: the table's byte 0 is raised by the rounding loss. A grid point needs no
+// case of its own (its weights are 255 and seven zeros); white input, the six full-intensity corners
+// and neutral pixels go to ConvertPixel.
+#include <cstring>
+
+#include "src/color/color_internal.h"
+#include "src/color/convert_pixel.h"
+#include "src/color/kernels.h"
+#include "src/data/tables.h"
+
+#if INKWEAVE_X86_KERNELS
+#include <immintrin.h>
+#endif
+
+namespace inkweave {
+namespace {
+
+std::uint32_t ConvertKey(std::uint32_t key, const DeviceState& state) {
+  const std::uint8_t pixel[4] = {static_cast<std::uint8_t>(key), static_cast<std::uint8_t>(key >> 8),
+                                 static_cast<std::uint8_t>(key >> 16), 0};
+  std::uint8_t out[4];
+  return ConvertPixelInline(pixel, out, state);
+}
+
+void ConvertPixelsPortable(const std::uint32_t* keys, int count, std::uint32_t* out, const DeviceState& state) {
+  if (state.ColorMode == 1 && state.ToneCurves != nullptr) {
+    // Monochrome: the luminance through the gray curve, the same byte in all four inks.
+    const std::uint8_t* gray = state.ToneCurves + kCurveGray * 256;
+    for (int i = 0; i < count; ++i) {
+      const std::uint32_t key = keys[i];
+      out[i] = gray[(30 * (key & 255) + 59 * ((key >> 8) & 255) + 11 * (key >> 16)) / 100] * 0x01010101u;
+    }
+    return;
+  }
+  for (int i = 0; i < count; ++i) out[i] = ConvertKey(keys[i], state);
+}
+
+#if INKWEAVE_X86_KERNELS
+
+// What the SIMD kernels need of a colour pixel: its cell's base grid point and its weights, or null
+// when the pixel takes one of the special cases.
+struct Cell {
+  const std::uint8_t* Base;
+  const std::uint8_t* Weights;
+};
+
+[[gnu::always_inline]] inline Cell CellOf(std::uint32_t key, const std::uint8_t* curves, const std::uint8_t* lut) {
+  const std::uint32_t r = curves[kCurveRed * 256 + (key & 255)];
+  const std::uint32_t g = curves[(kCurveRed + 1) * 256 + ((key >> 8) & 255)];
+  const std::uint32_t b = curves[(kCurveRed + 2) * 256 + (key >> 16)];
+  const bool white = key == 0xFFFFFF;
+  const bool corner = (((r + 1) | (g + 1) | (b + 1)) & 0xFE) == 0;
+  const bool neutral = r == g && g == b && (r & 15) != 0;
+  if (white || corner || neutral) return {nullptr, nullptr};
+  return {lut + GridOffset(static_cast<int>(r >> 4), static_cast<int>(g >> 4), static_cast<int>(b >> 4)),
+          InterpolationWeights[(r & 15) << 8 | (g & 15) << 4 | (b & 15)]};
+}
+
+// The weights of corners 0..7 in bytes 0..7, the base corner's raised to 255 minus the others.
+INKWEAVE_TARGET_SSE41 inline __m128i CornerWeights(const std::uint8_t* weights) {
+  const __m128i w = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(weights));
+  const __m128i loss = _mm_sub_epi64(_mm_set_epi64x(0, 255), _mm_sad_epu8(w, _mm_setzero_si128()));
+  return _mm_add_epi8(w, loss);
+}
+
+// Two corner pairs: the 8 bytes at p (corners c, c + 4) and at p + step (the next two) in 16 bytes.
+INKWEAVE_TARGET_SSE41 inline __m128i CornerPairs(const std::uint8_t* p, std::size_t step) {
+  const __m128i low = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
+  return _mm_castpd_si128(_mm_loadh_pd(_mm_castsi128_pd(low), reinterpret_cast<const double*>(p + step)));
+}
+
+// Four 16-bit ink sums (each at most 255 x 255) divided by 255, complemented and packed as cyan lowest.
+INKWEAVE_TARGET_SSE41 inline std::uint32_t Lightness(__m128i sums) {
+  const __m128i q = _mm_srli_epi16(_mm_add_epi16(_mm_add_epi16(sums, _mm_set1_epi16(1)), _mm_srli_epi16(sums, 8)), 8);
+  const __m128i light = _mm_sub_epi16(_mm_set1_epi16(255), q);
+  return static_cast<std::uint32_t>(_mm_cvtsi128_si32(_mm_packus_epi16(light, light)));
+}
+
+constexpr std::size_t kRedStep = GridOffset(1, 0, 0);
+constexpr std::size_t kGreenStep = GridOffset(0, 1, 0);
+
+INKWEAVE_TARGET_SSE41 void ConvertPixelsSse41(const std::uint32_t* keys, int count, std::uint32_t* out,
+                                              const DeviceState& state) {
+  const std::uint8_t* curves = state.ToneCurves;
+  const std::uint8_t* lut = state.ColorLut;
+  if (state.ColorMode == 1 || curves == nullptr || lut == nullptr)
+    return ConvertPixelsPortable(keys, count, out, state);
+  // Each corner's weight in the four 16-bit lanes of its inks (-1: a zero byte).
+  const __m128i spread04 = _mm_setr_epi8(0, -1, 0, -1, 0, -1, 0, -1, 4, -1, 4, -1, 4, -1, 4, -1);
+  const __m128i spread15 = _mm_setr_epi8(1, -1, 1, -1, 1, -1, 1, -1, 5, -1, 5, -1, 5, -1, 5, -1);
+  const __m128i spread26 = _mm_setr_epi8(2, -1, 2, -1, 2, -1, 2, -1, 6, -1, 6, -1, 6, -1, 6, -1);
+  const __m128i spread37 = _mm_setr_epi8(3, -1, 3, -1, 3, -1, 3, -1, 7, -1, 7, -1, 7, -1, 7, -1);
+  const __m128i zero = _mm_setzero_si128();
+  for (int i = 0; i < count; ++i) {
+    const Cell cell = CellOf(keys[i], curves, lut);
+    if (cell.Base == nullptr) {
+      out[i] = ConvertKey(keys[i], state);
+      continue;
+    }
+    const __m128i a = CornerPairs(cell.Base, kRedStep);               // corners 0, 4 | 1, 5
+    const __m128i b = CornerPairs(cell.Base + kGreenStep, kRedStep);  // corners 2, 6 | 3, 7
+    const __m128i w = CornerWeights(cell.Weights);
+    __m128i sums = _mm_mullo_epi16(_mm_unpacklo_epi8(a, zero), _mm_shuffle_epi8(w, spread04));
+    sums = _mm_add_epi16(sums, _mm_mullo_epi16(_mm_unpackhi_epi8(a, zero), _mm_shuffle_epi8(w, spread15)));
+    sums = _mm_add_epi16(sums, _mm_mullo_epi16(_mm_unpacklo_epi8(b, zero), _mm_shuffle_epi8(w, spread26)));
+    sums = _mm_add_epi16(sums, _mm_mullo_epi16(_mm_unpackhi_epi8(b, zero), _mm_shuffle_epi8(w, spread37)));
+    out[i] = Lightness(_mm_add_epi16(sums, _mm_unpackhi_epi64(sums, sums)));
+  }
+}
+
+INKWEAVE_TARGET_AVX2 void ConvertPixelsAvx2(const std::uint32_t* keys, int count, std::uint32_t* out,
+                                            const DeviceState& state) {
+  const std::uint8_t* curves = state.ToneCurves;
+  const std::uint8_t* lut = state.ColorLut;
+  if (state.ColorMode == 1 || curves == nullptr || lut == nullptr)
+    return ConvertPixelsPortable(keys, count, out, state);
+  // Lanes 0..7 hold corners 0 and 4 (2 and 6), lanes 8..15 corners 1 and 5 (3 and 7).
+  const __m256i spreadA = _mm256_setr_epi8(0, -1, 0, -1, 0, -1, 0, -1, 4, -1, 4, -1, 4, -1, 4, -1,  //
+                                           1, -1, 1, -1, 1, -1, 1, -1, 5, -1, 5, -1, 5, -1, 5, -1);
+  const __m256i spreadB = _mm256_setr_epi8(2, -1, 2, -1, 2, -1, 2, -1, 6, -1, 6, -1, 6, -1, 6, -1,  //
+                                           3, -1, 3, -1, 3, -1, 3, -1, 7, -1, 7, -1, 7, -1, 7, -1);
+  for (int i = 0; i < count; ++i) {
+    const Cell cell = CellOf(keys[i], curves, lut);
+    if (cell.Base == nullptr) {
+      out[i] = ConvertKey(keys[i], state);
+      continue;
+    }
+    const __m256i a = _mm256_cvtepu8_epi16(CornerPairs(cell.Base, kRedStep));
+    const __m256i b = _mm256_cvtepu8_epi16(CornerPairs(cell.Base + kGreenStep, kRedStep));
+    const __m256i w = _mm256_broadcastsi128_si256(CornerWeights(cell.Weights));
+    const __m256i products = _mm256_add_epi16(_mm256_mullo_epi16(a, _mm256_shuffle_epi8(w, spreadA)),
+                                              _mm256_mullo_epi16(b, _mm256_shuffle_epi8(w, spreadB)));
+    const __m128i sums = _mm_add_epi16(_mm256_castsi256_si128(products), _mm256_extracti128_si256(products, 1));
+    out[i] = Lightness(_mm_add_epi16(sums, _mm_unpackhi_epi64(sums, sums)));
+  }
+}
+
+#endif  // INKWEAVE_X86_KERNELS
+
+}  // namespace
+
+ConvertPixelsFn ConvertPixelsFor(InstructionSet set) {
+#if INKWEAVE_X86_KERNELS
+  if (set == InstructionSet::kAvx2) return &ConvertPixelsAvx2;
+  if (set == InstructionSet::kSse41) return &ConvertPixelsSse41;
+#endif
+  static_cast<void>(set);
+  return &ConvertPixelsPortable;
+}
+
+}  // namespace inkweave

@@ -1,0 +1,265 @@
+// The multi-level diffusion chain with the four inks in the 16-bit lanes of one vector. Per dot:
+//   gathered error  g = F + 2 C2 + 4 C1 (16 bits), F the previous row's 4-2-1 window;
+//   quotient        q = g / 16 toward zero, as |g| >> 4 with g's sign;
+//   decisions       compare masks of q against each threshold (in the q domain: q > t + 4 - a ...);
+//   error           the candidates q + offset are selected by the masks, innermost threshold first.
+// The amounts 0 and 255 are the same two candidates around the floor f (q > f: -32, else +32; the
+// amount 0 is clamped to at most 0), so every lane takes its kind's thresholds and candidates from
+// blends, and no lane branches. Bits are collected by shifting the decision masks into 16-bit lanes.
+//
+// The 16-bit lanes are exact while amounts, thresholds and floors stay within +-1024 (so no
+// candidate or threshold leaves 16 bits); VectorChainInRange checks the tables once, and the renderer
+// keeps its own loop otherwise.
+#include <cstring>
+
+#include "src/data/tables.h"
+#include "src/halftone/kernels.h"
+
+#if INKWEAVE_X86_KERNELS
+#include <immintrin.h>
+#endif
+
+namespace inkweave::detail {
+namespace {
+
+#if INKWEAVE_X86_KERNELS
+
+bool VectorChainInRange() {
+  constexpr int kLimit = 1024;
+  for (const auto& table : InkSplitTable)
+    for (const auto& row : table)
+      for (const std::int16_t v : row)
+        if (v < -kLimit || v > kLimit) return false;
+  for (const std::int32_t v : ThresholdJitterWide)
+    if ((v >> 4) + 200 < -kLimit || (v >> 4) + 200 > kLimit) return false;
+  for (const std::int16_t v : DiffusionSeedErrors)
+    if (v < -kLimit || v > kLimit) return false;
+  return true;
+}
+
+// The cells of positions lo..lo + count - 1 of four rows (position p at row[2 (p + 2)], the other
+// row's cells between) side by side: out[k] holds the four rows' cells of position lo + k. Four
+// positions a step; a step reads one cell past its fourth position, so it runs only while a further
+// position follows, the rest one cell at a time.
+[[gnu::always_inline]] INKWEAVE_TARGET_SSE41 inline void GatherRows(const std::int16_t* const* rows, int lo, int count,
+                                                                    std::int16_t (*out)[4]) {
+  const __m128i evens = _mm_setr_epi8(0, 1, 4, 5, 8, 9, 12, 13, 0, 1, 4, 5, 8, 9, 12, 13);
+  int k = 0;
+  for (; k + 4 < count; k += 4) {
+    const int cell = 2 * (lo + k + 2);
+    __m128i v[4];
+    for (int r = 0; r < 4; ++r)
+      v[r] = _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(rows[r] + cell)), evens);
+    const __m128i rows01 = _mm_unpacklo_epi16(v[0], v[1]);
+    const __m128i rows23 = _mm_unpacklo_epi16(v[2], v[3]);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out[k]), _mm_unpacklo_epi32(rows01, rows23));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out[k + 2]), _mm_unpackhi_epi32(rows01, rows23));
+  }
+  for (; k < count; ++k)
+    for (int r = 0; r < 4; ++r) out[k][r] = rows[r][2 * (lo + k + 2)];
+}
+
+// The inverse: in[k] into the four rows' cells of position lo + k, the other row's cells kept.
+[[gnu::always_inline]] INKWEAVE_TARGET_SSE41 inline void ScatterRows(std::int16_t* const* rows, int lo, int count,
+                                                                     const std::int16_t (*in)[4]) {
+  int k = 0;
+  for (; k + 4 < count; k += 4) {
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in[k]));      // positions 0, 1
+    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in[k + 2]));  // positions 2, 3
+    const __m128i ab0 = _mm_unpacklo_epi16(a, b);       // r0p0 r0p2 r1p0 r1p2 r2p0 r2p2 r3p0 r3p2
+    const __m128i ab1 = _mm_unpackhi_epi16(a, b);       // the same for positions 1 and 3
+    const __m128i low = _mm_unpacklo_epi16(ab0, ab1);   // r0: p0 p1 p2 p3, r1: p0 p1 p2 p3
+    const __m128i high = _mm_unpackhi_epi16(ab0, ab1);  // r2, r3
+    const __m128i byRow[4] = {_mm_unpacklo_epi64(low, low), _mm_unpackhi_epi64(low, low),
+                              _mm_unpacklo_epi64(high, high), _mm_unpackhi_epi64(high, high)};
+    const int cell = 2 * (lo + k + 2);
+    for (int r = 0; r < 4; ++r) {
+      __m128i* at = reinterpret_cast<__m128i*>(rows[r] + cell);
+      const __m128i values = _mm_unpacklo_epi16(byRow[r], byRow[r]);
+      _mm_storeu_si128(at, _mm_blend_epi16(_mm_loadu_si128(at), values, 0x55));
+    }
+  }
+  for (; k < count; ++k)
+    for (int r = 0; r < 4; ++r) rows[r][2 * (lo + k + 2)] = in[k][r];
+}
+
+// A value the compiler may not take apart: it keeps the sums off the chain from being reassociated
+// into it (the chain is the loop's latency, everything else runs beside it).
+[[gnu::always_inline]] inline __m128i Settled(__m128i v) {
+  asm("" : "+x"(v));
+  return v;
+}
+
+template <Quantiser kQ, int kStep, bool kBlank>
+[[gnu::always_inline]] INKWEAVE_TARGET_SSE41 inline void ChainRunBody(const ChainRun& run, ChainState& state) {
+  const __m128i zero = _mm_setzero_si128();
+  const __m128i big = _mm_set1_epi16(0x7FFF);
+  const __m128i c255 = _mm_set1_epi16(255);
+  const __m128i bitIn = _mm_set1_epi16(kStep > 0 ? 1 : 0x80);
+
+  __m128i c1 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(state.C1));
+  __m128i c2 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(state.C2));
+  __m128i bits = _mm_loadu_si128(reinterpret_cast<const __m128i*>(state.Bits));
+  std::uint64_t inked = 0;
+
+  // The previous row around the run (x - 2 step .. x + (count + 1) step) side by side, in the order
+  // of the run; this row's errors collect the same way and go back to the rows after the run.
+  const int count = run.Count;
+  alignas(16) std::int16_t around[kRunDots + 4][4];
+  alignas(16) std::int16_t written[kRunDots][4];
+  GatherRows(run.Previous, kStep > 0 ? run.X - 2 : run.X - count - 1, count + 4, around);
+  const std::int16_t(*previous)[4] = kStep > 0 ? around : around + count + 3;  // [j * kStep]: x + (j - 2) step
+  std::int16_t(*current)[4] = kStep > 0 ? written : written + count - 1;       // [i * kStep]: dot i
+
+  // The previous row's window around the dot: x - 2 step .. x + step; each dot reads x + 2 step.
+  __m128i behind2 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(previous[0]));
+  __m128i behind1 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(previous[kStep]));
+  __m128i here = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(previous[2 * kStep]));
+  __m128i ahead1 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(previous[3 * kStep]));
+
+  // The run's arrays in locals: the stores below could otherwise alias the record.
+  const std::int32_t(*amount)[4] = run.Amount;
+  const std::int32_t(*threshold)[4] = run.Threshold;
+  std::uint8_t* const planes0 = run.Planes[0];
+  std::uint8_t* const planes1 = run.Planes[1];
+  const int planeBytes = run.PlaneBytes;
+  int x = run.X;
+  for (int i = 0; i < count; ++i, x += kStep) {
+    const __m128i ahead2 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(previous[(i + 4) * kStep]));
+    const __m128i window =
+        _mm_add_epi16(_mm_add_epi16(_mm_slli_epi16(here, 2), _mm_slli_epi16(_mm_add_epi16(behind1, ahead1), 1)),
+                      _mm_add_epi16(behind2, ahead2));
+    behind2 = behind1, behind1 = here, here = ahead1, ahead1 = ahead2;
+    const __m128i known = Settled(_mm_add_epi16(window, _mm_add_epi16(c2, c2)));
+
+    const __m128i floor = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(&DiffusionSeedErrors[(4 * x) & 255]));
+    const __m128i g = _mm_add_epi16(known, _mm_slli_epi16(c1, 2));
+    const __m128i q = _mm_sign_epi16(_mm_srli_epi16(_mm_abs_epi16(g), 4), g);
+
+    __m128i r, first = zero, second = zero;
+    if constexpr (kBlank) {
+      // Every amount 0: q > f: q - step, else min(q + step, 0); no dot. The decisions come from g
+      // itself, before its division: q > f exactly where g > 16 f (+ 15 when f >= 0), and
+      // q + step > 0 where g > -16 step; the error is then q + (-step or +step), or 0.
+      constexpr std::int16_t kStepSize = kQ == Quantiser::Top ? 16 : 32;
+      const __m128i limit =
+          _mm_add_epi16(_mm_slli_epi16(floor, 4), _mm_andnot_si128(_mm_cmpgt_epi16(zero, floor), _mm_set1_epi16(15)));
+      const __m128i above = _mm_cmpgt_epi16(g, limit);
+      const __m128i clamp = _mm_andnot_si128(above, _mm_cmpgt_epi16(g, _mm_set1_epi16(-16 * kStepSize)));
+      const __m128i offset = _mm_blendv_epi8(_mm_set1_epi16(kStepSize), _mm_set1_epi16(-kStepSize), above);
+      r = _mm_andnot_si128(clamp, _mm_add_epi16(q, offset));
+    } else {
+      // The amounts and thresholds (in lanes 0..3), the column's floors.
+      const __m128i both = _mm_packs_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(amount[i])),
+                                           _mm_loadu_si128(reinterpret_cast<const __m128i*>(threshold[i])));
+      const __m128i a = both;
+      const __m128i ta = _mm_sub_epi16(_mm_unpackhi_epi64(both, both), a);
+      const __m128i none = _mm_cmpeq_epi16(a, zero);
+
+      if constexpr (kQ == Quantiser::Top) {
+        // Amount 0: q > f: q - 16, else min(q + 16, 0). Others: q + a >= t + 5: a dot, q + a - 350.
+        const __m128i k1 = _mm_blendv_epi8(_mm_add_epi16(ta, _mm_set1_epi16(4)), floor, none);
+        const __m128i x0 = _mm_min_epi16(_mm_add_epi16(q, Settled(_mm_blendv_epi8(a, _mm_set1_epi16(16), none))),
+                                         _mm_andnot_si128(none, big));
+        const __m128i x1 = _mm_add_epi16(
+            q, Settled(_mm_blendv_epi8(_mm_sub_epi16(a, _mm_set1_epi16(350)), _mm_set1_epi16(-16), none)));
+        const __m128i m1 = _mm_cmpgt_epi16(q, k1);
+        r = _mm_blendv_epi8(x0, x1, m1);
+        first = _mm_andnot_si128(none, m1);
+      } else {
+        // Amounts 0 and 255: q > f: -32, else +32 (amount 0: at most 0). Between: the thresholds
+        // t + 5, then t + 208 and t + 255 (three sizes) or t + 200 (two sizes).
+        constexpr bool kMid = kQ == Quantiser::Mid;
+        const __m128i full = _mm_cmpeq_epi16(a, c255);
+        const __m128i edge = _mm_or_si128(none, full);
+        const __m128i k1 = _mm_blendv_epi8(_mm_add_epi16(ta, _mm_set1_epi16(4)), floor, edge);
+        const __m128i k2 = _mm_blendv_epi8(_mm_add_epi16(ta, _mm_set1_epi16(kMid ? 207 : 199)), big, edge);
+        const __m128i x0 = _mm_min_epi16(_mm_add_epi16(q, Settled(_mm_blendv_epi8(a, _mm_set1_epi16(32), edge))),
+                                         _mm_andnot_si128(none, big));
+        const __m128i x1 = _mm_add_epi16(
+            q, Settled(_mm_blendv_epi8(_mm_sub_epi16(a, _mm_set1_epi16(kMid ? 100 : 212)), _mm_set1_epi16(-32), edge)));
+        const __m128i x2 = _mm_add_epi16(q, Settled(_mm_sub_epi16(a, _mm_set1_epi16(kMid ? 248 : 255))));
+        const __m128i m1 = _mm_cmpgt_epi16(q, k1);
+        const __m128i m2 = _mm_cmpgt_epi16(q, k2);
+        const __m128i small = _mm_andnot_si128(edge, _mm_andnot_si128(m2, m1));
+        first = _mm_or_si128(m2, full);
+        if constexpr (kMid) {
+          const __m128i k3 = _mm_blendv_epi8(_mm_add_epi16(ta, _mm_set1_epi16(254)), big, edge);
+          const __m128i x3 = _mm_add_epi16(q, Settled(_mm_sub_epi16(a, c255)));
+          const __m128i m3 = _mm_cmpgt_epi16(q, k3);
+          r = _mm_blendv_epi8(x0, _mm_blendv_epi8(x1, _mm_blendv_epi8(x2, x3, m3), m2), m1);
+          second = _mm_or_si128(_mm_or_si128(small, m3), full);
+        } else {
+          r = _mm_blendv_epi8(x0, _mm_blendv_epi8(x1, x2, m2), m1);
+          second = small;
+        }
+      }
+    }
+
+    // Store the error, move the chain on, collect the bits; a byte is stored when the line leaves it.
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(current[i * kStep]), r);
+    c2 = c1;
+    c1 = r;
+    const __m128i dots = _mm_and_si128(_mm_unpacklo_epi64(first, second), bitIn);
+    bits = _mm_or_si128(kStep > 0 ? _mm_slli_epi16(bits, 1) : _mm_srli_epi16(bits, 1), dots);
+    if ((x & 7) == (kStep > 0 ? 7 : 0)) {
+      const auto bytes = static_cast<std::uint64_t>(_mm_cvtsi128_si64(_mm_packus_epi16(bits, bits)));
+      const int byte = x >> 3;
+      for (int ink = 0; ink < 4; ++ink) {
+        planes0[ink * planeBytes + byte] = static_cast<std::uint8_t>(bytes >> (8 * ink));
+        if constexpr (kQ != Quantiser::Top)
+          planes1[ink * planeBytes + byte] = static_cast<std::uint8_t>(bytes >> (8 * ink + 32));
+      }
+      inked |= bytes;
+      bits = zero;
+    }
+  }
+
+  ScatterRows(run.Current, kStep > 0 ? run.X : run.X - count + 1, count, written);
+  _mm_storel_epi64(reinterpret_cast<__m128i*>(state.C1), c1);
+  _mm_storel_epi64(reinterpret_cast<__m128i*>(state.C2), c2);
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(state.Bits), bits);
+  if (inked != 0) state.Inked = 1;
+}
+
+template <Quantiser kQ, int kStep, bool kBlank>
+INKWEAVE_TARGET_SSE41 void ChainRunSse41(const ChainRun& run, ChainState& state) {
+  ChainRunBody<kQ, kStep, kBlank>(run, state);
+}
+
+// The same code in the AVX encoding (three-operand instructions, no register copies).
+template <Quantiser kQ, int kStep, bool kBlank>
+INKWEAVE_TARGET_AVX2 void ChainRunAvx2(const ChainRun& run, ChainState& state) {
+  ChainRunBody<kQ, kStep, kBlank>(run, state);
+}
+
+template <Quantiser kQ, bool kBlank>
+ChainRunFn Pick(InstructionSet set, int step) {
+  if (set == InstructionSet::kAvx2) return step > 0 ? &ChainRunAvx2<kQ, 1, kBlank> : &ChainRunAvx2<kQ, -1, kBlank>;
+  return step > 0 ? &ChainRunSse41<kQ, 1, kBlank> : &ChainRunSse41<kQ, -1, kBlank>;
+}
+
+template <Quantiser kQ>
+ChainRunFn Pick(InstructionSet set, int step, bool blank) {
+  return blank ? Pick<kQ, true>(set, step) : Pick<kQ, false>(set, step);
+}
+
+#endif  // INKWEAVE_X86_KERNELS
+
+}  // namespace
+
+ChainRunFn ChainRunFor(InstructionSet set, Quantiser quantiser, int step, bool blank) {
+#if INKWEAVE_X86_KERNELS
+  static const bool inRange = VectorChainInRange();
+  if (set == InstructionSet::kPortable || !inRange) return nullptr;
+  switch (quantiser) {
+    case Quantiser::Mid: return Pick<Quantiser::Mid>(set, step, blank);
+    case Quantiser::High: return Pick<Quantiser::High>(set, step, blank);
+    case Quantiser::Top: return Pick<Quantiser::Top>(set, step, blank);
+  }
+#endif
+  static_cast<void>(set), static_cast<void>(quantiser), static_cast<void>(step), static_cast<void>(blank);
+  return nullptr;
+}
+
+}  // namespace inkweave::detail

@@ -1,0 +1,63 @@
+// The halftone stage's kernels, one per instruction set (src/color/instruction_set.h); the renderers
+// take the kernels of the active set once per stripe. Every kernel answers exactly what its portable
+// version answers: the tests run each against it on every instruction set the processor has.
+#pragma once
+
+#include <cstdint>
+
+#include "src/color/instruction_set.h"
+
+namespace inkweave::detail {
+
+// Dots of a stretch of 32 ordered-dither positions. inks[k][j] is the lightness of ink k (cyan,
+// magenta, yellow) and limits[j] the threshold minus 1 at position j; a dot is ink <= limit. Bit j of
+// bits[k] is the dot at position j.
+inline constexpr int kDitherStretch = 32;
+using DitherStretchFn = void (*)(const std::uint8_t (*inks)[kDitherStretch], const std::uint8_t* limits,
+                                 std::uint32_t* bits);
+
+DitherStretchFn DitherStretchFor(InstructionSet set);
+
+}  // namespace inkweave::detail
+
+namespace inkweave::detail {
+
+// The multi-level quantisers: three dot sizes (two bits), two dot sizes (two bits), one dot size at the
+// highest resolution.
+enum class Quantiser { Mid, High, Top };
+
+// The dots a multi-level run works through at most.
+inline constexpr int kRunDots = 256;
+
+// One run of a multi-level diffusion line, the four inks (cyan, magenta, yellow, black) side by side:
+// dot i of the run is position X + i Step.
+struct ChainRun {
+  const std::int32_t (*Amount)[4];     // [i]: the inks' amounts
+  const std::int32_t (*Threshold)[4];  // [i]: the inks' thresholds (the map's or a jitter draw)
+  const std::int16_t* Previous[4];     // the inks' previous rows: position p at [2 (p + 2)]
+  std::int16_t* Current[4];            // the inks' rows being written, the same way
+  int X;
+  int Count;
+  std::uint8_t* Planes[2];  // the line's planes in the first and second PlaneBuffer (null when one bit)
+  int PlaneBytes;           // bytes per plane
+};
+
+// What a line carries from run to run: the errors just stored for the one and two dots before, the
+// dot bits of the byte being collected (first buffer in lanes 0..3, second in 4..7) and whether any
+// byte stored held a dot.
+struct ChainState {
+  std::int16_t C1[4];
+  std::int16_t C2[4];
+  std::uint16_t Bits[8];
+  std::uint32_t Inked;
+};
+
+// Diffuses one run; step +1 runs left to right, -1 right to left. A byte is stored when the run
+// leaves it; the partial byte at a line's end stays in Bits, its last dot in bit 0 (left to right) or
+// bit 7 (right to left). The blank kernel takes runs whose amounts are all 0 (white) and reads no
+// threshold. Null for an instruction set without a kernel: the renderer's own loop runs.
+using ChainRunFn = void (*)(const ChainRun& run, ChainState& state);
+
+ChainRunFn ChainRunFor(InstructionSet set, Quantiser quantiser, int step, bool blank);
+
+}  // namespace inkweave::detail
