@@ -1,12 +1,14 @@
 #include "cli/document.h"
 
 #include <fcntl.h>
+#include <malloc.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <vips/vips8>
 
@@ -21,6 +23,9 @@ constexpr const char* kLoaders[] = {"pdfload", "svgload", "pngload",  "jpegload"
 
 bool IsDocument(const std::string& loader) { return loader == "pdfload" || loader == "svgload"; }
 bool IsMultiPage(const std::string& loader) { return loader == "pdfload" || loader == "tiffload"; }
+
+// Rows computed per libvips region request; see PageImage::Render.
+constexpr std::int32_t kRowsPerRegion = 32;
 
 // Raster files that state no resolution come out of libvips at 1 pixel/mm; below 50 dpi we take 72.
 constexpr double kDefaultPixelsPerMm = 72.0 / 25.4;
@@ -91,6 +96,39 @@ vips::VImage ToPaperRgb(vips::VImage image) {
   return image;
 }
 
+// A file read through plain read() calls: libvips maps a binary PPM whole into memory when it is
+// given the file itself, and the mapped pages it has read count against the process while the
+// page prints. Through a source that cannot be mapped it reads the file a few rows at a time.
+struct FileSource {
+  int Fd = -1;
+  static gint64 Read(VipsSourceCustom*, void* buffer, gint64 length, gpointer self) {
+    const ssize_t n = read(static_cast<FileSource*>(self)->Fd, buffer, static_cast<std::size_t>(length));
+    return n;
+  }
+  static gint64 Seek(VipsSourceCustom*, gint64 offset, int whence, gpointer self) {
+    return lseek(static_cast<FileSource*>(self)->Fd, offset, whence);
+  }
+  static void Close(gpointer self, GClosure*) {
+    auto* source = static_cast<FileSource*>(self);
+    if (source->Fd >= 0) close(source->Fd);
+    delete source;
+  }
+};
+
+vips::VImage LoadUnmapped(const std::string& file, vips::VOption* options) {
+  const int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) {
+    delete options;
+    throw vips::VError(std::strerror(errno));
+  }
+  VipsSourceCustom* custom = vips_source_custom_new();
+  auto* self = new FileSource{fd};
+  g_signal_connect_data(custom, "read", G_CALLBACK(FileSource::Read), self, FileSource::Close, GConnectFlags{});
+  g_signal_connect(custom, "seek", G_CALLBACK(FileSource::Seek), self);
+  vips::VSource source(VIPS_SOURCE(custom), vips::STEAL);
+  return vips::VImage::new_from_source(source, "", options);
+}
+
 }  // namespace
 
 namespace {
@@ -109,9 +147,16 @@ VipsRuntime::~VipsRuntime() {
 
 bool StartVips() {
   static const bool started = [] {
+    // A page read out of order (landscape bands are columns of the picture) needs the whole picture
+    // decoded first; above this size it goes to a temporary file, which is deleted when closed, rather
+    // than into memory. The user's own setting wins.
+    setenv("VIPS_DISC_THRESHOLD", "16m", 0);
     if (VIPS_INIT(gProgram.c_str()) != 0) return false;
     vips_concurrency_set(1);  // regions are computed on the calling thread anyway
     vips_cache_set_max(0);    // nothing is computed twice, so keep nothing
+    // Pixel buffers of more than a few rows go back to the system when freed: left to itself, glibc
+    // raises its threshold after the first large free and keeps later buffers on a heap that only grows.
+    mallopt(M_MMAP_THRESHOLD, 128 * 1024);
     // libvips warns on stderr about what then fails; the failure is reported once, in one line.
     g_log_set_handler(
         "VIPS", G_LOG_LEVEL_WARNING, [](const gchar*, GLogLevelFlags, const gchar*, gpointer) {}, nullptr);
@@ -217,7 +262,9 @@ std::unique_ptr<PageImage> PageImage::Open(const InputPage& page, const Request&
       image = vips::VImage::new_from_file(page.File.c_str(), LoadOptions(page, false)->set("scale", scale));
       image = ToPaperRgb(image);
     } else {
-      image = ToPaperRgb(vips::VImage::new_from_file(page.File.c_str(), LoadOptions(page, request.InOrder)));
+      vips::VOption* options = LoadOptions(page, request.InOrder);
+      image = ToPaperRgb(page.Loader == "ppmload" ? LoadUnmapped(page.File, options)
+                                                  : vips::VImage::new_from_file(page.File.c_str(), options));
       const double h = static_cast<double>(placement.Width) / image.width();
       const double v = static_cast<double>(placement.Height) / image.height();
       if (h != 1.0 || v != 1.0) image = image.resize(h, vips::VImage::option()->set("vscale", v));
@@ -268,14 +315,20 @@ std::unique_ptr<PageImage> PageImage::OpenPdf(const InputPage& page, const Reque
 bool PageImage::Render(std::int32_t x, std::int32_t y, std::int32_t w, std::int32_t h, std::uint8_t* dst,
                        std::size_t stride) {
   if (state_->Pdf) return RenderPdf(x, y, w, h, dst, stride);
-  VipsRect rect{x, y, w, h};
-  if (vips_region_prepare(state_->Region, &rect) != 0) {
-    error_ = TakeVipsError();
-    return false;
-  }
+  // A few rows at a time: every operation of the pipeline keeps a buffer as tall as the rows asked
+  // of it, in its own format (RGBA, float after the colour transform), at the width of the source.
   const std::size_t rowBytes = static_cast<std::size_t>(w) * 3;
-  for (std::int32_t row = 0; row < h; ++row)
-    std::memcpy(dst + stride * static_cast<std::size_t>(row), VIPS_REGION_ADDR(state_->Region, x, y + row), rowBytes);
+  for (std::int32_t top = 0; top < h; top += kRowsPerRegion) {
+    const std::int32_t rows = std::min(kRowsPerRegion, h - top);
+    VipsRect rect{x, y + top, w, rows};
+    if (vips_region_prepare(state_->Region, &rect) != 0) {
+      error_ = TakeVipsError();
+      return false;
+    }
+    for (std::int32_t row = 0; row < rows; ++row)
+      std::memcpy(dst + stride * static_cast<std::size_t>(top + row),
+                  VIPS_REGION_ADDR(state_->Region, x, y + top + row), rowBytes);
+  }
   return true;
 }
 
