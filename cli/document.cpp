@@ -5,9 +5,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <lcms2.h>
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
+#include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <vips/vips8>
@@ -76,16 +80,39 @@ vips::VOption* LoadOptions(const InputPage& page, bool sequential) {
   return options;
 }
 
-// Any input to 8-bit sRGB, three bands, transparency flattened on white paper.
-vips::VImage ToPaperRgb(vips::VImage image) {
-  if (image.get_typeof(VIPS_META_ICC_NAME) != 0 && image.interpretation() != VIPS_INTERPRETATION_sRGB) {
+// An input profile that does not fit the picture (an RGB profile for a grey scan, say).
+struct ProfileMismatch {
+  std::string Why;
+};
+
+// Into sRGB through the picture's colour profile: the one the user named, else the one the file
+// carries; a picture without one is taken as sRGB. Relative colorimetric with black-point
+// compensation, as photo editors default to; a profile made of primaries and curves has no other.
+vips::VImage ToSrgb(vips::VImage image, const std::string& file, const std::string& inputProfile) {
+  auto options = [] {
+    return vips::VImage::option()->set("intent", VIPS_INTENT_RELATIVE)->set("black_point_compensation", true);
+  };
+  if (!inputProfile.empty()) {
     try {
-      image = image.icc_transform("srgb", vips::VImage::option()->set("embedded", true));
+      return image.icc_transform("srgb", options()->set("embedded", false)->set("input_profile", inputProfile.c_str()));
     } catch (const vips::VError&) {
-      vips_error_clear();  // an unusable profile: fall back to the plain conversion below
+      throw ProfileMismatch{"--input-profile " + inputProfile + " does not fit the picture (" + TakeVipsError() + ")"};
     }
   }
-  image = image.colourspace(VIPS_INTERPRETATION_sRGB);
+  if (image.get_typeof(VIPS_META_ICC_NAME) == 0) return image.colourspace(VIPS_INTERPRETATION_sRGB);
+  try {
+    return image.icc_transform("srgb", options()->set("embedded", true));
+  } catch (const vips::VError&) {
+    // Viewers show such a picture with its numbers as they stand; so do we, and say so.
+    std::fprintf(stderr, "inkweave: %s: warning: its colour profile cannot be used (%s); colours taken as sRGB\n",
+                 file.c_str(), TakeVipsError().c_str());
+    return image.colourspace(VIPS_INTERPRETATION_sRGB);
+  }
+}
+
+// Any input to 8-bit sRGB, three bands, transparency flattened on white paper.
+vips::VImage ToPaperRgb(vips::VImage image, const std::string& file, const std::string& inputProfile) {
+  image = ToSrgb(std::move(image), file, inputProfile).colourspace(VIPS_INTERPRETATION_sRGB);
   if (image.has_alpha()) {
     const double white = image.format() == VIPS_FORMAT_USHORT ? 65535.0 : 255.0;
     image = image.flatten(vips::VImage::option()->set("background", std::vector<double>(image.bands() - 1, white)));
@@ -95,6 +122,31 @@ vips::VImage ToPaperRgb(vips::VImage image) {
   if (image.bands() > 3) image = image.extract_band(0, vips::VImage::option()->set("n", 3));
   return image;
 }
+
+// sRGB pixels to the grey of their luminance (CIE Y of the sRGB primaries, encoded with the sRGB
+// curve again), in place: R = G = B, so the plug-in's own grey formula passes it through unchanged.
+class LuminanceGray {
+ public:
+  LuminanceGray() {
+    auto decode = [](double v) { return v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4); };
+    auto encode = [](double y) { return y <= 0.0031308 ? 12.92 * y : 1.055 * std::pow(y, 1 / 2.4) - 0.055; };
+    for (int v = 0; v < 256; ++v) linear_[v] = static_cast<std::uint16_t>(std::lround(decode(v / 255.0) * kOne));
+    for (std::size_t y = 0; y < encoded_.size(); ++y)
+      encoded_[y] = static_cast<std::uint8_t>(std::lround(255 * encode(static_cast<double>(y) / kOne)));
+  }
+  void Apply(std::uint8_t* rgb, std::size_t pixels) const {
+    for (std::size_t i = 0; i < pixels; ++i, rgb += 3) {
+      // Weights of the sRGB primaries in 1/65536, summing to 65536.
+      const std::uint32_t y = (13933u * linear_[rgb[0]] + 46871u * linear_[rgb[1]] + 4732u * linear_[rgb[2]]) >> 16;
+      rgb[0] = rgb[1] = rgb[2] = encoded_[y];
+    }
+  }
+
+ private:
+  static constexpr int kOne = 65535;  // linear light of white
+  std::array<std::uint16_t, 256> linear_{};
+  std::array<std::uint8_t, kOne + 1> encoded_{};
+};
 
 // A file read through plain read() calls: libvips maps a binary PPM whole into memory when it is
 // given the file itself, and the mapped pages it has read count against the process while the
@@ -173,6 +225,23 @@ std::string TakeVipsError() {
   // The last line is usually the cause; earlier lines repeat the operation names.
   if (const std::size_t nl = text.find('\n'); nl != std::string::npos) text = text.substr(0, nl);
   return text.empty() ? "unknown libvips error" : text;
+}
+
+std::optional<std::string> CheckInputProfile(const std::string& path) {
+  struct stat st {};
+  if (stat(path.c_str(), &st) != 0) return std::string(std::strerror(errno));
+  if (S_ISDIR(st.st_mode)) return std::string("is a directory");
+  cmsHPROFILE profile = cmsOpenProfileFromFile(path.c_str(), "r");
+  if (!profile) return std::string("not an ICC colour profile");
+  const cmsColorSpaceSignature space = cmsGetColorSpace(profile);
+  const bool input = cmsIsIntentSupported(profile, INTENT_RELATIVE_COLORIMETRIC, LCMS_USED_AS_INPUT) != 0;
+  const cmsProfileClassSignature kind = cmsGetDeviceClass(profile);
+  cmsCloseProfile(profile);
+  if (space != cmsSigRgbData && space != cmsSigGrayData && space != cmsSigCmykData)
+    return std::string("not a profile of RGB, grey or CMYK pictures");
+  if (!input || kind == cmsSigLinkClass || kind == cmsSigAbstractClass)
+    return std::string("a profile that cannot describe input pictures");
+  return std::nullopt;
 }
 
 std::optional<std::vector<InputPage>> ListPages(const std::vector<std::string>& files, std::string* error) {
@@ -260,11 +329,12 @@ std::unique_ptr<PageImage> PageImage::Open(const InputPage& page, const Request&
       // Documents are rendered at the final scale (an SVG pixel is 1/72 in at scale 1).
       const double scale = placement.Factor * dotsPerPixel;
       image = vips::VImage::new_from_file(page.File.c_str(), LoadOptions(page, false)->set("scale", scale));
-      image = ToPaperRgb(image);
+      image = ToPaperRgb(image, page.File, "");
     } else {
       vips::VOption* options = LoadOptions(page, request.InOrder);
       image = ToPaperRgb(page.Loader == "ppmload" ? LoadUnmapped(page.File, options)
-                                                  : vips::VImage::new_from_file(page.File.c_str(), options));
+                                                  : vips::VImage::new_from_file(page.File.c_str(), options),
+                         page.File, request.InputProfile);
       const double h = static_cast<double>(placement.Width) / image.width();
       const double v = static_cast<double>(placement.Height) / image.height();
       if (h != 1.0 || v != 1.0) image = image.resize(h, vips::VImage::option()->set("vscale", v));
@@ -278,9 +348,13 @@ std::unique_ptr<PageImage> PageImage::Open(const InputPage& page, const Request&
   } catch (const vips::VError&) {
     if (error) *error = page.File + ": cannot read it: " + TakeVipsError();
     return nullptr;
+  } catch (const ProfileMismatch& mismatch) {
+    if (error) *error = page.File + ": " + mismatch.Why;
+    return nullptr;
   }
   std::unique_ptr<PageImage> result(new PageImage(std::move(state)));
   result->placement_ = placement;
+  result->gray_ = request.Gray;
   return result;
 }
 
@@ -309,11 +383,23 @@ std::unique_ptr<PageImage> PageImage::OpenPdf(const InputPage& page, const Reque
   state->Height = request.Height;
   std::unique_ptr<PageImage> result(new PageImage(std::move(state)));
   result->placement_ = placement;
+  result->gray_ = request.Gray;
   return result;
 }
 
 bool PageImage::Render(std::int32_t x, std::int32_t y, std::int32_t w, std::int32_t h, std::uint8_t* dst,
                        std::size_t stride) {
+  if (!Fill(x, y, w, h, dst, stride)) return false;
+  if (gray_) {
+    static const LuminanceGray luminance;
+    for (std::int32_t row = 0; row < h; ++row)
+      luminance.Apply(dst + stride * static_cast<std::size_t>(row), static_cast<std::size_t>(w));
+  }
+  return true;
+}
+
+bool PageImage::Fill(std::int32_t x, std::int32_t y, std::int32_t w, std::int32_t h, std::uint8_t* dst,
+                     std::size_t stride) {
   if (state_->Pdf) return RenderPdf(x, y, w, h, dst, stride);
   // A few rows at a time: every operation of the pipeline keeps a buffer as tall as the rows asked
   // of it, in its own format (RGBA, float after the colour transform), at the width of the source.

@@ -41,7 +41,7 @@ struct InputPage {
 // when an input is missing, unreadable, in a format we cannot read or holds no page.
 std::optional<std::vector<InputPage>> ListPages(const std::vector<std::string>& files, std::string* error);
 
-// One page rendered into a WIDTH x HEIGHT surface of 24-bit RGB at the device resolution.
+// One page rendered into a WIDTH x HEIGHT surface of 24-bit sRGB at the device resolution.
 class PageImage {
  public:
   struct Request {
@@ -49,7 +49,9 @@ class PageImage {
     std::int64_t Width = 0;  // surface (printable area, turned for landscape), dots
     std::int64_t Height = 0;
     Scale Fit;
-    bool InOrder = true;  // regions are asked for top to bottom (portrait bands): stream the decoder
+    bool InOrder = true;       // regions are asked for top to bottom (portrait bands): stream the decoder
+    bool Gray = false;         // a monochrome page: every pixel the grey of its luminance
+    std::string InputProfile;  // an ICC profile file that replaces raster pictures' own; empty: theirs, or sRGB
   };
   static std::unique_ptr<PageImage> Open(const InputPage& page, const Request& request, std::string* error);
   ~PageImage();
@@ -65,12 +67,17 @@ class PageImage {
  private:
   struct State;
   static std::unique_ptr<PageImage> OpenPdf(const InputPage& page, const Request& request, std::string* error);
+  bool Fill(std::int32_t x, std::int32_t y, std::int32_t w, std::int32_t h, std::uint8_t* dst, std::size_t stride);
   bool RenderPdf(std::int32_t x, std::int32_t y, std::int32_t w, std::int32_t h, std::uint8_t* dst, std::size_t stride);
   explicit PageImage(std::unique_ptr<State> state);
   std::unique_ptr<State> state_;
   Placement placement_;
   std::string error_;
+  bool gray_ = false;
 };
+
+// Null when the file is an ICC profile that can describe input pictures, else why not.
+std::optional<std::string> CheckInputProfile(const std::string& path);
 
 // The first line of libvips' error buffer (which it then clears).
 std::string TakeVipsError();

@@ -75,6 +75,9 @@ int main(int argc, char** argv) {
       ->add_option("--scale", scale,
                    "'fit' the printable area, or a percentage of the natural size (100% = no scaling)")
       ->capture_default_str();
+  printCmd->add_option("--input-profile", print.InputProfile,
+                       "ICC profile of the pictures' colours, in place of their own (raster images; default: "
+                       "the profile each carries, else sRGB)");
   printCmd->add_flag("-q,--quiet", print.Quiet, "No progress");
   printCmd->add_option("--plugin", print.Plugin, "The plug-in library to use");
 

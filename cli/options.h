@@ -49,7 +49,8 @@ struct PrintOptions {
   PageSelection Pages;
   Scale Fit;
   bool Quiet = false;
-  std::string Plugin;  // empty: the library next to the program or the one it was built with
+  std::string Plugin;        // empty: the library next to the program or the one it was built with
+  std::string InputProfile;  // ICC profile for raster pictures, in place of their own; empty: theirs, or sRGB
 
   int Dpi() const { return HighRes ? 600 : Quality; }
 };

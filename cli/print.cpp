@@ -117,6 +117,14 @@ int ChooseSettings(PrintJob& job) {
   job.Request.Height = options.Landscape ? area.Width : area.Height;
   job.Request.Fit = options.Fit;
   job.Request.InOrder = !options.Landscape;
+  job.Request.Gray = options.Mono;
+  job.Request.InputProfile = options.InputProfile;
+  if (!options.InputProfile.empty()) {
+    if (const auto why = CheckInputProfile(options.InputProfile)) {
+      ReportError("--input-profile " + options.InputProfile + ": " + *why);
+      return kExitUsage;
+    }
+  }
   return kExitOk;
 }
 
