@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 #include <vips/vips8>
 
 #include "cli/pdf_page.h"
@@ -21,9 +22,66 @@
 namespace inkweave::cli {
 namespace {
 
-// Loaders we accept: documents and the common raster formats, not the catch-all or raw ones.
-constexpr const char* kLoaders[] = {"pdfload", "svgload", "pngload",  "jpegload", "tiffload", "webpload",
-                                    "ppmload", "gifload", "heifload", "jp2kload", "jxlload"};
+// Formats we accept, by libvips loader: documents and the common raster formats, not the catch-all
+// or raw ones.
+struct Format {
+  const char* Loader;  // libvips loader nickname
+  const char* Name;    // as users know it
+};
+constexpr Format kFormats[] = {{"pdfload", "PDF"},        {"svgload", "SVG"},    {"pngload", "PNG"},
+                               {"jpegload", "JPEG"},      {"tiffload", "TIFF"},  {"webpload", "WebP"},
+                               {"ppmload", "PNM"},        {"gifload", "GIF"},    {"heifload", "HEIF"},
+                               {"jp2kload", "JPEG 2000"}, {"jxlload", "JPEG XL"}};
+
+const Format* FindFormat(const std::string& loader) {
+  for (const Format& f : kFormats)
+    if (loader == f.Loader) return &f;
+  return nullptr;
+}
+
+// The leading bytes of the formats whose loader refuses a file it cannot parse as "not a known
+// format" (a TIFF cut before its directory, for one): such a file is a damaged one of that format.
+struct Signature {
+  const char* Loader;
+  std::size_t Offset;  // bytes
+  std::string_view Bytes;
+};
+using std::string_view_literals::operator""sv;
+constexpr Signature kSignatures[] = {{"pngload", 0, "\x89PNG\r\n\x1a\n"sv},
+                                     {"jpegload", 0, "\xff\xd8\xff"sv},
+                                     {"tiffload", 0, "II*\0"sv},
+                                     {"tiffload", 0, "MM\0*"sv},
+                                     {"webpload", 8, "WEBP"sv},
+                                     {"gifload", 0, "GIF8"sv},
+                                     {"pdfload", 0, "%PDF-"sv}};
+
+std::string SniffLoader(const std::string& file) {
+  char head[16] = {};
+  const int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return {};
+  const ssize_t n = read(fd, head, sizeof head);
+  close(fd);
+  const std::string_view bytes(head, n > 0 ? static_cast<std::size_t>(n) : 0);
+  for (const Signature& s : kSignatures)
+    if (bytes.size() >= s.Offset + s.Bytes.size() && bytes.substr(s.Offset, s.Bytes.size()) == s.Bytes) return s.Loader;
+  return {};
+}
+
+// Why a file of a known format could not be decoded, from libvips' error buffer (less the file name
+// that some readers put first; the message names the file already).
+std::string Damaged(const std::string& file, const std::string& loader) {
+  std::string why = vips_error_buffer()[0] ? TakeVipsError() : "the file is cut short or corrupt";
+  if (why.rfind(file + ": ", 0) == 0) why.erase(0, file.size() + 2);
+  const Format* format = FindFormat(loader);
+  return std::string("damaged ") + (format ? format->Name : "file") + ": " + why;
+}
+
+// The loader named, not the one libvips would guess: a damaged file is still read as what it is.
+vips::VImage Load(const std::string& file, const std::string& loader, vips::VOption* options) {
+  vips::VImage out;
+  vips::VImage::call(loader.c_str(), options->set("filename", file.c_str())->set("out", &out));
+  return out;
+}
 
 bool IsDocument(const std::string& loader) { return loader == "pdfload" || loader == "svgload"; }
 bool IsMultiPage(const std::string& loader) { return loader == "pdfload" || loader == "tiffload"; }
@@ -268,9 +326,8 @@ std::optional<std::vector<InputPage>> ListPages(const std::vector<std::string>& 
       loader = nick ? nick : "";
     }
     if (loader != "pdfload") vips_error_clear();
-    bool known = false;
-    for (const char* l : kLoaders) known = known || loader == l;
-    if (!known) return fail("not a format inkweave can read (PDF, PNG, JPEG, TIFF, WebP, SVG, PNM, GIF)");
+    if (!FindFormat(loader)) loader = SniffLoader(file);
+    if (!FindFormat(loader)) return fail("not a format inkweave can read (PDF, PNG, JPEG, TIFF, WebP, SVG, PNM, GIF)");
 
     int count = 1;
     if (loader == "pdfload") {
@@ -284,11 +341,11 @@ std::optional<std::vector<InputPage>> ListPages(const std::vector<std::string>& 
     }
     try {
       QuietStderr quiet;
-      vips::VImage header = vips::VImage::new_from_file(file.c_str());
+      vips::VImage header = Load(file, loader, vips::VImage::option());
       if (header.width() < 1 || header.height() < 1) return fail("the image is empty");
       if (IsMultiPage(loader)) count = vips_image_get_n_pages(header.get_image());
     } catch (const vips::VError&) {
-      return fail("cannot read it: " + TakeVipsError());
+      return fail(Damaged(file, loader));
     }
     if (count < 1) return fail("the document has no pages");
     for (int i = 0; i < count; ++i) pages.push_back({file, loader, i, count});
@@ -299,6 +356,7 @@ std::optional<std::vector<InputPage>> ListPages(const std::vector<std::string>& 
 struct PageImage::State {
   // A PDF page is rendered by poppler a band at a time, placed at (Left, Top) of the surface, which is
   // white elsewhere; every other input is a libvips pipeline read a region at a time.
+  std::string File, Loader;
   std::unique_ptr<PdfPage> Pdf;
   std::int64_t Left = 0, Top = 0, Width = 0, Height = 0;
   vips::VImage Image;
@@ -314,11 +372,13 @@ PageImage::~PageImage() = default;
 std::unique_ptr<PageImage> PageImage::Open(const InputPage& page, const Request& request, std::string* error) {
   if (page.Loader == "pdfload") return OpenPdf(page, request, error);
   auto state = std::make_unique<State>();
+  state->File = page.File;
+  state->Loader = page.Loader;
   Placement placement;
   try {
     QuietStderr quiet;
     // The page's natural size in device dots decides the placement.
-    vips::VImage header = vips::VImage::new_from_file(page.File.c_str(), LoadOptions(page, false));
+    vips::VImage header = Load(page.File, page.Loader, LoadOptions(page, false));
     const double perMm = PixelsPerMm(header);
     const double dotsPerPixel = request.Dpi / 25.4 / perMm;
     placement = PlacePage(header.width() * dotsPerPixel, header.height() * dotsPerPixel, request.Width, request.Height,
@@ -328,13 +388,13 @@ std::unique_ptr<PageImage> PageImage::Open(const InputPage& page, const Request&
     if (IsDocument(page.Loader)) {
       // Documents are rendered at the final scale (an SVG pixel is 1/72 in at scale 1).
       const double scale = placement.Factor * dotsPerPixel;
-      image = vips::VImage::new_from_file(page.File.c_str(), LoadOptions(page, false)->set("scale", scale));
+      image = Load(page.File, page.Loader, LoadOptions(page, false)->set("scale", scale));
       image = ToPaperRgb(image, page.File, "");
     } else {
       vips::VOption* options = LoadOptions(page, request.InOrder);
-      image = ToPaperRgb(page.Loader == "ppmload" ? LoadUnmapped(page.File, options)
-                                                  : vips::VImage::new_from_file(page.File.c_str(), options),
-                         page.File, request.InputProfile);
+      image = ToPaperRgb(
+          page.Loader == "ppmload" ? LoadUnmapped(page.File, options) : Load(page.File, page.Loader, options),
+          page.File, request.InputProfile);
       const double h = static_cast<double>(placement.Width) / image.width();
       const double v = static_cast<double>(placement.Height) / image.height();
       if (h != 1.0 || v != 1.0) image = image.resize(h, vips::VImage::option()->set("vscale", v));
@@ -346,7 +406,7 @@ std::unique_ptr<PageImage> PageImage::Open(const InputPage& page, const Request&
     state->Region = vips_region_new(state->Image.get_image());
     if (!state->Region) throw vips::VError(TakeVipsError());
   } catch (const vips::VError&) {
-    if (error) *error = page.File + ": cannot read it: " + TakeVipsError();
+    if (error) *error = page.File + ": " + Damaged(page.File, page.Loader);
     return nullptr;
   } catch (const ProfileMismatch& mismatch) {
     if (error) *error = page.File + ": " + mismatch.Why;
@@ -408,7 +468,7 @@ bool PageImage::Fill(std::int32_t x, std::int32_t y, std::int32_t w, std::int32_
     const std::int32_t rows = std::min(kRowsPerRegion, h - top);
     VipsRect rect{x, y + top, w, rows};
     if (vips_region_prepare(state_->Region, &rect) != 0) {
-      error_ = TakeVipsError();
+      error_ = Damaged(state_->File, state_->Loader);
       return false;
     }
     for (std::int32_t row = 0; row < rows; ++row)
