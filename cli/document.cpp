@@ -181,8 +181,9 @@ vips::VImage ToPaperRgb(vips::VImage image, const std::string& file, const std::
   return image;
 }
 
-// sRGB pixels to the grey of their luminance (CIE Y of the sRGB primaries, encoded with the sRGB
-// curve again), in place: R = G = B, so the plug-in's own grey formula passes it through unchanged.
+// sRGB pixels to the grey of their luminance, in place: CIE Y as ICC colour management measures it
+// (the sRGB primaries adapted to the D50 white), encoded with the sRGB curve again. The grey thus has
+// the colour's CIELAB lightness, and R = G = B, which the plug-in's own grey formula passes unchanged.
 class LuminanceGray {
  public:
   LuminanceGray() {
@@ -194,8 +195,8 @@ class LuminanceGray {
   }
   void Apply(std::uint8_t* rgb, std::size_t pixels) const {
     for (std::size_t i = 0; i < pixels; ++i, rgb += 3) {
-      // Weights of the sRGB primaries in 1/65536, summing to 65536.
-      const std::uint32_t y = (13933u * linear_[rgb[0]] + 46871u * linear_[rgb[1]] + 4732u * linear_[rgb[2]]) >> 16;
+      // Y of the D50-adapted sRGB primaries (0.2225, 0.7169, 0.0606) in 1/65536, summing to 65536.
+      const std::uint32_t y = (14581u * linear_[rgb[0]] + 46983u * linear_[rgb[1]] + 3972u * linear_[rgb[2]]) >> 16;
       rgb[0] = rgb[1] = rgb[2] = encoded_[y];
     }
   }

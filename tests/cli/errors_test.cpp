@@ -5,8 +5,11 @@
 
 #include <unistd.h>
 #include <algorithm>
+#include <functional>
 #include <sstream>
+#include <vips/vips8>
 
+#include "tests/cli/page_compare.h"
 #include "tests/cli/run.h"
 
 namespace inkweave::cli::testing {
@@ -118,6 +121,64 @@ TEST(PrintErrors, DamagedImageLeavesTheOldOutputAlone) {
   const auto kept = ReadFile(dir / "out.prn");
   EXPECT_EQ(std::string(kept.begin(), kept.end()), "the user's earlier job");
   EXPECT_EQ(dir.Files(), (std::vector<std::string>{"cut.png", "out.prn"}));
+}
+
+TEST(PrintErrors, DamagedFilesAreCalledDamaged) {
+  // Each format cut early (within its header, half way, just before its end) or with bytes overwritten:
+  // one line naming the file and calling it a damaged file of its format, whether the damage shows when
+  // the job is planned or only as the pixels are decoded.
+  ScratchDir dir;
+  StartVips();
+  const vips::VImage picture = vips::VImage::new_from_file(Example("testpage.png").c_str());
+  struct Damage {
+    std::string Name;
+    std::function<std::string(std::string)> Apply;
+  };
+  auto cut = [](double share) {
+    return [share](std::string bytes) { return bytes.substr(0, static_cast<std::size_t>(bytes.size() * share)); };
+  };
+  auto overwrite = [](std::size_t at, std::string with) {
+    return [at, with](std::string bytes) { return bytes.replace(std::min(at, bytes.size()), with.size(), with); };
+  };
+  struct Case {
+    std::string Target, Format;
+    std::vector<Damage> Damages;
+  } cases[] = {
+      {"p.png",
+       "PNG",
+       {{"cut after the signature", [](std::string b) { return b.substr(0, 8); }},
+        {"cut in the header", [](std::string b) { return b.substr(0, 30); }},
+        {"cut half way", cut(0.5)},
+        {"pixels overwritten", overwrite(200, std::string(64, '\xff'))}}},
+      {"p.jpg",
+       "JPEG",
+       {{"cut after its marker", [](std::string b) { return b.substr(0, 4); }},
+        {"cut half way", cut(0.5)},
+        {"frame header overwritten", overwrite(2, std::string(200, '\0'))}}},
+      {"p.tif",
+       "TIFF",
+       {{"cut after its magic", [](std::string b) { return b.substr(0, 8); }},
+        {"cut half way", cut(0.5)},
+        {"cut before its end", cut(0.99)},
+        {"directory past the end", overwrite(4, std::string("\xff\xff\xff\x0f", 4))}}},
+      {"p-lzw.tif[compression=lzw]", "TIFF", {{"cut half way", cut(0.5)}}},
+      {"p.webp", "WebP", {{"cut half way", cut(0.5)}}},
+  };
+  for (const Case& c : cases) {
+    const std::string file = dir / c.Target.substr(0, c.Target.find('['));
+    picture.write_to_file((dir / c.Target).c_str());
+    const auto whole = ReadFile(file);
+    const std::string extension = file.substr(file.rfind('.'));
+    for (const Damage& damage : c.Damages) {
+      SCOPED_TRACE(c.Target + ", " + damage.Name);
+      const std::string damaged = dir / "damaged" + extension;
+      WriteFile(damaged, damage.Apply(std::string(whole.begin(), whole.end())));
+      ExpectOneLineError(RunInkweave({"print", damaged, "--quality", "150", "-o", dir / "out.prn"}), 1,
+                         "damaged" + extension + ": damaged " + c.Format + ": ");
+    }
+  }
+  const auto files = dir.Files();
+  EXPECT_EQ(std::count(files.begin(), files.end(), "out.prn"), 0);
 }
 
 TEST(PrintErrors, PluginThatCannotBeLoaded) {

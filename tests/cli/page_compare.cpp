@@ -11,9 +11,11 @@
 
 namespace inkweave::cli::testing {
 
+void StartVips() { static VipsRuntime vips("cli_test"); }
+
 SourcePage RenderSource(const std::string& file, int pageInFile, const std::string& paper, int dpi, bool landscape,
                         const Scale& scale) {
-  static VipsRuntime vips("cli_test");
+  StartVips();
   std::string error;
   auto pages = ListPages({file}, &error);
   EXPECT_TRUE(pages) << error;

@@ -10,6 +10,9 @@
 
 namespace inkweave::cli::testing {
 
+// libvips started once for the test program.
+void StartVips();
+
 // RGB pixels of a page surface, portrait (a landscape surface is turned the way the plug-in turns it).
 struct SourcePage {
   int Width = 0, Height = 0;
