@@ -266,7 +266,8 @@ bool StartVips() {
     vips_concurrency_set(1);  // regions are computed on the calling thread anyway
     vips_cache_set_max(0);    // nothing is computed twice, so keep nothing
     // Pixel buffers of more than a few rows go back to the system when freed: left to itself, glibc
-    // raises its threshold after the first large free and keeps later buffers on a heap that only grows.
+    // raises its threshold after the first large free and keeps later buffers on a heap that only grows
+    // (some 6 MiB more at the peak of a 600 dpi scan; the price is about 0.4 s of system time a page).
     mallopt(M_MMAP_THRESHOLD, 128 * 1024);
     // libvips warns on stderr about what then fails; the failure is reported once, in one line.
     g_log_set_handler(
