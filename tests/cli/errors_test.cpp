@@ -128,7 +128,7 @@ TEST(PrintErrors, DamagedFilesAreCalledDamaged) {
   // one line naming the file and calling it a damaged file of its format, whether the damage shows when
   // the job is planned or only as the pixels are decoded.
   ScratchDir dir;
-  StartVips();
+  StartLibvips();
   const vips::VImage picture = vips::VImage::new_from_file(Example("testpage.png").c_str());
   struct Damage {
     std::string Name;

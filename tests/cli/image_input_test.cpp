@@ -72,7 +72,7 @@ std::vector<std::uint8_t> Transform(const std::vector<std::uint8_t>& rgb, cmsHPR
 // Writes pixels of `bands` bytes through libvips; `target` may carry save options ("x.webp[lossless]").
 void Save(const std::vector<std::uint8_t>& pixels, int bands, const std::string& target,
           const std::vector<std::uint8_t>& profile = {}) {
-  StartVips();
+  StartLibvips();
   vips::VImage image = vips::VImage::new_from_memory(const_cast<std::uint8_t*>(pixels.data()), pixels.size(), kWidth,
                                                      kHeight, bands, VIPS_FORMAT_UCHAR);
   image = image.copy(
@@ -222,7 +222,7 @@ TEST(ImageInputs, EveryLosslessFormatPrintsTheSameStream) {
   ScratchDir dir;
   const auto picture = Patches();
   Save(picture, 3, dir / "reference.png");
-  StartVips();
+  StartLibvips();
   const vips::VImage reference = vips::VImage::new_from_file((dir / "reference.png").c_str());
   const std::pair<std::string, vips::VImage> variants[] = {
       {"p.ppm", reference},

@@ -11,11 +11,14 @@
 
 namespace inkweave::cli::testing {
 
-void StartVips() { static VipsRuntime vips("cli_test"); }
+void StartLibvips() {
+  static VipsRuntime vips("cli_test");
+  cli::StartVips();
+}
 
 SourcePage RenderSource(const std::string& file, int pageInFile, const std::string& paper, int dpi, bool landscape,
                         const Scale& scale) {
-  StartVips();
+  StartLibvips();
   std::string error;
   auto pages = ListPages({file}, &error);
   EXPECT_TRUE(pages) << error;

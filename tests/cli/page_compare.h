@@ -11,7 +11,7 @@
 namespace inkweave::cli::testing {
 
 // libvips started once for the test program.
-void StartVips();
+void StartLibvips();
 
 // RGB pixels of a page surface, portrait (a landscape surface is turned the way the plug-in turns it).
 struct SourcePage {
