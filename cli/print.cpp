@@ -230,6 +230,8 @@ bool PrintOnePage(PrintJob& job, std::size_t index, host::BandQueue& queue) {
   if (!result.Stopped && !Failed(result.Status)) return true;
   job.Meter.Abandon();
   if (Interrupted()) failure = "interrupted; no output written";
+  if (failure.empty() && !result.Problem.empty())
+    failure = "page " + std::to_string(pageNumber) + ": " + result.Problem;
   if (failure.empty())
     failure = "the plug-in failed on page " + std::to_string(pageNumber) + " (" + Hex(result.Status) + ")";
   ReportError(failure);

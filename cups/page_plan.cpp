@@ -157,11 +157,22 @@ namespace {
 // that fails answers the message that stops the page.
 using Refusal = std::optional<std::string>;
 
+// An enumerated field of the header as the stream sent it: libcups stores any 32-bit value there, and
+// loading one outside the enumeration as the enumeration type is undefined.
+template <typename Enum>
+unsigned RawField(const Enum& field) {
+  static_assert(sizeof(Enum) == sizeof(unsigned));
+  unsigned value;
+  std::memcpy(&value, &field, sizeof value);
+  return value;
+}
+
 // Pixel format: 8-bit RGB or 8-bit gray, chunked.
 Refusal ReadPixelFormat(const cups_page_header2_t& header, PagePlan& plan) {
   if (header.cupsBitsPerColor != 8)
     return Format("Unsupported raster: %u bits per colour (the printer takes 8)", header.cupsBitsPerColor);
-  switch (header.cupsColorSpace) {
+  const unsigned space = RawField(header.cupsColorSpace);
+  switch (space) {
     case CUPS_CSPACE_RGB:
     case CUPS_CSPACE_SRGB: plan.Channels = 3; break;
     case CUPS_CSPACE_W:
@@ -170,13 +181,11 @@ Refusal ReadPixelFormat(const cups_page_header2_t& header, PagePlan& plan) {
       plan.Channels = 1;
       plan.InvertGray = true;
       break;
-    default:
-      return Format("Unsupported raster colour space %u (RGB, sRGB, W, sW or K)",
-                    static_cast<unsigned>(header.cupsColorSpace));
+    default: return Format("Unsupported raster colour space %u (RGB, sRGB, W, sW or K)", space);
   }
-  if (plan.Channels == 3 && header.cupsColorOrder != CUPS_ORDER_CHUNKED)
-    return Format("Unsupported raster colour order %u (chunked pixels only)",
-                  static_cast<unsigned>(header.cupsColorOrder));
+  const unsigned order = RawField(header.cupsColorOrder);
+  if (plan.Channels == 3 && order != CUPS_ORDER_CHUNKED)
+    return Format("Unsupported raster colour order %u (chunked pixels only)", order);
   if (header.cupsBitsPerPixel != 8u * static_cast<unsigned>(plan.Channels))
     return Format("Inconsistent raster header: %u bits per pixel for %d colours of 8 bits", header.cupsBitsPerPixel,
                   plan.Channels);
@@ -264,13 +273,19 @@ std::variant<host::PrintableArea, std::string> ChoosePaper(const Sheet& sheet, P
 // Where the raster lies on the sheet: normally the raster is the whole sheet. A raster the size of
 // the imaging box (as Ghostscript renders for CUPS) starts at the box's top-left corner. The box is
 // left, bottom, right, top in points: cupsImagingBBox (v2, v3), else ImagingBoundingBox.
-void PlaceRaster(const cups_page_header2_t& header, const Sheet& sheet, const host::PrintableArea& area,
-                 PagePlan& plan) {
+// A box is used only when it lies on a sheet of the largest size the filter takes; any other is ignored.
+Refusal PlaceRaster(const cups_page_header2_t& header, const Sheet& sheet, const host::PrintableArea& area,
+                    PagePlan& plan) {
   const unsigned dpi = header.HWResolution[0];
   double box[4];
   for (int i = 0; i < 4; ++i) box[i] = header.cupsImagingBBox[i];
   if (!(box[2] > box[0] && box[3] > box[1]))
     for (int i = 0; i < 4; ++i) box[i] = header.ImagingBoundingBox[i];
+  constexpr double kLimit = 72.0 * kMaxPageInches;
+  for (double side : box)
+    if (!(side >= -kLimit && side <= kLimit))  // also NaN
+      return Format("Imaging box %.0f, %.0f, %.0f, %.0f points lies beyond the %u-inch page limit", box[0], box[1],
+                    box[2], box[3], kMaxPageInches);
   std::int64_t originX = 0;
   std::int64_t originY = 0;
   const double slack = dpi / 10.0;  // 0.1 in
@@ -283,6 +298,7 @@ void PlaceRaster(const cups_page_header2_t& header, const Sheet& sheet, const ho
   }
   plan.OffsetX = static_cast<std::int64_t>(area.Left) - originX;
   plan.OffsetY = static_cast<std::int64_t>(area.Top) - originY;
+  return std::nullopt;
 }
 
 // The selections (media, halftone, high resolution) and the bands' depth that follows from them.
@@ -315,7 +331,7 @@ std::variant<PagePlan, std::string> PlanPage(const cups_page_header2_t& header, 
   const Sheet sheet = SheetOf(header);
   auto area = ChoosePaper(sheet, plan);
   if (auto* refusal = std::get_if<std::string>(&area)) return *refusal;
-  PlaceRaster(header, sheet, std::get<host::PrintableArea>(area), plan);
+  if (Refusal refusal = PlaceRaster(header, sheet, std::get<host::PrintableArea>(area), plan)) return *refusal;
   plan.Setup.Color = plan.Channels == 3;
   plan.Setup.Landscape = false;  // the raster arrives upright; CUPS has turned the page already
   ChooseSelections(header, options, plan);

@@ -158,13 +158,16 @@ HRESULT HostSession::Command(DWORD callbackId) {
 
 HRESULT HostSession::ImageProcessing(const Band& band) {
   if (!plugin_) return E_FAIL;
+  const std::int64_t stride = BandRowStride(band.Width);
+  if (band.Width < 1 || band.Height < 1 || static_cast<std::uint64_t>(stride) * band.Height > kMaxBandBytes)
+    return E_FAIL;  // no bitmap header can describe the band
   BITMAPINFOHEADER header{};
   header.biSize = sizeof header;
   header.biWidth = band.Width;
   header.biHeight = band.Height;
   header.biPlanes = 1;
   header.biBitCount = band.BitCount;
-  header.biSizeImage = static_cast<DWORD>(BandRowStride(band.Width) * band.Height);
+  header.biSizeImage = static_cast<DWORD>(stride * band.Height);
   IPPARAMS params{};
   params.dwSize = sizeof params;
   params.ptOffset = {band.OffsetX, band.OffsetY};
@@ -215,16 +218,32 @@ PageResult PrintPage(HostSession& session, const PageSource& source, std::int32_
   PageResult result;
   if (bandHeight < 1 || source.Width < 1 || source.Height < 1 || !source.Render) {
     result.Status = E_FAIL;
+    result.Problem = "the page of " + std::to_string(source.Width) + " x " + std::to_string(source.Height) +
+                     " pixels in bands of " + std::to_string(bandHeight) + " is empty";
     return result;
   }
   const bool landscape = session.Setup().Landscape;
   // Portrait: full-width slices down the page. Landscape: full-height slices across the page.
   const std::int32_t extent = landscape ? source.Width : source.Height;
-  const std::int32_t bandWidth = landscape ? bandHeight : source.Width;
-  const std::int32_t rowsMax = landscape ? source.Height : bandHeight;
-  const std::size_t stride = static_cast<std::size_t>(BandRowStride(bandWidth));
-  std::vector<std::uint8_t> buffer(stride * static_cast<std::size_t>(rowsMax) + 16);
-  const int bands = (extent + bandHeight - 1) / bandHeight;
+  const std::int32_t bandWidth = landscape ? std::min(bandHeight, extent) : source.Width;
+  const std::int32_t rowsMax = landscape ? source.Height : std::min(bandHeight, extent);
+  const std::uint64_t fullBytes = static_cast<std::uint64_t>(BandRowStride(bandWidth)) * rowsMax;
+  if (fullBytes > kMaxBandBytes) {
+    result.Status = E_FAIL;
+    result.Problem = "the page of " + std::to_string(source.Width) + " x " + std::to_string(source.Height) +
+                     " pixels makes bands of " + std::to_string(fullBytes) + " bytes, more than a band can hold";
+    return result;
+  }
+  // Exactly the bytes of each band, so that a read past one is a read past its buffer: one buffer for
+  // the full bands and one for a shorter last band, both had before the page starts.
+  const int bands = static_cast<int>((std::int64_t{extent} + bandHeight - 1) / bandHeight);
+  const std::int32_t lastSize = extent - (bands - 1) * bandHeight;
+  auto bandBytes = [&](std::int32_t size) {
+    return static_cast<std::size_t>(BandRowStride(landscape ? size : source.Width)) *
+           static_cast<std::size_t>(landscape ? source.Height : size);
+  };
+  std::vector<std::uint8_t> full(bandBytes(std::min(bandHeight, extent)));
+  std::vector<std::uint8_t> last(lastSize < bandHeight ? bandBytes(lastSize) : 0);
 
   session.Command(kCallbackPageStart);
   for (int index = 0; index < bands; ++index) {
@@ -241,6 +260,7 @@ PageResult PrintPage(HostSession& session, const PageSource& source, std::int32_
       band.Height = size;
       band.OffsetY = start;
     }
+    std::vector<std::uint8_t>& buffer = size < bandHeight && !last.empty() ? last : full;
     // The plug-in reads every band at its own width's stride (a short last band in landscape too).
     const std::size_t bandStride = static_cast<std::size_t>(BandRowStride(band.Width));
     std::fill(buffer.begin(), buffer.end(), 0xFF);

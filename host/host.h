@@ -137,8 +137,11 @@ class HostSession {
 };
 
 // The row stride the plug-in reads a band at: the 4-byte aligned length of a 24-bit row, whatever the
-// band's bit count.
-constexpr std::int32_t BandRowStride(std::int32_t width) { return ((width + 1) * 3) & ~3; }
+// band's bit count. Computed in 64 bits: no width overflows it.
+constexpr std::int64_t BandRowStride(std::int64_t width) { return ((width + 1) * 3) & ~std::int64_t{3}; }
+
+// The largest band the host hands over: its size must fit the bitmap header's 32-bit image size.
+inline constexpr std::uint64_t kMaxBandBytes = 0xFFFFFFFF;
 
 // Whether a band holds nothing but white pixels (every byte 0xFF): such a band goes out marked blank.
 bool IsBlankBand(const std::uint8_t* bits, std::int32_t width, std::int32_t height, std::size_t stride,
@@ -158,7 +161,8 @@ struct PageSource {
 };
 
 struct PageResult {
-  HRESULT Status = S_OK;  // the first failing ImageProcessing result, if any
+  HRESULT Status = S_OK;  // the first failing ImageProcessing result, if any (E_FAIL with Problem: see below)
+  std::string Problem;    // why the page was not started, when the source's geometry is unusable
   int Bands = 0;
   bool Stopped = false;  // the source asked to stop
 };
@@ -166,6 +170,8 @@ struct PageResult {
 // Hands one page (page start, bands, page end) to the plug-in. Portrait: horizontal slices of
 // bandHeight rows from the top. Landscape: vertical slices of bandHeight columns from x = 0, each
 // the full landscape height. Bands with nothing but white pixels go out marked blank.
+// Every band comes in a buffer of exactly its size. A source whose bands would not fit a bitmap header
+// (absurd sizes) is refused before the page starts: Status E_FAIL with the cause in Problem.
 // onBand, when given, is told after every band (for progress).
 PageResult PrintPage(HostSession& session, const PageSource& source, std::int32_t bandHeight,
                      const std::function<void(int band, int bands)>& onBand = {});

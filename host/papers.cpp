@@ -17,7 +17,11 @@ constexpr Paper kPapers[] = {
     {"monarch", "EnvMonarch", "Envelope Monarch (3.875 x 7.5 in)", 37, 98.425, 190.5, true},
 };
 
-std::uint32_t Dots(double mm, int dpi) { return static_cast<std::uint32_t>(mm / 25.4 * dpi); }
+// Whole dots in mm; none for a length of zero or less (a sheet narrower than its margins).
+std::uint32_t Dots(double mm, int dpi) {
+  const double dots = mm / 25.4 * dpi;
+  return dots > 0 ? static_cast<std::uint32_t>(dots) : 0;
+}
 
 }  // namespace
 

@@ -22,7 +22,7 @@ bool AllocInto(DeviceState& state, T*& slot, std::uint32_t bytes, bool zero) {
 }
 
 bool AllocateBuffers(DeviceState& state, std::uint32_t lineWidth, std::int16_t printQuality) {
-  const std::uint32_t lineBytes = 4 * lineWidth + 16;
+  const std::uint32_t lineBytes = ErrorLineBytes(lineWidth);
   for (std::int16_t*& line : state.LineBuffers)
     if (!AllocInto(state, line, lineBytes, false)) return false;
   for (std::uint8_t*& planes : state.PlaneBuffer)
@@ -57,6 +57,9 @@ bool InitDeviceState(DeviceState& state, const GDIINFO& gdiInfo, const DEVMODEW&
     state.PageWidth = gdiInfo.ulHorzRes;
     state.PageHeight = gdiInfo.ulVertRes;
   }
+
+  // A page the buffers cannot serve is refused before anything is allocated.
+  if (!PageFitsBuffers(state.PageWidth, state.PageHeight)) return false;
 
   auto* head = static_cast<MemoryBlock**>(GlobalHeapAlloc(sizeof(MemoryBlock*)));
   if (!head) return false;

@@ -38,6 +38,19 @@ inline constexpr std::uint32_t kPlaneBufferBytes = 0x1E000;
 static_assert(kStripeLines * kLineBytes <= kPlaneBufferBytes);
 static_assert(kStripeOutputLinesHigh * kLineBytesHigh <= kPlaneBufferBytes);
 
+// The page geometry EnablePDEV accepts: no wider than the widest band row the planes hold (wider bands
+// are refused anyway, and the error lines are sized by the page width), and no taller than a band offset
+// can reach (offsets are signed 32-bit). Each error line holds 4 bytes a dot of the doubled width at
+// 600 dpi, plus 16: at most 40,976 bytes.
+inline constexpr std::uint32_t kMaxPageWidth = kPlaneDots;
+inline constexpr std::uint32_t kMaxPageHeight = 0x7FFFFFFF;
+constexpr bool PageFitsBuffers(std::uint32_t width, std::uint32_t height) {
+  return width <= kMaxPageWidth && height <= kMaxPageHeight;
+}
+// Bytes of each of the four error lines for a line of `width` dots (the page width, doubled at 600 dpi).
+constexpr std::uint32_t ErrorLineBytes(std::uint32_t width) { return 4 * width + 16; }
+static_assert(ErrorLineBytes(2 * kMaxPageWidth) == 40976);
+
 // The layout at a resolution level (the low four bits of PrintMode).
 struct PlaneLayout {
   int PlaneBytes;   // S, bytes per plane; plane p of a line starts at p x S

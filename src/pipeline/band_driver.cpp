@@ -4,6 +4,8 @@
 // on the band that ends exactly at the page height.
 #include "src/pipeline/band_driver.h"
 
+#include <cstdint>
+
 #include "src/color/color.h"
 #include "src/device/memory_list.h"
 #include "src/device/plane_geometry.h"
@@ -64,7 +66,11 @@ bool BandFitsDevice(const DEVOBJ* devobj, const BITMAPINFOHEADER& header, const 
   if (header.biBitCount != 24 && header.biBitCount != 8 && header.biBitCount != 1) return false;
   if (header.biWidth <= 0 || header.biHeight <= 0 || params.ptOffset.x < 0 || params.ptOffset.y < 0) return false;
   const std::int64_t rowPixels = state->Landscape ? header.biHeight : header.biWidth;
-  return rowPixels <= static_cast<std::int64_t>(state->PageWidth) && rowPixels <= kPlaneDots;
+  if (rowPixels > static_cast<std::int64_t>(state->PageWidth) || rowPixels > kPlaneDots) return false;
+  // The band's end along the output lines must be a 32-bit offset: the driver adds the two.
+  const std::int64_t lines = state->Landscape ? header.biWidth : header.biHeight;
+  const std::int64_t offset = state->Landscape ? params.ptOffset.x : params.ptOffset.y;
+  return offset + lines <= INT32_MAX;
 }
 
 void ProcessBand(DEVOBJ* devobj, const BYTE* bits, const BITMAPINFOHEADER* header, const BYTE*, DWORD,

@@ -2,7 +2,10 @@
 // and the job's options over the PPD's defaults.
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <cstring>
 #include <fstream>
+#include <functional>
 
 #include "cups/page_plan.h"
 #include "tests/cups/cups_support.h"
@@ -55,6 +58,46 @@ TEST(PagePlan, PlacesThePrintableAreaInTheRaster) {
   plan = Plan(header);
   EXPECT_EQ(plan.OffsetX, static_cast<std::int64_t>(area.Left) - 83);  // 10 pt at 600 dpi
   EXPECT_EQ(plan.OffsetY, static_cast<std::int64_t>(area.Top) - 100);  // 12 pt
+}
+
+// Hostile headers: each refused with a message naming the cause, with no undefined arithmetic on the
+// way (the sanitizers see a negative length made unsigned, an out-of-range float made integer, or an
+// enumeration loaded with a value it does not hold).
+TEST(PagePlan, RefusesHeadersItCannotPlan) {
+  const auto refusal = [](auto change) {
+    cups_page_header2_t header = PageHeader(1200, 1754, 150, CUPS_CSPACE_RGB, 595, 842);
+    change(header);
+    auto planned = cups::PlanPage(header, {});
+    const std::string* message = std::get_if<std::string>(&planned);
+    return message ? *message : std::string("planned");
+  };
+  struct Case {
+    const char* name;
+    std::function<void(cups_page_header2_t&)> change;
+    const char* expect;
+  } cases[] = {
+      {"sheet narrower than its margins", [](auto& h) { h.cupsPageSize[0] = 10; }, "leaves no printable area"},
+      {"sheet lower than its margins", [](auto& h) { h.cupsPageSize[1] = 20; }, "leaves no printable area"},
+      {"imaging box reaching past any sheet",  // the raster is the box: its top gives the raster's place
+       [](auto& h) {
+         h.cupsImagingBBox[0] = 10, h.cupsImagingBBox[2] = 586;  // as wide as the raster
+         h.cupsImagingBBox[3] = 1e30f;
+       },
+       "Imaging box"},
+      {"colour space out of range",
+       [](auto& h) {
+         const unsigned space = 0x7FFFFFFF;  // as a stream may hold it: no enumerator has it
+         std::memcpy(&h.cupsColorSpace, &space, sizeof space);
+       },
+       "colour space 2147483647"},
+      {"colour order out of range",
+       [](auto& h) {
+         const unsigned order = 0xFFFFFFFF;
+         std::memcpy(&h.cupsColorOrder, &order, sizeof order);
+       },
+       "colour order 4294967295"},
+  };
+  for (const Case& c : cases) EXPECT_NE(refusal(c.change).find(c.expect), std::string::npos) << c.name;
 }
 
 TEST(PagePlan, CutsAPageWiderThanTheHeadAndWarns) {

@@ -101,17 +101,6 @@ TEST(DeviceState, LandscapeHoldsThePortraitPage) {
   device.Disable();
 }
 
-TEST(DeviceState, LineBuffersSpanFourTimesTheDoubledWidthAt600) {
-  // Writing every byte of each line buffer is caught by the address sanitizer if a buffer is short.
-  for (std::int16_t quality : {300, 600}) {
-    Device device(quality, DMORIENT_PORTRAIT, 1000, 100);
-    DeviceState* state = device.Enable();
-    const std::size_t bytes = 4 * (quality == 600 ? 2000 : 1000) + 16;
-    for (std::int16_t* line : state->LineBuffers) std::memset(line, 0x5A, bytes);
-    device.Disable();
-  }
-}
-
 TEST(MemoryList, PassBufferCountByLevelWithFlagsIgnored) {
   for (int flags : {0, 16, 32, 48}) {
     EXPECT_EQ(PassBufferCount(static_cast<std::int16_t>(flags + 1)), 2);
@@ -149,17 +138,28 @@ TEST(MemoryList, BlocksLinkInFrontAndFreeAllAtOnce) {
   EXPECT_EQ(state.MemoryList, nullptr);
 }
 
+// The global allocations of a successful set-up, counted rather than assumed, so that a new buffer
+// is refused in its turn too.
+std::uint32_t SetUpAllocations(std::int16_t quality) {
+  const std::uint64_t before = detail::GlobalAllocationCount();
+  Device device(quality);
+  device.Enable();
+  device.Disable();
+  return static_cast<std::uint32_t>(detail::GlobalAllocationCount() - before);
+}
+
 // Every global allocation of the set-up may be refused; each time all earlier blocks are freed,
 // InitFailed is set and the host still holds the record.
 TEST(DeviceState, RefusedAllocationFreesEverything) {
   for (std::int16_t quality : {150, 300, 600}) {
-    const int allocations = quality == 600 ? 18 : 12;  // head, 4 lines, 2 planes, curves, passes, record, scratch
-    for (int nth = 1; nth <= allocations; ++nth) {
+    const std::uint32_t allocations = SetUpAllocations(quality);
+    EXPECT_GE(allocations, quality == 600 ? 18u : 12u);  // head, 4 lines, 2 planes, curves, passes, record, scratch
+    for (std::uint32_t nth = 1; nth <= allocations; ++nth) {
       SCOPED_TRACE(::testing::Message() << "quality " << quality << ", allocation " << nth);
       const std::uint64_t globalBefore = detail::GlobalBlocksOutstanding();
       const std::uint64_t localBefore = detail::LocalBlocksOutstanding();
       Device device(quality);
-      detail::FailGlobalAllocation(static_cast<std::uint32_t>(nth));
+      detail::FailGlobalAllocation(nth);
       HRESULT hr = S_OK;
       DeviceState* state = device.Enable(&hr);
       detail::FailGlobalAllocation(0);
@@ -171,15 +171,47 @@ TEST(DeviceState, RefusedAllocationFreesEverything) {
       device.Disable();
       EXPECT_EQ(detail::LocalBlocksOutstanding(), localBefore);
     }
-    // One allocation more than the set-up makes: nothing is refused.
-    Device device(quality);
-    detail::FailGlobalAllocation(static_cast<std::uint32_t>(allocations + 1));
-    HRESULT hr = E_FAIL;
-    device.Enable(&hr);
-    detail::FailGlobalAllocation(0);
-    EXPECT_EQ(hr, S_OK) << "quality " << quality;
-    device.Disable();
   }
+}
+
+// Page geometry the buffers cannot serve is refused before anything is allocated: widths past the
+// widest band row (among them one whose error-line size would wrap in 32 bits) and heights past a
+// 32-bit band offset, in both orientations and at every quality.
+TEST(DeviceState, RefusesPagesItsBuffersCannotServe) {
+  struct Case {
+    std::uint32_t width, height;
+    bool accepted;
+  } cases[] = {{5120, 3300, true},
+               {5121, 3300, false},
+               {0x40000000, 3300, false},
+               {0xFFFFFFFF, 3300, false},
+               {2400, 0x7FFFFFFF, true},
+               {2400, 0x80000000, false},
+               {0, 0, true}};
+  for (const Case& c : cases)
+    for (std::int16_t quality : {150, 300, 600})
+      for (std::int16_t orientation : {DMORIENT_PORTRAIT, DMORIENT_LANDSCAPE}) {
+        SCOPED_TRACE(::testing::Message()
+                     << c.width << " x " << c.height << ", quality " << quality << ", orientation " << orientation);
+        const bool landscape = orientation == DMORIENT_LANDSCAPE;
+        const std::uint64_t globalBefore = detail::GlobalBlocksOutstanding();
+        Device device(quality, orientation, landscape ? c.height : c.width, landscape ? c.width : c.height);
+        HRESULT hr = S_OK;
+        DeviceState* state = device.Enable(&hr);
+        ASSERT_NE(state, nullptr);
+        EXPECT_EQ(hr, c.accepted ? S_OK : E_FAIL);
+        EXPECT_EQ(state->InitFailed, c.accepted ? 0u : 1u);
+        if (c.accepted) {
+          // Every byte of every error line is there (the address sanitizer sees a short one).
+          const std::size_t bytes = 4 * std::size_t{c.width} * (quality == 600 ? 2 : 1) + 16;
+          for (std::int16_t* line : state->LineBuffers) std::memset(line, 0x5A, bytes);
+        } else {
+          EXPECT_EQ(state->MemoryList, nullptr);
+          EXPECT_EQ(detail::GlobalBlocksOutstanding(), globalBefore);
+        }
+        device.Disable();
+        EXPECT_EQ(detail::GlobalBlocksOutstanding(), globalBefore);
+      }
 }
 
 TEST(DeviceState, RefusedRecordLeavesTheHostNothing) {

@@ -191,29 +191,45 @@ TEST(BandDriver, RowUnitsOfOneBitBands) {
   EXPECT_EQ(Calls().Renderers[0].RowPixels, 100);
 }
 
+// Each band against a 100 x 1000 page (portrait and landscape): whether the plug-in takes it. The band's
+// end along the output lines must stay a 32-bit offset, or the driver's sums would overflow.
 TEST(BandDriver, BandsTheDeviceCannotTake) {
-  Page page(100, 1000);
-  BITMAPINFOHEADER header{40, 100, 16, 1, 24, 0, 0, 0, 0, 0, 0};
-  IPPARAMS params{};
-  EXPECT_TRUE(BandFitsDevice(&page.devobj, header, params));
-  header.biWidth = 101;  // wider than the page
-  EXPECT_FALSE(BandFitsDevice(&page.devobj, header, params));
-  header.biWidth = 100;
-  header.biBitCount = 16;
-  EXPECT_FALSE(BandFitsDevice(&page.devobj, header, params));
-  header.biBitCount = 8;
-  header.biHeight = 0;
-  EXPECT_FALSE(BandFitsDevice(&page.devobj, header, params));
-  header.biHeight = 16;
-  params.ptOffset.y = -16;
-  EXPECT_FALSE(BandFitsDevice(&page.devobj, header, params));
-
-  Page wide(6000, 100);
-  header = {40, 5121, 16, 1, 24, 0, 0, 0, 0, 0, 0};
-  params = {};
-  EXPECT_FALSE(BandFitsDevice(&wide.devobj, header, params)) << "wider than a dot plane";
-  header.biWidth = 5120;
-  EXPECT_TRUE(BandFitsDevice(&wide.devobj, header, params));
+  constexpr std::int32_t kMax = INT32_MAX;
+  struct Case {
+    bool landscape;
+    std::int32_t width, height;
+    std::uint16_t bitCount;
+    std::int32_t x, y;
+    bool fits;
+  } cases[] = {
+      {false, 100, 16, 24, 0, 0, true},
+      {false, 101, 16, 24, 0, 0, false},  // wider than the page
+      {false, 100, 16, 16, 0, 0, false},
+      {false, 100, 0, 8, 0, 0, false},
+      {false, 0, 16, 1, 0, 0, false},
+      {false, 100, 16, 8, 0, -16, false},
+      {false, 100, 16, 8, -1, 0, false},
+      {false, 100, 16, 24, 0, kMax - 16, true},
+      {false, 100, 16, 24, 0, kMax - 15, false},
+      {false, 100, kMax, 24, 0, 1, false},
+      {true, 16, 100, 24, 0, 0, true},
+      {true, 16, 101, 24, 0, 0, false},
+      {true, 16, 100, 24, kMax - 16, 0, true},
+      {true, 64, 100, 24, kMax - 10, 0, false},  // the huge x offset of a hostile host
+      {true, kMax, 100, 24, 1, 0, false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(::testing::Message() << (c.landscape ? "landscape " : "portrait ") << c.width << " x " << c.height
+                                      << " at (" << c.x << ", " << c.y << "), " << c.bitCount << " bits");
+    Page page(100, 1000, c.landscape);
+    const BITMAPINFOHEADER header{40, c.width, c.height, 1, c.bitCount, 0, 0, 0, 0, 0, 0};
+    IPPARAMS params{};
+    params.ptOffset = {c.x, c.y};
+    EXPECT_EQ(BandFitsDevice(&page.devobj, header, params), c.fits);
+  }
+  Page widest(5120, 100);
+  const BITMAPINFOHEADER header{40, 5120, 16, 1, 24, 0, 0, 0, 0, 0, 0};
+  EXPECT_TRUE(BandFitsDevice(&widest.devobj, header, IPPARAMS{}));
 }
 
 }  // namespace
