@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <fstream>
 #include <iterator>
+#include <optional>
+#include <span>
 
 #include "cli/commands.h"
 #include "cli/document.h"
@@ -43,32 +45,67 @@ std::string Describe(const std::string& path, const decode::Error& e) {
   return path + ": not a valid printer stream at " + where + ": " + e.Message;
 }
 
-// The page as the paper shows it: the whole sheet (or, cropped, the printed area only), each preview
-// pixel the ink model's colour of the mean ink of the dots it covers.
 struct Preview {
   int Width = 0, Height = 0;
   std::vector<std::uint8_t> Rgb;
 };
 
-Preview RenderPreview(const decode::PrintedPage& page, int previewDpi, bool crop) {
+// The largest preview written: 3 bytes a pixel, 384 MiB. A bigger one is refused with the resolution
+// that would fit, rather than taking memory in proportion to what a stream claims.
+constexpr long long kMaxPreviewPixels = 128LL << 20;
+// Preview rows made at a time: the ink sums and colours of one strip are all the preview holds beside
+// its pixels.
+constexpr int kPreviewStripRows = 64;
+
+// The page as the paper shows it: the whole sheet (or, cropped, the printed area only), each preview
+// pixel the ink model's colour of the mean ink of the dots it covers. Made strip by strip; boxes with no
+// ink are the paper's colour, worked out once.
+std::optional<Preview> RenderPreview(const decode::PrintedPage& page, int previewDpi, bool crop, std::string* error) {
   const int dpi = page.Dpi > 0 ? page.Dpi : 300;
   // The region of page dots shown: the sheet around the print, or the print alone.
   const int x = crop ? 0 : -page.Paper.LeftDots, y = crop ? 0 : -page.Paper.TopDots;
   const int w = std::max(1, crop ? page.WidthDots : page.Paper.WidthDots);
   const int h = std::max(1, crop ? page.HeightRows : page.Paper.HeightDots);
-  const auto scaled = [&](int dots) {
-    return std::max(1, static_cast<int>((static_cast<long long>(dots) * previewDpi + dpi - 1) / dpi));
+  const auto scaled = [&](int dots, int at) {
+    return std::max(1LL, (static_cast<long long>(dots) * at + dpi - 1) / dpi);
   };
+  const long long width = scaled(w, previewDpi), height = scaled(h, previewDpi);
+  if (width * height > kMaxPreviewPixels) {
+    int fits = previewDpi;
+    while (fits > 1 && scaled(w, fits) * scaled(h, fits) > kMaxPreviewPixels) --fits;
+    *error = "a preview of " + std::to_string(width) + " x " + std::to_string(height) + " pixels at " +
+             std::to_string(previewDpi) + " dpi is larger than the " + std::to_string(kMaxPreviewPixels >> 20) +
+             " megapixels a preview may have; use --preview-dpi " + std::to_string(fits) + " or less" +
+             (crop ? "" : ", or --crop");
+    return std::nullopt;
+  }
   Preview preview;
-  preview.Width = scaled(w);
-  preview.Height = scaled(h);
-  const decode::InkGrid grid = decode::GatherInk(page, x, y, w, h, preview.Width, preview.Height);
+  preview.Width = static_cast<int>(width);
+  preview.Height = static_cast<int>(height);
+  preview.Rgb.resize(static_cast<std::size_t>(width * height) * 3);
   const decode::InkModel model = decode::InkModelFor(page.Medium, page.Dpi);
-  std::vector<decode::Reflectance> colours(grid.Boxes.size());
-  std::transform(grid.Boxes.begin(), grid.Boxes.end(), colours.begin(),
-                 [&](const decode::AreaInk& ink) { return decode::PrintedColour(model, ink); });
-  preview.Rgb.resize(colours.size() * 3);
-  decode::SrgbOfReflectances(colours, preview.Rgb);
+  // Boxes without ink: those with dots (none inked) and those with no dot at all (upscaled previews).
+  decode::AreaInk noInk;
+  noInk.BlackCells = 0;
+  const decode::Reflectance bare = decode::PrintedColour(model, noInk);
+  const decode::Reflectance noDots = decode::PrintedColour(model, decode::AreaInk{});
+  const auto colourOf = [&](const decode::AreaInk& ink) {
+    const bool empty = ink.Ink == noInk.Ink && ink.UnderBlack == noInk.UnderBlack;
+    if (empty && ink.BlackCells == 0) return bare;
+    if (empty && ink.BlackCells == decode::AreaInk{}.BlackCells) return noDots;
+    return decode::PrintedColour(model, ink);
+  };
+  std::vector<decode::Reflectance> colours;
+  std::vector<std::uint8_t> rgb;
+  for (int first = 0; first < preview.Height; first += kPreviewStripRows) {
+    const int rows = std::min(kPreviewStripRows, preview.Height - first);
+    const decode::InkGrid grid = decode::GatherInkRows(page, x, y, w, h, preview.Width, preview.Height, first, rows);
+    colours.resize(grid.Boxes.size());
+    std::transform(grid.Boxes.begin(), grid.Boxes.end(), colours.begin(), colourOf);
+    rgb.resize(colours.size() * 3);
+    decode::SrgbOfReflectances(colours, rgb);
+    std::copy(rgb.begin(), rgb.end(), preview.Rgb.begin() + static_cast<std::ptrdiff_t>(first) * preview.Width * 3);
+  }
   return preview;
 }
 
@@ -204,8 +241,8 @@ int RunDecode(const DecodeOptions& options) {
     }
     if (!options.Preview.empty()) {
       const std::string path = PreviewName(options.Preview, number, numbered);
-      const Preview preview = RenderPreview(page, options.PreviewDpi, options.Crop);
-      if (!WritePng(preview.Rgb, preview.Width, preview.Height, options.PreviewDpi, path, &error)) {
+      const std::optional<Preview> preview = RenderPreview(page, options.PreviewDpi, options.Crop, &error);
+      if (!preview || !WritePng(preview->Rgb, preview->Width, preview->Height, options.PreviewDpi, path, &error)) {
         if (options.Json) std::printf("]}\n");
         ReportError(error);
         return kExitFailure;

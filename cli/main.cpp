@@ -2,6 +2,8 @@
 // figures, and show what the plug-in and the device offer.
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <exception>
+#include <new>
 
 #include "cli/commands.h"
 #include "cli/document.h"
@@ -171,9 +173,18 @@ int main(int argc, char** argv) {
     ReportError("cannot start libvips: " + TakeVipsError());
     return kExitFailure;
   }
-  if (printCmd->parsed()) return RunPrint(print);
-  if (decodeCmd->parsed()) return RunDecode(decode);
-  if (dumpCmd->parsed()) return RunDump(dumpStream, dumpFull);
-  if (proofCmd->parsed()) return RunProof(proof);
-  return RunInfo(infoPlugin, infoJson);
+  // Memory running out is one line and a failure exit, like any other failure (an output file being
+  // written is removed as its owner unwinds).
+  try {
+    if (printCmd->parsed()) return RunPrint(print);
+    if (decodeCmd->parsed()) return RunDecode(decode);
+    if (dumpCmd->parsed()) return RunDump(dumpStream, dumpFull);
+    if (proofCmd->parsed()) return RunProof(proof);
+    return RunInfo(infoPlugin, infoJson);
+  } catch (const std::bad_alloc&) {
+    ReportError("out of memory");
+  } catch (const std::exception& e) {
+    ReportError(std::string("internal error: ") + e.what());
+  }
+  return kExitFailure;
 }

@@ -34,6 +34,8 @@ struct DecodeOptions {
   // 3 or 5 force those modes (they use the even nozzles only; no command tells them from 2 and 4).
   // 1, 2, 4 and 6 are accepted when they agree with the stream.
   int WeaveMode = 0;
+  // The most the parsed job's records may take (see kMaxJobMemory).
+  std::size_t MemoryBudget = std::size_t{2} << 30;
 };
 
 // Hard limits that bound time and memory on any input.
@@ -43,6 +45,10 @@ inline constexpr int kMaxPageWidthDots = 10240;                   // page dots a
 inline constexpr int kMaxPageInches = 24;                         // paper fed on one page
 inline constexpr long kMaxPageFeedUnits = kMaxPageInches * 400L;  // 1/400 in
 inline constexpr std::size_t kMaxPassesPerPage = 16384;
+// Memory: the parsed job holds every record it decodes; a job whose records (their decoded bytes and
+// their bookkeeping) would take more than this is an error at the record that passes it. A coded
+// record decodes to up to 1,000 times its wire size, so this, not the stream's size, bounds ParseJob.
+inline constexpr std::size_t kMaxJobMemory = DecodeOptions{}.MemoryBudget;  // 2 GiB
 
 // One command of the stream, named as in CommandTable(): "Padding" (a run of zero bytes, fillers
 // included), "AbortTail", "EnterRaster", "Reset", "R", "I", "M", "D", "N", "Y", "X", "s", "Fn", "F",
@@ -239,6 +245,10 @@ struct InkGrid {
   std::vector<AreaInk> Boxes;  // box (c, r) at r * Columns + c
 };
 InkGrid GatherInk(const PrintedPage& page, int x, int y, int w, int h, int columns, int rows);
+// The box rows [firstRow, firstRow + rowCount) of that grid only (Rows = rowCount): a picture can be
+// made strip by strip, its memory that of a strip.
+InkGrid GatherInkRows(const PrintedPage& page, int x, int y, int w, int h, int columns, int rows, int firstRow,
+                      int rowCount);
 // The same over one box.
 AreaInk MeanInk(const PrintedPage& page, int x, int y, int w, int h);
 

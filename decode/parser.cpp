@@ -43,6 +43,7 @@ struct ParseState {
   long FeedSincePass = 0;             // 1/400 in fed since the last pass
   std::size_t LastFeedOffset = kNone;
   std::size_t Pos = 0;
+  std::size_t Memory = 0;  // bytes held by the records parsed so far (DecodeOptions::MemoryBudget)
 
   std::size_t Left() const { return S.size() - Pos; }
 
@@ -63,6 +64,14 @@ struct ParseState {
       Result.Commands.push_back(std::move(command));
     }
     Pos += length;
+  }
+
+  // Books a record at `offset` against the job's memory budget.
+  std::optional<Error> Hold(const PlaneRow& row, std::size_t offset) {
+    Memory += sizeof(PlaneRow) + row.First.capacity() + row.Second.capacity();
+    if (Memory <= Options.MemoryBudget) return std::nullopt;
+    return Error{offset, "the records decoded so far take more than the decoder's memory budget of " +
+                             Num(Options.MemoryBudget) + " bytes"};
   }
 
   std::optional<Error> OpenPageHere() {
@@ -373,6 +382,7 @@ Outcome ReadBlankRow(ParseState& p, const CommandDescriptor&) {
   stats.Records += 1;
   stats.BlankRecords += 1;
   p.OpenPass->Bytes += 1;
+  if (auto error = p.Hold(row, row.Offset)) return error;
   p.OpenPass->Records.push_back(std::move(row));
   p.Pos += 1;
   return std::nullopt;
@@ -480,6 +490,7 @@ Outcome ReadRow(ParseState& p, const CommandDescriptor&) {
   stats.UncompressedSize += total;
   if (row.DepthMismatch) stats.DepthMismatches += 1;
   pass.Bytes += row.WireBytes;
+  if (auto error = p.Hold(row, row.Offset)) return error;
   pass.Records.push_back(std::move(row));
   p.Pos += 3 + data.WireBytes;
   return std::nullopt;

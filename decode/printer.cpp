@@ -194,6 +194,17 @@ void FinishRows(PrintedPage& page) {
   }
 }
 
+// The bytes a printed page holds: its dot rows and the per-row counts.
+std::size_t MemoryOf(const PrintedPage& page) {
+  std::size_t bytes = sizeof(PrintedPage) + 2 * sizeof(std::uint16_t) * page.PrintCounts.size();
+  for (const auto& plane : page.Bits)
+    for (const auto& bits : plane) {
+      bytes += bits.Rows.size() * sizeof(std::vector<std::uint8_t>);
+      for (const auto& row : bits.Rows) bytes += row.capacity();
+    }
+  return bytes;
+}
+
 std::variant<PrintedPage, Error> PrintPage(const Page& source, const DecodeOptions& options) {
   auto started = StartPage(source, options);
   if (std::holds_alternative<Error>(started)) return started;
@@ -217,9 +228,15 @@ std::variant<std::vector<PrintedPage>, Error> PrintJob(const Job& job, const Dec
     }
     std::vector<PrintedPage> pages;
     pages.reserve(job.Pages.size());
+    std::size_t memory = 0;  // held by the printed pages, against the same budget as the parsed records
     for (const Page& source : job.Pages) {
       auto printed = PrintPage(source, options);
       if (auto* error = std::get_if<Error>(&printed)) return *error;
+      memory += MemoryOf(std::get<PrintedPage>(printed));
+      if (memory > options.MemoryBudget) {
+        return Error{source.Offset, "the pages printed so far take more than the decoder's memory budget of " +
+                                        std::to_string(options.MemoryBudget) + " bytes"};
+      }
       pages.push_back(std::move(std::get<PrintedPage>(printed)));
     }
     return pages;
@@ -283,13 +300,22 @@ bool RowHasInk(const PrintedPage& page, std::size_t row) {
 // The box of `offset` when `extent` dots are cut into `boxes`.
 std::size_t BoxOf(long offset, long extent, int boxes) { return static_cast<std::size_t>(offset * boxes / extent); }
 
-// Sums the dots of the rectangle into the boxes of the grid.
-void SumDots(const PrintedPage& page, int x, int y, const InkGrid& grid, int w, int h, std::vector<BoxSums>& sums) {
+// The first dot (counted from the rectangle's edge) of box `box` when `extent` dots are cut into
+// `boxes`: the least i with BoxOf(i, extent, boxes) >= box.
+long FirstDotOf(long box, long extent, int boxes) { return (box * extent + boxes - 1) / boxes; }
+
+// Sums the dots of the rectangle's rows that fall in box rows [firstRow, firstRow + grid.Rows) into the
+// boxes of the grid (whose row 0 is box row firstRow).
+void SumDots(const PrintedPage& page, int x, int y, const InkGrid& grid, int w, int h, int rows, int firstRow,
+             std::vector<BoxSums>& sums) {
   const int x0 = std::max(0, x), x1 = std::min(page.WidthDots, x + w);
-  const int y0 = std::max(0, y), y1 = std::min(page.HeightRows, y + h);
+  const long top = y + FirstDotOf(firstRow, h, rows), bottom = y + FirstDotOf(firstRow + grid.Rows, h, rows);
+  const int y0 = static_cast<int>(std::max<long>(0, top)),
+            y1 = static_cast<int>(std::min<long>(page.HeightRows, bottom));
   for (int row = y0; row < y1; ++row) {
     if (!RowHasInk(page, static_cast<std::size_t>(row))) continue;
-    const std::size_t rowBase = BoxOf(row - y, h, grid.Rows) * static_cast<std::size_t>(grid.Columns);
+    const std::size_t rowBase =
+        (BoxOf(row - y, h, rows) - static_cast<std::size_t>(firstRow)) * static_cast<std::size_t>(grid.Columns);
     for (int dot = x0; dot < x1; ++dot) {
       const std::array<int, 4> values = DotValues(page, static_cast<std::size_t>(row), dot);
       if ((values[0] | values[1] | values[2] | values[3]) == 0) continue;
@@ -307,16 +333,24 @@ void SumDots(const PrintedPage& page, int x, int y, const InkGrid& grid, int w, 
 }  // namespace
 
 InkGrid GatherInk(const PrintedPage& page, int x, int y, int w, int h, int columns, int rows) {
+  return GatherInkRows(page, x, y, w, h, columns, rows, 0, rows);
+}
+
+InkGrid GatherInkRows(const PrintedPage& page, int x, int y, int w, int h, int columns, int rows, int firstRow,
+                      int rowCount) {
   InkGrid grid;
-  if (w <= 0 || h <= 0 || columns <= 0 || rows <= 0) return grid;
+  if (w <= 0 || h <= 0 || columns <= 0 || rows <= 0 || firstRow < 0 || rowCount <= 0 || firstRow + rowCount > rows)
+    return grid;
   grid.Columns = columns;
-  grid.Rows = rows;
+  grid.Rows = rowCount;
   // Cells per box: dots across its column times rows down its row.
-  std::vector<double> across(static_cast<std::size_t>(columns)), down(static_cast<std::size_t>(rows));
+  std::vector<double> across(static_cast<std::size_t>(columns)), down(static_cast<std::size_t>(rowCount));
   for (int i = 0; i < w; ++i) across[BoxOf(i, w, columns)] += 1;
-  for (int j = 0; j < h; ++j) down[BoxOf(j, h, rows)] += 1;
+  for (int r = 0; r < rowCount; ++r)
+    down[static_cast<std::size_t>(r)] =
+        static_cast<double>(FirstDotOf(firstRow + r + 1, h, rows) - FirstDotOf(firstRow + r, h, rows));
   std::vector<BoxSums> sums(across.size() * down.size());
-  SumDots(page, x, y, grid, w, h, sums);
+  SumDots(page, x, y, grid, w, h, rows, firstRow, sums);
   grid.Boxes.resize(sums.size());
   for (std::size_t b = 0; b < sums.size(); ++b) {
     const BoxSums& sum = sums[b];

@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "tests/cli/run.h"
+#include "tests/decode/streams.h"
 
 namespace inkweave::cli::testing {
 namespace {
@@ -107,6 +108,31 @@ TEST_F(DecodeCommand, DumpListsEveryCommandWithItsOffset) {
     const unsigned long offset = std::stoul(line.substr(0, 8), nullptr, 16);
     EXPECT_GE(offset, last) << line;
     last = offset;
+  }
+}
+
+// A 44 KB stream claiming a page of 10,240 x 3,406 dots at 150 dpi (one raw row of the widest kind at
+// the top and one 23 inches down): a preview either fits the preview budget or is refused in one line
+// that says what would fit; nothing aborts.
+TEST(DecodeLimits, AHostileStreamsPreviewIsMadeOrRefusedInOneLine) {
+  using namespace decode::testing;
+  const auto pass = [] {
+    Bytes bytes = RawRow(Bytes(2560, 0xFF)) + Blanks(3);  // black, doubled across as mode 1 sends it
+    return bytes + Blanks(4 * 105);
+  };
+  const Bytes stream = Zeros(37000) + JobStart() + ModeSettings("01 00", "10", "05") + PageStart("01 00", "10", "05") +
+                       Feed(280) + pass() + Feed(9000) + pass() + PageEnd() + JobEnd();
+  ScratchDir dir;
+  WriteFile(dir / "hostile.prn", std::string(stream.begin(), stream.end()));
+  const RunResult small =
+      RunInkweave({"decode", dir / "hostile.prn", "-q", "-o", dir / "small.png", "--preview-dpi", "10"});
+  EXPECT_EQ(small.Exit, 0) << small.Err;
+  for (const char* dpi : {"300", "600"}) {
+    const RunResult run =
+        RunInkweave({"decode", dir / "hostile.prn", "-q", "-o", dir / "big.png", "--preview-dpi", dpi});
+    EXPECT_EQ(run.Exit, 1) << dpi;
+    EXPECT_THAT(run.Err, HasSubstr("megapixels a preview may have; use --preview-dpi 2"));
+    EXPECT_EQ(std::count(run.Err.begin(), run.Err.end(), '\n'), 1) << run.Err;
   }
 }
 

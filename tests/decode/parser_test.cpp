@@ -259,6 +259,23 @@ TEST(ParseJob, MalformedStreamsNameTheOffset) {
   }
 }
 
+// The decoder's memory budget: the record that passes it is named, in parsing and in printing.
+TEST(ParseJob, MemoryBeyondTheBudgetIsAnErrorAtTheRecord) {
+  const Bytes head = JobStart() + ModeSettings("01 01", "10", "05") + PageStart("01 01", "10", "05");
+  const Bytes stream = head + Feed(600) + Blanks(3) + Coded(kBlackCodes) + PageEnd() + JobEnd();
+  DecodeOptions tight;
+  tight.MemoryBudget = 3 * sizeof(PlaneRow) + 1;  // the three blank records fit, the coded one does not
+  const Error error = MustFail(stream, tight);
+  EXPECT_EQ(error.Offset, head.size() + 6) << error.Message;
+  EXPECT_NE(error.Message.find("memory budget of"), std::string::npos) << error.Message;
+
+  tight.MemoryBudget = 1;  // parsed within the default budget: the printed page does not fit
+  auto printed = PrintJob(MustParse(stream), tight);
+  ASSERT_TRUE(std::holds_alternative<Error>(printed));
+  EXPECT_EQ(std::get<Error>(printed).Offset, MustParse(stream).Pages[0].Offset);
+  EXPECT_NE(std::get<Error>(printed).Message.find("memory budget of"), std::string::npos);
+}
+
 // docs/decoder.md shows the parser's own command table, between two markers.
 TEST(CommandTable, IsTheOneInTheDocs) {
   std::ifstream in(std::string(INKWEAVE_SOURCE_DIR) + "/docs/decoder.md", std::ios::binary);

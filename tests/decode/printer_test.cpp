@@ -3,6 +3,8 @@
 // geometry errors; the ink each dot size carries and the sheet the paper command names.
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "tests/decode/streams.h"
 
 namespace inkweave::decode {
@@ -210,6 +212,33 @@ TEST(PrintJob, DotsCarryTheInkOfTheirSizeInEveryMode) {
   EXPECT_NEAR(grid.Boxes[0].BlackCells, 1.0, 1e-12);
   EXPECT_NEAR(grid.Boxes[1].Ink[3], 0.0, 1e-12);
   EXPECT_NEAR(MeanInk(one, -2, 0, 4, 1).Ink[3], 0.5, 1e-12);  // cells off the page are bare paper
+}
+
+// A grid made strip by strip is the grid made whole, box for box, for grids finer and coarser than the
+// dots, over rectangles reaching past the page.
+TEST(GatherInk, StripsMakeTheWholeGrid) {
+  std::vector<Bytes> rows;
+  for (int r = 0; r < 40; ++r) rows.push_back(r % 3 ? Bytes{static_cast<std::uint8_t>(37 * r), 0xA5} : Bytes{});
+  const PrintedPage page = PrintOne("01 01", "00", Feed(280) + MonoPass(rows));
+  ASSERT_GT(page.HeightRows, 30);
+  for (const auto& [y, h, gridRows] :
+       {std::tuple{0, page.HeightRows, 7}, std::tuple{-5, 60, 60}, std::tuple{3, 20, 45}})
+    for (int strip : {1, 4, 9}) {
+      SCOPED_TRACE(::testing::Message() << "rows " << y << "+" << h << " in " << gridRows << ", strips of " << strip);
+      const InkGrid whole = GatherInk(page, -3, y, 19, h, 5, gridRows);
+      for (int first = 0; first < gridRows; first += strip) {
+        const int count = std::min(strip, gridRows - first);
+        const InkGrid part = GatherInkRows(page, -3, y, 19, h, 5, gridRows, first, count);
+        ASSERT_EQ(part.Boxes.size(), static_cast<std::size_t>(5 * count));
+        for (std::size_t b = 0; b < part.Boxes.size(); ++b) {
+          const AreaInk& a = part.Boxes[b];
+          const AreaInk& w = whole.Boxes[static_cast<std::size_t>(first) * 5 + b];
+          ASSERT_EQ(a.Ink, w.Ink) << "box " << b << " of strip " << first;
+          ASSERT_EQ(a.BlackCells, w.BlackCells);
+          ASSERT_EQ(a.UnderBlack, w.UnderBlack);
+        }
+      }
+    }
 }
 
 // The sheet comes from the paper command: the smaller of a shared code unless the print runs past it,
