@@ -419,4 +419,9 @@ int Run(int argc, char** argv) {
 
 }  // namespace
 
+// The fuzzing harness runs the filter in its own process under another name (fuzz/filter.cpp).
+#if defined(INKWEAVE_FILTER_MAIN)
+int INKWEAVE_FILTER_MAIN(int argc, char** argv) { return Run(argc, argv); }
+#else
 int main(int argc, char** argv) { return Run(argc, argv); }
+#endif

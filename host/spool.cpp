@@ -39,20 +39,48 @@ SpoolService::SpoolService() {
       &UniTextOut,
       &SpoolService::WriteAbortBuf,
   };
+  static const IUnknownVtbl kUnknownVtbl = {
+      &SpoolService::UnknownQueryInterface,
+      &SpoolService::UnknownAddRef,
+      &SpoolService::UnknownRelease,
+  };
   object_.iface.lpVtbl = &kVtbl;
   object_.owner = this;
   object_.refs.store(1);
+  unknown_.iface.lpVtbl = &kUnknownVtbl;
+  unknown_.object = &object_;
+}
+
+// One object, two tables: IUnknown answers with its own table (the object's identity), the service
+// with the other; both share the count.
+HRESULT SpoolService::Query(Object* object, const GUID* riid, void** ppv) {
+  if (!ppv) return E_FAIL;
+  *ppv = nullptr;
+  if (!riid) return E_NOINTERFACE;
+  if (*riid == IID_IPrintOemDriverUni)
+    *ppv = &object->iface;
+  else if (*riid == IID_IUnknown)
+    *ppv = &object->owner->unknown_.iface;
+  else
+    return E_NOINTERFACE;
+  object->refs.fetch_add(1);
+  return S_OK;
 }
 
 HRESULT SpoolService::QueryInterface(IPrintOemDriverUni* self, const GUID* riid, void** ppv) {
-  if (!ppv) return E_FAIL;
-  if (riid && (*riid == IID_IPrintOemDriverUni || *riid == IID_IUnknown)) {
-    *ppv = self;
-    AddRef(self);
-    return S_OK;
-  }
-  *ppv = nullptr;
-  return E_NOINTERFACE;
+  return Query(reinterpret_cast<Object*>(self), riid, ppv);
+}
+
+HRESULT SpoolService::UnknownQueryInterface(IUnknown* self, const GUID* riid, void** ppv) {
+  return Query(reinterpret_cast<UnknownObject*>(self)->object, riid, ppv);
+}
+
+ULONG SpoolService::UnknownAddRef(IUnknown* self) {
+  return reinterpret_cast<UnknownObject*>(self)->object->refs.fetch_add(1) + 1;
+}
+
+ULONG SpoolService::UnknownRelease(IUnknown* self) {
+  return reinterpret_cast<UnknownObject*>(self)->object->refs.fetch_sub(1) - 1;
 }
 
 ULONG SpoolService::AddRef(IPrintOemDriverUni* self) { return reinterpret_cast<Object*>(self)->refs.fetch_add(1) + 1; }

@@ -34,7 +34,9 @@ class SpoolService {
 
   // The interface handed to the plug-in (through QueryInterface on Unknown()).
   IPrintOemDriverUni* Interface() { return &object_.iface; }
-  IUnknown* Unknown() { return reinterpret_cast<IUnknown*>(&object_.iface); }
+  // The service's IUnknown: a table of its own whose methods take an IUnknown, so that a caller holding
+  // only IUnknown calls each method through its own type.
+  IUnknown* Unknown() { return &unknown_.iface; }
 
   void SetFaults(const WriteFaults& faults) { faults_ = faults; }
   // Called with each successful write's bytes as it arrives (streaming output).
@@ -55,7 +57,15 @@ class SpoolService {
     SpoolService* owner;
     std::atomic<std::uint32_t> refs;
   };
+  struct UnknownObject {
+    IUnknown iface;
+    Object* object;
+  };
   static HRESULT INKWEAVE_STDCALL QueryInterface(IPrintOemDriverUni* self, const GUID* riid, void** ppv);
+  static HRESULT INKWEAVE_STDCALL UnknownQueryInterface(IUnknown* self, const GUID* riid, void** ppv);
+  static ULONG INKWEAVE_STDCALL UnknownAddRef(IUnknown* self);
+  static ULONG INKWEAVE_STDCALL UnknownRelease(IUnknown* self);
+  static HRESULT Query(Object* object, const GUID* riid, void** ppv);
   static ULONG INKWEAVE_STDCALL AddRef(IPrintOemDriverUni* self);
   static ULONG INKWEAVE_STDCALL Release(IPrintOemDriverUni* self);
   static HRESULT INKWEAVE_STDCALL WriteSpoolBuf(IPrintOemDriverUni* self, DEVOBJ* devobj, void* buffer, DWORD size,
@@ -65,6 +75,7 @@ class SpoolService {
   HRESULT Record(const void* buffer, DWORD size, bool abort, DWORD waitMs);
 
   Object object_;
+  UnknownObject unknown_;
   WriteFaults faults_;
   std::function<void(const std::uint8_t*, std::size_t)> sink_;
   bool keep_ = true;

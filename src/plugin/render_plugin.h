@@ -44,8 +44,8 @@ class RenderPlugin {
 
   static const IPrintOemUniVtbl kVtbl;
 
-  const IPrintOemUniVtbl* vtbl_;          // must stay the first field
-  IPrintOemDriverUni* driver_ = nullptr;  // the host's service, held from PublishDriverInterface
+  [[maybe_unused]] const IPrintOemUniVtbl* vtbl_;  // must stay the first field
+  IPrintOemDriverUni* driver_ = nullptr;           // the host's service, held from PublishDriverInterface
   std::atomic<std::int32_t> refs_{1};
 };
 
@@ -67,7 +67,7 @@ class RenderPluginFactory {
 
   static const IClassFactoryVtbl kVtbl;
 
-  const IClassFactoryVtbl* vtbl_;  // must stay the first field
+  [[maybe_unused]] const IClassFactoryVtbl* vtbl_;  // must stay the first field
   std::atomic<std::int32_t> refs_{1};
 };
 

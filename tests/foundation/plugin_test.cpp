@@ -203,11 +203,19 @@ TEST(Plugin, PublishKeepsTheFirstInterface) {
 
 TEST(Plugin, PublishFailsWhenTheHostHasNoService) {
   IPrintOemUni* plugin = CreatePlugin();
-  IClassFactory* factory = GetFactory();  // an object that answers no IPrintOemDriverUni
-  EXPECT_EQ(plugin->lpVtbl->PublishDriverInterface(plugin, reinterpret_cast<IUnknown*>(factory)), E_FAIL);
+  // An object that answers no IPrintOemDriverUni.
+  static const IUnknownVtbl kNothing = {
+      [](IUnknown*, const GUID*, void** ppv) INKWEAVE_STDCALL -> HRESULT {
+        *ppv = nullptr;
+        return E_NOINTERFACE;
+      },
+      [](IUnknown*) INKWEAVE_STDCALL -> ULONG { return 1; },
+      [](IUnknown*) INKWEAVE_STDCALL -> ULONG { return 1; },
+  };
+  IUnknown nothing{&kNothing};
+  EXPECT_EQ(plugin->lpVtbl->PublishDriverInterface(plugin, &nothing), E_FAIL);
   host::SpoolService spool;
   EXPECT_EQ(plugin->lpVtbl->PublishDriverInterface(plugin, spool.Unknown()), S_OK) << "a failed publish holds nothing";
-  factory->lpVtbl->Release(factory);
   plugin->lpVtbl->Release(plugin);
 }
 

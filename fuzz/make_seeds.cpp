@@ -1,0 +1,100 @@
+// Writes the seed corpora of the fuzzers: make-fuzz-seeds DIR fills DIR/{decoder,plugin,page_plan,filter}.
+// The streams are printed by the plug-in through our host (small pages in every mode), the rasters and
+// headers are what CUPS sends for such pages, and the plug-in seeds are host scripts of fuzz/plugin.cpp.
+#include <cups/raster.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "host/host.h"
+#include "src/plugin/render_plugin.h"
+
+using namespace inkweave;
+namespace fs = std::filesystem;
+
+namespace {
+
+void Write(const fs::path& path, const std::vector<std::uint8_t>& bytes) {
+  std::ofstream(path, std::ios::binary)
+      .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+std::vector<std::uint8_t> PrintedStream(std::int16_t quality, bool highRes, bool diffusion, bool color,
+                                        bool landscape) {
+  host::HostSession session({&GetClassObject, &CanUnloadNow});
+  session.Load();
+  session.Enable({DMPAPER_A4, quality, color, landscape, 96, 120});
+  host::SelectModes(session, diffusion, highRes, host::kCallbackMediaGlossy);
+  session.Command(host::kCallbackJobStart);
+  host::PageSource source{
+      landscape ? 120 : 96, landscape ? 96 : 120, 24,
+      [](std::int32_t x, std::int32_t y, std::int32_t w, std::int32_t h, std::uint8_t* dst, std::size_t stride) {
+        for (std::int32_t r = 0; r < h; ++r)
+          for (std::int32_t c = 0; c < 3 * w; ++c)
+            dst[static_cast<std::size_t>(r) * stride + static_cast<std::size_t>(c)] =
+                static_cast<std::uint8_t>((x + y + r) * 5 + c * 3);
+        return true;
+      }};
+  host::PrintPage(session, source, 32);
+  session.Command(host::kCallbackJobEnd);
+  return session.Spool().Stream();
+}
+
+cups_page_header2_t Header(unsigned dpi, cups_cspace_t space) {
+  cups_page_header2_t h{};
+  const unsigned channels = space == CUPS_CSPACE_RGB || space == CUPS_CSPACE_SRGB ? 3 : 1;
+  h.HWResolution[0] = h.HWResolution[1] = dpi;
+  h.cupsWidth = 100, h.cupsHeight = 40;
+  h.cupsBitsPerColor = 8, h.cupsBitsPerPixel = 8 * channels, h.cupsBytesPerLine = 100 * channels;
+  h.cupsColorSpace = space, h.cupsColorOrder = CUPS_ORDER_CHUNKED, h.cupsNumColors = channels;
+  h.PageSize[0] = 595, h.PageSize[1] = 842;
+  h.cupsPageSize[0] = 595, h.cupsPageSize[1] = 842;
+  return h;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 2) return 2;
+  const fs::path dir = argv[1];
+  for (const char* name : {"decoder", "plugin", "page_plan", "filter"}) fs::create_directories(dir / name);
+  int n = 0;
+  for (std::int16_t quality : {150, 300, 600})
+    for (int variant = 0; variant < 4; ++variant)
+      Write(dir / "decoder" / std::to_string(n++),
+            PrintedStream(quality, quality == 600 && variant == 3, variant & 1, variant != 2, variant == 1));
+
+  // Quality, flags, page width and height, then commands and bands (fuzz/plugin.cpp).
+  Write(dir / "plugin" / "job",
+        {1, 1, 96, 0, 120, 0, 12, 22, 20, 0xC0, 96, 0, 32, 0, 0, 0, 0, 7, 0xC0, 96, 0, 32, 0, 0, 0, 32, 0, 9, 21, 23});
+  Write(dir / "plugin" / "landscape", {2, 3, 96, 0, 120, 0, 14, 11, 22, 20, 0xC0, 32, 0, 96, 1, 0, 0, 0, 0, 3, 21, 23});
+
+  const cups_cspace_t spaces[] = {CUPS_CSPACE_RGB, CUPS_CSPACE_SW, CUPS_CSPACE_K};
+  for (unsigned dpi : {150u, 300u, 600u})
+    for (cups_cspace_t space : spaces) {
+      const cups_page_header2_t header = Header(dpi, space);
+      const std::string name = std::to_string(dpi) + "-" + std::to_string(space);
+      std::vector<std::uint8_t> bytes(reinterpret_cast<const std::uint8_t*>(&header),
+                                      reinterpret_cast<const std::uint8_t*>(&header) + sizeof header);
+      const std::string options = "InkweaveHalftone=Diffusion";
+      bytes.insert(bytes.end(), options.begin(), options.end());
+      Write(dir / "page_plan" / name, bytes);
+      const int fd = open((dir / "filter" / name).c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+      cups_raster_t* raster = cupsRasterOpen(fd, dpi == 300 ? CUPS_RASTER_WRITE_COMPRESSED : CUPS_RASTER_WRITE);
+      cups_page_header2_t page = header;
+      cupsRasterWriteHeader2(raster, &page);
+      std::vector<std::uint8_t> row(header.cupsBytesPerLine);
+      for (unsigned y = 0; y < header.cupsHeight; ++y) {
+        for (std::size_t i = 0; i < row.size(); ++i) row[i] = static_cast<std::uint8_t>(i * y);
+        cupsRasterWritePixels(raster, row.data(), header.cupsBytesPerLine);
+      }
+      cupsRasterClose(raster);
+      close(fd);
+    }
+  return 0;
+}
