@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # Installs what is missing, checks that every C++ source is formatted, builds, and runs every test;
-# then builds and runs the tests again under AddressSanitizer and UndefinedBehaviorSanitizer.
+# then builds and runs the tests again under AddressSanitizer and UndefinedBehaviorSanitizer, with GCC
+# and with clang (whose UBSan also checks every call's function type), and runs each fuzzer briefly.
 set -euo pipefail
 cd "$(dirname "$0")"
 
-./scripts/install-deps.sh image cups pappl windows
+./scripts/install-deps.sh image cups pappl windows clang
 
 echo "== format (.clang-format)"
 ./scripts/check-format.sh
@@ -23,3 +24,12 @@ cmake -S . -B build-san -G Ninja -DCMAKE_BUILD_TYPE=Debug -DINKWEAVE_SANITIZE=ON
 cmake --build build-san -j "$jobs"
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   ctest --test-dir build-san --output-on-failure -j "$jobs"
+
+echo "== build and test with clang's sanitizers, function types included (build-clang-san/)"
+CC=clang CXX=clang++ cmake -S . -B build-clang-san -G Ninja -DCMAKE_BUILD_TYPE=Debug -DINKWEAVE_SANITIZE=ON >/dev/null
+cmake --build build-clang-san -j "$jobs"
+ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+  ctest --test-dir build-clang-san --output-on-failure -j "$jobs"
+
+echo "== fuzzers, 20 seconds each (build-fuzz/; fuzz/run.sh SECONDS for longer runs)"
+./fuzz/run.sh 20

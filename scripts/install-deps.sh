@@ -6,7 +6,7 @@ packages=(
   build-essential cmake ninja-build pkg-config git clang-format
   libgtest-dev libgmock-dev libbenchmark-dev
 )
-# Extra groups, asked for by name: ./scripts/install-deps.sh [image] [cups] [pappl] [windows] [bench]
+# Extra groups, asked for by name: ./scripts/install-deps.sh [image] [cups] [pappl] [windows] [bench] [clang]
 for group in "$@"; do
   case "$group" in
     image) packages+=(libvips-dev libcli11-dev libpoppler-glib-dev libcairo2-dev poppler-utils liblcms2-dev) ;;
@@ -15,7 +15,8 @@ for group in "$@"; do
     windows) packages+=(g++-mingw-w64-x86-64 wine64) ;;
     # the benchmarks and their peers: Gutenprint's CUPS filter, Ghostscript, hyperfine
     bench) packages+=(libbenchmark-dev hyperfine printer-driver-gutenprint ghostscript) ;;
-    *) echo "install-deps: unknown group '$group' (known: image, cups, pappl, windows, bench)" >&2; exit 2 ;;
+    clang) packages+=(clang) ;;  # the clang sanitizer run and the libFuzzer harnesses
+    *) echo "install-deps: unknown group '$group' (known: image, cups, pappl, windows, bench, clang)" >&2; exit 2 ;;
   esac
 done
 
