@@ -49,11 +49,12 @@ cups_page_header2_t Header(unsigned dpi, cups_cspace_t space) {
   cups_page_header2_t h{};
   const unsigned channels = space == CUPS_CSPACE_RGB || space == CUPS_CSPACE_SRGB ? 3 : 1;
   h.HWResolution[0] = h.HWResolution[1] = dpi;
-  h.cupsWidth = 100, h.cupsHeight = 40;
-  h.cupsBitsPerColor = 8, h.cupsBitsPerPixel = 8 * channels, h.cupsBytesPerLine = 100 * channels;
+  // A sheet of half an inch each way: small pages make quick runs.
+  h.cupsWidth = h.cupsHeight = dpi / 2;
+  h.cupsBitsPerColor = 8, h.cupsBitsPerPixel = 8 * channels, h.cupsBytesPerLine = dpi / 2 * channels;
   h.cupsColorSpace = space, h.cupsColorOrder = CUPS_ORDER_CHUNKED, h.cupsNumColors = channels;
-  h.PageSize[0] = 595, h.PageSize[1] = 842;
-  h.cupsPageSize[0] = 595, h.cupsPageSize[1] = 842;
+  h.PageSize[0] = h.PageSize[1] = 36;
+  h.cupsPageSize[0] = h.cupsPageSize[1] = 36;
   return h;
 }
 
@@ -85,12 +86,12 @@ int main(int argc, char** argv) {
       bytes.insert(bytes.end(), options.begin(), options.end());
       Write(dir / "page_plan" / name, bytes);
       const int fd = open((dir / "filter" / name).c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-      cups_raster_t* raster = cupsRasterOpen(fd, dpi == 300 ? CUPS_RASTER_WRITE_COMPRESSED : CUPS_RASTER_WRITE);
+      cups_raster_t* raster = cupsRasterOpen(fd, dpi == 150 ? CUPS_RASTER_WRITE : CUPS_RASTER_WRITE_COMPRESSED);
       cups_page_header2_t page = header;
       cupsRasterWriteHeader2(raster, &page);
       std::vector<std::uint8_t> row(header.cupsBytesPerLine);
       for (unsigned y = 0; y < header.cupsHeight; ++y) {
-        for (std::size_t i = 0; i < row.size(); ++i) row[i] = static_cast<std::uint8_t>(i * y);
+        for (std::size_t i = 0; i < row.size(); ++i) row[i] = static_cast<std::uint8_t>(i / 16 * 40 + y / 8 * 8);
         cupsRasterWritePixels(raster, row.data(), header.cupsBytesPerLine);
       }
       cupsRasterClose(raster);
