@@ -53,9 +53,9 @@ struct Preview {
 // The largest preview written: 3 bytes a pixel, 384 MiB. A bigger one is refused with the resolution
 // that would fit, rather than taking memory in proportion to what a stream claims.
 constexpr long long kMaxPreviewPixels = 128LL << 20;
-// Preview rows made at a time: the ink sums and colours of one strip are all the preview holds beside
-// its pixels.
-constexpr int kPreviewStripRows = 64;
+// Preview pixels made at a time (whole rows, at least one): the ink sums and colours of one strip,
+// about 40 MiB, are all the preview holds beside its pixels.
+constexpr int kPreviewStripPixels = 1 << 18;
 
 // The page as the paper shows it: the whole sheet (or, cropped, the printed area only), each preview
 // pixel the ink model's colour of the mean ink of the dots it covers. Made strip by strip; boxes with no
@@ -97,8 +97,9 @@ std::optional<Preview> RenderPreview(const decode::PrintedPage& page, int previe
   };
   std::vector<decode::Reflectance> colours;
   std::vector<std::uint8_t> rgb;
-  for (int first = 0; first < preview.Height; first += kPreviewStripRows) {
-    const int rows = std::min(kPreviewStripRows, preview.Height - first);
+  const int stripRows = std::max(1, kPreviewStripPixels / preview.Width);
+  for (int first = 0; first < preview.Height; first += stripRows) {
+    const int rows = std::min(stripRows, preview.Height - first);
     const decode::InkGrid grid = decode::GatherInkRows(page, x, y, w, h, preview.Width, preview.Height, first, rows);
     colours.resize(grid.Boxes.size());
     std::transform(grid.Boxes.begin(), grid.Boxes.end(), colours.begin(), colourOf);
