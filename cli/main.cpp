@@ -1,6 +1,8 @@
 // inkweave: print documents through the render plug-in, decode printer streams into pictures and
 // figures, and show what the plug-in and the device offer.
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <new>
@@ -15,25 +17,73 @@ namespace {
 
 using namespace inkweave::cli;
 
-std::vector<std::string> PaperNames() {
+// Every choice is taken by any of its names, in any case (host::FindPaper and the like); the validator
+// puts the command-line name in its place, and names the choices, with a likely one, when none fits.
+template <typename Table, typename Find, typename Canonical>
+CLI::Validator Choice(const char* what, const Table& table, Find find, Canonical canonical) {
   std::vector<std::string> names;
-  for (const auto& p : inkweave::host::Papers()) names.emplace_back(p.Name);
-  return names;
+  for (const auto& entry : table) names.push_back(canonical(entry));
+  std::string list;
+  for (const std::string& name : names) list += (list.empty() ? "" : "|") + name;
+  return CLI::Validator(
+      [what, names, find, canonical](std::string& value) -> std::string {
+        const auto found = find(value);
+        if (!found) return UnknownChoice(what, value, names);
+        value = canonical(*found);
+        return {};
+      },
+      list);
 }
 
-std::vector<std::string> MediaNames() {
-  std::vector<std::string> names;
-  for (const auto& m : inkweave::host::kMedia) names.emplace_back(m.Name);
-  return names;
+CLI::Validator PaperChoice() {
+  return Choice(
+      "paper", inkweave::host::Papers(), [](std::string_view name) { return inkweave::host::FindPaper(name); },
+      [](const inkweave::host::Paper& p) { return std::string(p.Name); });
+}
+CLI::Validator MediaChoice() {
+  return Choice("paper type", inkweave::host::kMedia, inkweave::host::FindMedium,
+                [](const inkweave::host::Medium& m) { return std::string(m.Name); });
+}
+CLI::Validator HalftoneChoice() {
+  return Choice("halftone", inkweave::host::kHalftones, inkweave::host::FindHalftone,
+                [](const inkweave::host::HalftoneChoice& h) { return std::string(h.Name); });
+}
+// A quality by its dpi or its name (draft, normal, high).
+CLI::Validator QualityChoice() {
+  return Choice("quality", inkweave::host::kPrintQualities, inkweave::host::FindQuality,
+                [](const inkweave::host::QualityChoice& q) { return std::to_string(q.Dpi); });
 }
 
-std::vector<std::string> HalftoneNames() {
-  std::vector<std::string> names;
-  for (const auto& h : inkweave::host::kHalftones) names.emplace_back(h.Name);
-  return names;
+// The first word of the command line that names no subcommand or option, as a one-line message with
+// the likely one ("unknown command 'prnt'; did you mean 'print'?"); empty when every word is known.
+std::string UnknownWord(const CLI::App& app, int argc, char** argv) {
+  std::vector<std::string> commands;
+  for (const CLI::App* sub : app.get_subcommands({})) commands.push_back(sub->get_name());
+  int i = 1;
+  while (i < argc && argv[i][0] == '-') ++i;  // --help, --version
+  if (i == argc) return {};
+  if (std::find(commands.begin(), commands.end(), argv[i]) == commands.end())
+    return UnknownChoice("command", argv[i], commands);
+  const CLI::App* sub = app.get_subcommand(argv[i]);
+  std::vector<std::string> options;
+  for (const CLI::Option* option : sub->get_options()) {
+    for (const std::string& name : option->get_lnames()) options.push_back("--" + name);
+    for (const std::string& name : option->get_snames()) options.push_back("-" + name);
+  }
+  for (int j = i + 1; j < argc; ++j) {
+    const std::string word = argv[j];
+    if (word == "--") break;
+    if (word.size() < 2 || word[0] != '-' || (word[1] >= '0' && word[1] <= '9')) continue;
+    const std::string name = word.substr(0, word.find('='));
+    if (word[1] != '-' && name.size() > 2) continue;  // -qo: short flags run together
+    if (std::find(options.begin(), options.end(), name) != options.end()) continue;
+    std::string message = sub->get_name() + ": unknown option '" + name + "'";
+    if (const std::string close = ClosestName(name, options); !close.empty())
+      message += "; did you mean '" + close + "'?";
+    return message;
+  }
+  return {};
 }
-
-std::vector<int> Qualities() { return {std::begin(inkweave::host::kQualities), std::end(inkweave::host::kQualities)}; }
 
 // CLI11's messages, as one line.
 std::string OneLine(std::string text) {
@@ -46,6 +96,8 @@ std::string OneLine(std::string text) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // A closed pipe or socket on the output is a failed write, reported as such, not a silent death.
+  std::signal(SIGPIPE, SIG_IGN);
   CLI::App app{"inkweave: print documents through the inkjet render plug-in and look at what it prints"};
   app.require_subcommand(1);
   app.set_version_flag("--version", "inkweave " INKWEAVE_VERSION);
@@ -58,14 +110,18 @@ int main(int argc, char** argv) {
   printCmd->add_option("INPUT", print.Inputs, "Documents, printed in order as one job")->required();
   printCmd->add_option("-o,--output", print.Output, "The printer stream to write ('-' for standard output)")
       ->required();
-  printCmd->add_option("--paper", print.Paper, "Paper size")->check(CLI::IsMember(PaperNames()))->capture_default_str();
-  printCmd->add_option("--quality", print.Quality, "Print quality in dpi")
-      ->check(CLI::IsMember(Qualities()))
+  printCmd->add_option("--paper", print.Paper, "Paper size (also its PPD or IPP name, e.g. A4, iso_a4_210x297mm)")
+      ->transform(PaperChoice())
+      ->capture_default_str();
+  printCmd->add_option("--quality", print.Quality, "Print quality in dpi, or draft, normal, high")
+      ->transform(QualityChoice())
       ->capture_default_str();
   printCmd->add_flag("--high-res", print.HighRes, "The 600 dpi high-resolution mode");
-  printCmd->add_option("--media", print.Media, "Paper type")->check(CLI::IsMember(MediaNames()))->capture_default_str();
+  printCmd->add_option("--media", print.Media, "Paper type (also its IPP name, e.g. stationery)")
+      ->transform(MediaChoice())
+      ->capture_default_str();
   printCmd->add_option("--halftone", halftone, "dither or diffusion")
-      ->check(CLI::IsMember(HalftoneNames()))
+      ->transform(HalftoneChoice())
       ->capture_default_str();
   printCmd->add_flag("--mono", print.Mono, "Print in black only");
   printCmd->add_flag("--landscape", print.Landscape, "Landscape orientation");
@@ -80,7 +136,7 @@ int main(int argc, char** argv) {
   printCmd->add_option("--input-profile", print.InputProfile,
                        "ICC profile of the pictures' colours, in place of their own (raster images; default: "
                        "the profile each carries, else sRGB)");
-  printCmd->add_flag("-q,--quiet", print.Quiet, "No progress");
+  printCmd->add_flag("-q,--quiet", print.Quiet, "No progress and no summary");
   printCmd->add_option("--plugin", print.Plugin, "The plug-in library to use");
 
   // decode
@@ -103,15 +159,13 @@ int main(int argc, char** argv) {
   std::string proofHalftone(inkweave::host::kHalftones[0].Name);
   CLI::App* proofCmd = app.add_subcommand(
       "proof", "Print a colour target through the plug-in and measure it on the printer model (CIELAB, Delta E 2000)");
-  proofCmd->add_option("--quality", proof.Settings.Quality, "Print quality in dpi")
-      ->check(CLI::IsMember(Qualities()))
+  proofCmd->add_option("--quality", proof.Settings.Quality, "Print quality in dpi, or draft, normal, high")
+      ->transform(QualityChoice())
       ->capture_default_str();
   proofCmd->add_flag("--high-res", proof.Settings.HighRes, "The 600 dpi high-resolution mode");
-  proofCmd->add_option("--media", proof.Settings.Media, "Paper type")
-      ->check(CLI::IsMember(MediaNames()))
-      ->capture_default_str();
+  proofCmd->add_option("--media", proof.Settings.Media, "Paper type")->transform(MediaChoice())->capture_default_str();
   proofCmd->add_option("--halftone", proofHalftone, "dither or diffusion")
-      ->check(CLI::IsMember(HalftoneNames()))
+      ->transform(HalftoneChoice())
       ->capture_default_str();
   proofCmd->add_flag("--mono", proof.Settings.Mono, "Print in black only");
   proofCmd->add_option("-o,--output", proof.Picture, "Side-by-side PNG: each source patch beside its print");
@@ -164,7 +218,8 @@ int main(int argc, char** argv) {
   } catch (const CLI::CallForVersion& e) {
     return app.exit(e);
   } catch (const CLI::ParseError& e) {
-    ReportError(OneLine(e.what()) + " (see inkweave --help)");
+    const std::string unknown = UnknownWord(app, argc, argv);
+    ReportError((unknown.empty() ? OneLine(e.what()) : unknown) + " (see inkweave --help)");
     return kExitUsage;
   }
 

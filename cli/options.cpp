@@ -95,6 +95,51 @@ std::optional<Scale> ParseScale(std::string_view text, std::string* error) {
   return Scale{value};
 }
 
+namespace {
+
+// Optimal string alignment distance (edits: insert, delete, replace, swap two neighbours), ASCII case
+// folded.
+std::size_t EditDistance(std::string_view a, std::string_view b) {
+  const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
+  std::vector<std::vector<std::size_t>> d(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
+  for (std::size_t i = 0; i <= a.size(); ++i) d[i][0] = i;
+  for (std::size_t j = 0; j <= b.size(); ++j) d[0][j] = j;
+  for (std::size_t i = 1; i <= a.size(); ++i)
+    for (std::size_t j = 1; j <= b.size(); ++j) {
+      const std::size_t cost = lower(a[i - 1]) == lower(b[j - 1]) ? 0 : 1;
+      d[i][j] = std::min({d[i - 1][j] + 1, d[i][j - 1] + 1, d[i - 1][j - 1] + cost});
+      if (i > 1 && j > 1 && lower(a[i - 1]) == lower(b[j - 2]) && lower(a[i - 2]) == lower(b[j - 1]))
+        d[i][j] = std::min(d[i][j], d[i - 2][j - 2] + 1);
+    }
+  return d[a.size()][b.size()];
+}
+
+}  // namespace
+
+std::string ClosestName(std::string_view typed, const std::vector<std::string>& names) {
+  // Up to one edit in four letters: "prnt" → "print", "--papr" → "--paper"; nothing for a short name
+  // ("a3" is not a misspelt "a4").
+  std::string best;
+  std::size_t bestDistance = typed.size() / 4 + 1;
+  for (const std::string& name : names) {
+    const std::size_t distance = EditDistance(typed, name);
+    if (distance < bestDistance) {
+      best = name;
+      bestDistance = distance;
+    }
+  }
+  return best;
+}
+
+std::string UnknownChoice(std::string_view what, std::string_view typed, const std::vector<std::string>& names) {
+  std::string message = "unknown " + std::string(what) + " " + Quoted(typed);
+  if (const std::string close = ClosestName(typed, names); !close.empty())
+    message += "; did you mean " + Quoted(close) + "?";
+  message += " (";
+  for (std::size_t i = 0; i < names.size(); ++i) message += (i ? ", " : "") + names[i];
+  return message + ")";
+}
+
 Placement PlacePage(double documentWidth, double documentHeight, std::int64_t areaWidth, std::int64_t areaHeight,
                     const Scale& scale) {
   Placement p;

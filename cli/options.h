@@ -35,6 +35,14 @@ struct Scale {
 };
 std::optional<Scale> ParseScale(std::string_view text, std::string* error);
 
+// The name among `names` that `typed` most likely misspells (a few letters changed, missing, extra or
+// swapped, in any case), for a "did you mean" hint; empty when none is close.
+std::string ClosestName(std::string_view typed, const std::vector<std::string>& names);
+
+// The one-line message for a value that is none of the choices: "unknown paper 'a3'; did you mean
+// 'a4'? (a4, letter, ...)".
+std::string UnknownChoice(std::string_view what, std::string_view typed, const std::vector<std::string>& names);
+
 struct PrintOptions {
   std::vector<std::string> Inputs;
   std::string Output;

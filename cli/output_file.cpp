@@ -33,7 +33,13 @@ std::unique_ptr<OutputFile> OutputFile::Create(const std::string& path, std::str
     return fail(path + ": the directory " + dir + " does not exist");
   if (stat(path.c_str(), &st) == 0) {
     if (S_ISDIR(st.st_mode)) return fail(path + ": is a directory");
-    if (!S_ISREG(st.st_mode)) return fail(path + ": is not a regular file; not replacing it");
+    if (S_ISCHR(st.st_mode) || S_ISFIFO(st.st_mode) || S_ISSOCK(st.st_mode)) {
+      // A printer device, /dev/null or a named pipe: the stream goes straight to it.
+      out->file_ = std::fopen(path.c_str(), "wb");
+      if (!out->file_) return fail(path + ": " + std::strerror(errno));
+      return out;
+    }
+    if (!S_ISREG(st.st_mode)) return fail(path + ": is neither a regular file nor a device or pipe; not writing to it");
     if (access(path.c_str(), W_OK) != 0) return fail(path + ": " + std::strerror(errno));
   }
 
@@ -65,7 +71,7 @@ bool OutputFile::Write(const std::uint8_t* bytes, std::size_t size) {
   if (failed_) return false;
   if (std::fwrite(bytes, 1, size, file_) != size) {
     failed_ = true;
-    reason_ = std::strerror(errno);
+    reason_ = errno == EPIPE ? "the program reading it closed the pipe" : std::strerror(errno);
     return false;
   }
   bytes_ += size;
@@ -74,11 +80,15 @@ bool OutputFile::Write(const std::uint8_t* bytes, std::size_t size) {
 
 bool OutputFile::Commit(std::string* error) {
   auto fail = [&](const std::string& why) {
-    if (error) *error = path_ + ": " + why;
+    if (error) *error = Name() + ": " + why;
     return false;
   };
   if (failed_) return fail("write failed: " + reason_);
-  if (std::fflush(file_) != 0) return fail(std::string("write failed: ") + std::strerror(errno));
+  if (std::fflush(file_) != 0) {
+    failed_ = true;
+    reason_ = errno == EPIPE ? "the program reading it closed the pipe" : std::strerror(errno);
+    return fail("write failed: " + reason_);
+  }
   if (temp_.empty()) return committed_ = true;
   const int closed = std::fclose(file_);
   file_ = nullptr;

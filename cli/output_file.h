@@ -1,6 +1,7 @@
 // The job's output: written to a temporary file beside the named one and renamed over it only when
 // the job completed, so a failed or interrupted run never leaves a partial stream under the user's
-// name (and never touches any other file). "-" streams to standard output instead.
+// name (and never touches any other file). "-" streams to standard output instead, and a device or
+// named pipe (a printer port, /dev/null) is written directly.
 #pragma once
 
 #include <cstdint>
@@ -26,12 +27,14 @@ class OutputFile {
   // Flushes, closes and renames into place.
   bool Commit(std::string* error);
   const std::string& Path() const { return path_; }
+  // For messages: the path, or "standard output".
+  std::string Name() const { return path_ == "-" ? "standard output" : path_; }
   std::uint64_t Bytes() const { return bytes_; }
 
  private:
   OutputFile() = default;
   std::string path_;
-  std::string temp_;  // empty for standard output
+  std::string temp_;  // empty for standard output, a device or a pipe
   std::FILE* file_ = nullptr;
   bool failed_ = false;
   bool committed_ = false;

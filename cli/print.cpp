@@ -214,7 +214,7 @@ bool PrintOnePage(PrintJob& job, std::size_t index, host::BandQueue& queue) {
                       std::size_t stride) {
     if (Interrupted()) return false;
     if (job.Out->Failed()) {
-      failure = job.Out->Path() + ": write failed: " + job.Out->Reason();
+      failure = job.Out->Name() + ": write failed: " + job.Out->Reason() + "; job stopped";
       return false;
     }
     if (!queue.Take({x, y, w, h}, dst, stride)) {
@@ -251,8 +251,8 @@ int Finish(PrintJob& job, bool printed) {
     ReportError(error);
     return kExitFailure;
   }
-  if (!job.Options.Quiet && job.Terminal)
-    std::fprintf(Messages(), "%s: %zu %s, %llu bytes, %.1f s\n", job.Options.Output.c_str(), job.Pages.size(),
+  if (!job.Options.Quiet)
+    std::fprintf(Messages(), "%s: %zu %s, %llu bytes, %.1f s\n", job.Out->Name().c_str(), job.Pages.size(),
                  job.Pages.size() == 1 ? "page" : "pages", static_cast<unsigned long long>(job.Out->Bytes()),
                  job.Meter.Elapsed());
   return kExitOk;

@@ -26,12 +26,11 @@ std::string Format(const char* format, auto... args) {
   return buffer;
 }
 
-// The paper-type command for the header's MediaType: the PPD's choice names, and the IPP media-type
-// keywords a client may send instead; none is plain paper.
+// The paper-type command for the header's MediaType: the PPD's choice names (and those of earlier
+// PPDs, such as "Photo"), and the IPP media-type keywords a client may send instead; none is plain paper.
 std::optional<std::uint32_t> MediaCallback(std::string_view media) {
   if (media.empty()) return host::kMedia[0].Callback;
-  for (const host::Medium& m : host::kMedia)
-    if (Equal(m.PpdName, media) || Equal(m.IppKeyword, media)) return m.Callback;
+  if (const host::Medium* m = host::FindMedium(media)) return m->Callback;
   return std::nullopt;
 }
 

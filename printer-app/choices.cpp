@@ -6,11 +6,7 @@
 
 namespace inkweave::printerapp {
 
-std::string PwgMediaName(const host::Paper& paper) {
-  const pwg_media_t* media = pwgMediaForSize(static_cast<int>(std::lround(paper.WidthMm * 100)),
-                                             static_cast<int>(std::lround(paper.HeightMm * 100)));
-  return media && media->pwg ? media->pwg : std::string();
-}
+std::string PwgMediaName(const host::Paper& paper) { return std::string(paper.PwgName); }
 
 cups::JobOptions JobOptionsFrom(const pappl_pr_options_t& options, std::vector<std::string>* warnings) {
   cups::JobOptions result;

@@ -9,7 +9,7 @@ packages=(
 # Extra groups, asked for by name: ./scripts/install-deps.sh [image] [cups] [pappl] [windows] [bench] [clang]
 for group in "$@"; do
   case "$group" in
-    image) packages+=(libvips-dev libcli11-dev libpoppler-glib-dev libcairo2-dev poppler-utils liblcms2-dev) ;;
+    image) packages+=(libvips-dev libcli11-dev libpoppler-glib-dev libcairo2-dev poppler-utils liblcms2-dev help2man) ;;
     cups) packages+=(libcups2-dev cups cups-filters cups-bsd ghostscript) ;;
     pappl) packages+=(libpappl-dev cups-ipp-utils) ;;  # the printer application; ipptool for its tests
     windows) packages+=(g++-mingw-w64-x86-64 wine64) ;;
