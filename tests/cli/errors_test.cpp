@@ -3,10 +3,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
 #include <unistd.h>
+
 #include <algorithm>
 #include <functional>
 #include <sstream>
+#include <thread>
 #include <vips/vips8>
 
 #include "tests/cli/page_compare.h"
@@ -16,6 +19,7 @@ namespace inkweave::cli::testing {
 namespace {
 
 using ::testing::HasSubstr;
+using ::testing::Not;
 
 // One line on stderr, starting with the program's name.
 void ExpectOneLineError(const RunResult& run, int exit, const std::string& words) {
@@ -84,6 +88,69 @@ TEST(PrintErrors, UnknownOptionValues) {
     ExpectOneLineError(RunInkweave(args), 2, c.Words);
   }
   EXPECT_TRUE(dir.Files().empty());
+}
+
+TEST(PrintErrors, MisspeltWordsGetTheLikelyOne) {
+  ScratchDir dir;
+  const std::string in = Example("testpage.png"), out = dir / "out.prn";
+  struct Case {
+    std::vector<std::string> Args;
+    std::string Words;
+  } cases[] = {
+      {{"prnt", in, "-o", out}, "unknown command 'prnt'; did you mean 'print'?"},
+      {{"print", in, "-o", out, "--papr", "a4"}, "print: unknown option '--papr'; did you mean '--paper'?"},
+      {{"print", in, "-o", out, "--halftone=difusion"}, "did you mean 'diffusion'?"},
+      {{"print", in, "-o", out, "--media", "glosy"}, "unknown paper type 'glosy'; did you mean 'glossy'?"},
+      {{"print", in, "-o", out, "--paper", "Lettr"}, "did you mean 'letter'?"},
+      {{"decode", in, "--previw-dpi", "100"}, "did you mean '--preview-dpi'?"},
+      {{"print", in, "-o", out, "--paper", "a3"}, "unknown paper 'a3' (a4, letter,"},  // too short to guess at
+      {{"print", in, "-o", out, "--quality", "1200"}, "unknown quality '1200' (150, 300, 600)"},
+      {{"frobnicate"}, "unknown command 'frobnicate' (print, decode"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.Args[0] + " " + c.Args.back());
+    const RunResult run = RunInkweave(c.Args);
+    ExpectOneLineError(run, 2, c.Words);
+    if (c.Words.find("did you mean") == std::string::npos) {
+      EXPECT_THAT(run.Err, Not(HasSubstr("did you mean")));
+    }
+  }
+  EXPECT_TRUE(dir.Files().empty());
+}
+
+TEST(PrintOutputs, DevicesPipesAndAClosedPipe) {
+  ScratchDir dir;
+  const std::string in = Example("testpage.png");
+  const RunResult file = RunInkweave({"print", in, "--quality", "150", "-q", "-o", dir / "job.prn"});
+  ASSERT_EQ(file.Exit, 0) << file.Err;
+  const auto expected = ReadFile(dir / "job.prn");
+
+  // A device is written directly, not replaced.
+  const RunResult device = RunInkweave({"print", in, "--quality", "150", "-o", "/dev/null"});
+  EXPECT_EQ(device.Exit, 0) << device.Err;
+  EXPECT_THAT(device.Err, HasSubstr("/dev/null: 1 page, " + std::to_string(expected.size()) + " bytes"));
+
+  // A named pipe gets the whole stream, and stays a pipe.
+  const std::string fifo = dir / "fifo";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  std::vector<unsigned char> received;
+  std::thread reader([&] { received = ReadFile(fifo); });
+  const RunResult piped = RunInkweave({"print", in, "--quality", "150", "-q", "-o", fifo});
+  reader.join();
+  EXPECT_EQ(piped.Exit, 0) << piped.Err;
+  EXPECT_EQ(received, expected);
+  struct stat st {};
+  EXPECT_TRUE(stat(fifo.c_str(), &st) == 0 && S_ISFIFO(st.st_mode));
+
+  // A reader that stops after 10 bytes: one clear line and a failure, not death by SIGPIPE.
+  const std::string command = "{ '" INKWEAVE_CLI "' print '" + Example("testpage.pdf") + "' -o - 2>'" + dir / "err" +
+                              "'; echo $? >'" + dir / "code" + "'; } | head -c 10 >'" + dir / "out" + "'";
+  ASSERT_EQ(std::system(command.c_str()), 0);
+  const auto code = ReadFile(dir / "code"), err = ReadFile(dir / "err");
+  EXPECT_EQ(std::string(code.begin(), code.end()), "1\n");
+  RunResult closed{1, "", std::string(err.begin(), err.end())};
+  ExpectOneLineError(closed, 1, "standard output: write failed: the program reading it closed the pipe");
+  EXPECT_EQ(ReadFile(dir / "out").size(), 10u);
 }
 
 TEST(PrintErrors, PaperWiderThanAPrinterLine) {

@@ -32,6 +32,29 @@ TEST(ScaleOption, FitOrPercentWithinLimits) {
   for (const char* bad : {"0%", "1001%", "%", "big", "-5%", "nan", "inf"}) EXPECT_FALSE(ParseScale(bad, &error)) << bad;
 }
 
+TEST(Suggestions, CloseNamesOnlyAndTheClosest) {
+  const std::vector<std::string> names = {"print", "proof", "decode", "--paper", "--pages", "--preview-dpi"};
+  struct Case {
+    const char* Typed;
+    const char* Expected;
+  } cases[] = {
+      {"prnt", "print"},
+      {"PRINT", "print"},
+      {"porof", "proof"},  // missing, case, swapped
+      {"decdoe", "decode"},
+      {"--papr", "--paper"},
+      {"--pagse", "--pages"},  // one edit in four letters
+      {"--preveiw-dpi", "--preview-dpi"},
+      {"prin", "print"},  // one edit in four letters
+      {"pr", ""},
+      {"dump", ""},
+      {"", ""},  // too short or too far
+      {"--pa", ""},
+      {"dekode-all", ""},
+  };
+  for (const Case& c : cases) EXPECT_EQ(ClosestName(c.Typed, names), c.Expected) << c.Typed;
+}
+
 TEST(Placement, FitKeepsAspectAndCentres) {
   // A landscape picture into a portrait area: the width fits exactly, centred vertically.
   Placement p = PlacePage(600, 400, 2400, 3413, Scale{});

@@ -7,6 +7,8 @@
 // tints print no dots at all, saturated colours print darker), so single blocks are not checked.
 #include <gtest/gtest.h>
 
+#include <regex>
+
 #include "tests/cli/page_compare.h"
 #include "tests/cli/run.h"
 
@@ -28,7 +30,9 @@ Job PrintAndDecode(const ScratchDir& dir, std::vector<std::string> args) {
   args.push_back(out);
   const RunResult run = RunInkweave(args);
   EXPECT_EQ(run.Exit, 0) << run.Err;
-  EXPECT_EQ(run.Err, "");  // not a terminal: no progress
+  // Not a terminal: no progress, only the summary.
+  EXPECT_TRUE(std::regex_match(run.Err, std::regex(".*/job\\.prn: [0-9]+ pages?, [0-9]+ bytes, [0-9.]+ s\n")))
+      << run.Err;
   return {DecodeStream(out), ReadFile(out)};
 }
 
@@ -102,6 +106,30 @@ TEST(PrintDocuments, SeveralInputsMakeOneJobAndStdoutMatchesTheFile) {
   ASSERT_EQ(piped.Exit, 0) << piped.Err;
   EXPECT_EQ(std::vector<unsigned char>(piped.Out.begin(), piped.Out.end()), job.Stream);
   EXPECT_EQ(dir.Files(), std::vector<std::string>{"job.prn"});  // no temporary file left behind
+}
+
+TEST(PrintDocuments, ChoicesByTheirPrinterAndStandardNames) {
+  // The PPD's and the IPP names, in any case, print the very stream the command-line names print;
+  // --quiet leaves standard error empty.
+  ScratchDir dir;
+  const std::string png = Example("testpage.png");
+  const auto print = [&](const std::string& name, std::vector<std::string> choices) {
+    std::vector<std::string> args = {"print", png, "-q", "-o", dir / name};
+    args.insert(args.end(), choices.begin(), choices.end());
+    const RunResult run = RunInkweave(args);
+    EXPECT_EQ(run.Exit, 0) << run.Err;
+    EXPECT_EQ(run.Err, "");
+    return ReadFile(dir / name);
+  };
+  const auto reference = print("ref.prn", {"--paper", "dl", "--quality", "150", "--media", "photo"});
+  ASSERT_FALSE(reference.empty());
+  for (const std::vector<std::string>& names :
+       {std::vector<std::string>{"--paper", "EnvDL", "--quality", "Draft", "--media", "Photographic"},
+        {"--paper", "iso_dl_110x220mm", "--quality", "150dpi", "--media", "PHOTOGRAPHIC"},
+        {"--paper", "DL", "--quality", "draft", "--media", "Photo"}}) {
+    SCOPED_TRACE(names[1] + " " + names[3] + " " + names[5]);
+    EXPECT_EQ(print("alias.prn", names), reference);
+  }
 }
 
 }  // namespace
