@@ -32,6 +32,7 @@ std::unique_ptr<host::PluginLibrary> OpenPlugin(const std::string& requested, st
   if (const std::string dir = ProgramDirectory(); !dir.empty()) {
     candidates.push_back(dir + "/libinkweave.so");
     candidates.push_back(dir + "/../lib/libinkweave.so");
+    candidates.push_back(dir + "/../lib/inkweave/libinkweave.so");  // installed: <prefix>/bin, <prefix>/lib/inkweave
   }
 #ifdef INKWEAVE_BUILT_PLUGIN
   candidates.push_back(INKWEAVE_BUILT_PLUGIN);

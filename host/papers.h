@@ -24,12 +24,12 @@ constexpr bool SameName(std::string_view a, std::string_view b) {
 struct Paper {
   std::string_view Name;     // command-line name, e.g. "a4"
   std::string_view PpdName;  // the printer description's PageSize choice, e.g. "EnvDL"
-  std::string_view PwgName;  // the standard (IPP) media name, e.g. "iso_dl_110x220mm"
   std::string_view Title;    // e.g. "A4 (210 x 297 mm)"
   std::int16_t Code;         // platform paper size number
   double WidthMm;            // portrait width
   double HeightMm;           // portrait height
   bool Envelope;
+  std::string_view PwgName = {};  // the standard (IPP) media name, e.g. "iso_dl_110x220mm"
 };
 
 // Unprintable margins of the device, mm (left, right, top, bottom).
