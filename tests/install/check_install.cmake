@@ -42,12 +42,14 @@ foreach(word ".TH INKWEAVE \"1\"" "inkweave print" "inkweave decode" "inkweave p
 endforeach()
 
 # The completion, as bash calls it (the words before the cursor | the word at it | what it offers).
+# CMake drops empty list items: <empty> stands for an empty word.
 set(completion "${root}/share/bash-completion/completions/inkweave")
 foreach(case "inkweave|pr|print proof" "inkweave print --paper|l|letter legal" "inkweave proof|--med|--media"
-             "inkweave print --quality||150 300 600" "inkweave print -o|${STAGE}/jo|${STAGE}/job.prn")
+             "inkweave print --quality|<empty>|150 300 600" "inkweave print -o|${STAGE}/jo|${STAGE}/job.prn")
   string(REPLACE "|" ";" parts "${case}")
   list(GET parts 0 before)
   list(GET parts 1 cur)
+  string(REPLACE "<empty>" "" cur "${cur}")
   list(GET parts 2 expected)
   execute_process(
     COMMAND bash -c "PATH='${root}/bin':$PATH; source '${completion}'; COMP_WORDS=(${before} '${cur}'); \
