@@ -3,17 +3,20 @@
 // (host/choices.h), the option texts from the English string table (src/data/strings.h), so the PPD
 // cannot drift from any of them.
 //
-// A localisation fragment (written by tools/gen_strings from locale/strings.tsv: "*cupsLanguages:"
-// and "*<lang>.Translation <Keyword>/<text>" / "*<lang>.<Keyword> <Choice>/<text>" lines), when given
-// and present, is appended as it stands. Every option or choice the fragment does not translate
-// (those without a string id, such as the page sizes, and the paper types Arabic and Hebrew lack)
-// gets its English text in that language, as CUPS requires a text for each.
+// The translations: the fragment that tools/gen_strings writes from the plug-in's own strings
+// (locale/strings.tsv: "*cupsLanguages:" and "*<lang>.Translation <Keyword>/<text>" /
+// "*<lang>.<Keyword> <Choice>/<text>" lines), appended as it stands, and for every option or choice it
+// does not translate (the page sizes, the qualities, "Off", the paper types Arabic and Hebrew lack) the
+// text of locale/ui.tsv in that language. A text missing from both is an error: every UI text has
+// every language.
 //
-//   make_ppd <output.ppd> [translations.ppd]
+//   make_ppd <output.ppd> [translations.ppd ui.tsv]
 #include <cmath>
 #include <cstdio>
 #include <fstream>
 #include <iostream>
+#include <map>
+#include <optional>
 #include <set>
 #include <sstream>
 #include <string>
@@ -96,20 +99,36 @@ std::vector<Option> Options(const std::vector<PaperSize>& sizes) {
   options.push_back(pageRegion);
 
   // Resolution: the device's print qualities.
-  Option resolution{"Resolution", "Resolution", 20, std::to_string(host::kDefaultQuality) + "dpi", {}};
+  Option resolution{
+      std::string(host::kResolutionKeyword), "Resolution", 20, std::to_string(host::kDefaultQuality) + "dpi", {}};
   for (int dpi : host::kQualities) {
     const std::string d = std::to_string(dpi);
     resolution.Choices.push_back({d + "dpi", d + " dpi", SetPageDevice("/HWResolution[" + d + " " + d + "]")});
   }
   options.push_back(resolution);
 
-  // High resolution: both on-choices print at 600 dpi with the high-resolution command; ordered after
-  // Resolution so that choosing one also sets 600 dpi. The filter reads the choice from the PPD.
+  // Print quality, what IPP clients choose (print-quality draft, normal, high): after Resolution, so
+  // Draft and High set their resolution over it; the default quality, the default resolution's, leaves
+  // Resolution as it is chosen ("lp -o Resolution=600dpi" prints at 600 dpi).
+  Option quality{std::string(host::kQualityKeyword), "Print Quality", 25, "", {}};
+  for (const host::QualityChoice& q : host::kPrintQualities) {
+    const std::string d = std::to_string(q.Dpi);
+    const bool normal = q.Dpi == host::kDefaultQuality;
+    quality.Choices.push_back({std::string(q.PpdName), std::string(q.PpdName),
+                               normal ? "" : SetPageDevice("/HWResolution[" + d + " " + d + "]")});
+    if (normal) quality.Default = q.PpdName;
+  }
+  options.push_back(quality);
+
+  // High resolution: a 600 dpi mode; ordered after the qualities so that choosing it also sets 600 dpi,
+  // and constrained against the lower resolutions (see Constraints). The filter reads the choice from
+  // the PPD.
   Option highRes{std::string(host::kHighResKeyword), "High Resolution", 30, "", {}};
   for (const host::HighResChoice& h : host::kHighResModes) {
+    if (!h.Offered) continue;
     const bool on = h.Mode != host::HighRes::Off;
-    highRes.Choices.push_back({std::string(h.PpdName), on ? Text(h.StringId) : std::string(h.PpdName),
-                               on ? SetPageDevice("/HWResolution[600 600]") : ""});
+    highRes.Choices.push_back(
+        {std::string(h.PpdName), on ? Text(h.StringId) : "Off", on ? SetPageDevice("/HWResolution[600 600]") : ""});
   }
   highRes.Default = highRes.Choices.front().Name;
   options.push_back(highRes);
@@ -143,6 +162,26 @@ std::vector<Option> Options(const std::vector<PaperSize>& sizes) {
   }
   options.push_back(color);
   return options;
+}
+
+// The choices that cannot go together, both ways round: the high-resolution mode prints at 600 dpi only.
+std::vector<std::string> Constraints() {
+  std::vector<std::string> pairs;
+  const auto both = [&](const std::string& one, const std::string& other) {
+    pairs.push_back(one + " " + other);
+    pairs.push_back(other + " " + one);
+  };
+  for (const host::HighResChoice& h : host::kHighResModes) {
+    if (!h.Offered || h.Mode == host::HighRes::Off) continue;
+    const std::string mode = "*" + std::string(host::kHighResKeyword) + " " + std::string(h.PpdName);
+    for (const host::QualityChoice& q : host::kPrintQualities) {
+      if (q.Dpi == 600) continue;
+      both(mode, "*" + std::string(host::kResolutionKeyword) + " " + std::to_string(q.Dpi) + "dpi");
+      if (q.Dpi != host::kDefaultQuality)
+        both(mode, "*" + std::string(host::kQualityKeyword) + " " + std::string(q.PpdName));
+    }
+  }
+  return pairs;
 }
 
 void WritePpd(std::ostream& out, const std::vector<PaperSize>& sizes, const std::vector<Option>& options) {
@@ -182,6 +221,8 @@ void WritePpd(std::ostream& out, const std::vector<PaperSize>& sizes, const std:
       out << "*" << option.Keyword << " " << choice.Name << "/" << choice.Text << ": \"" << choice.Code << "\"\n";
     out << "*CloseUI: *" << option.Keyword << "\n\n";
   }
+  for (const std::string& pair : Constraints()) out << "*UIConstraints: " << pair << "\n";
+  out << "\n";
   out << "*DefaultImageableArea: " << sizes.front().Keyword << "\n";
   for (const PaperSize& s : sizes)
     out << "*ImageableArea " << s.Keyword << "/" << s.Title << ": \"" << s.Area << "\"\n";
@@ -195,11 +236,51 @@ void WritePpd(std::ostream& out, const std::vector<PaperSize>& sizes, const std:
          "*Font Times-Roman: Standard \"(001.007S)\" Standard ROM\n";
 }
 
-// Appends the fragment, then English texts for whatever it leaves untranslated in its languages.
-void WriteTranslations(std::ostream& out, std::istream& fragment, const std::vector<Option>& options) {
+// The texts of locale/ui.tsv: English text → language → text (an empty cell is absent).
+using UiTable = std::map<std::string, std::map<std::string, std::string>>;
+
+std::optional<UiTable> ReadUiTable(const char* path) {
+  std::ifstream in(path, std::ios::binary);
+  if (!in) {
+    std::cerr << "make_ppd: cannot read " << path << "\n";
+    return std::nullopt;
+  }
+  UiTable table;
+  std::vector<std::string> languages;
+  int number = 0;
+  for (std::string line; std::getline(in, line);) {
+    ++number;
+    if (line.empty() || line[0] == '#') continue;
+    std::vector<std::string> cells;
+    std::stringstream split(line);
+    for (std::string cell; std::getline(split, cell, '\t');) cells.push_back(cell);
+    if (line.back() == '\t') cells.emplace_back();
+    if (languages.empty()) {
+      if (cells.empty() || cells[0] != "en") {
+        std::cerr << "make_ppd: " << path << ":" << number << ": the header must start with en\n";
+        return std::nullopt;
+      }
+      languages.assign(cells.begin() + 1, cells.end());
+      continue;
+    }
+    if (cells.size() != languages.size() + 1) {
+      std::cerr << "make_ppd: " << path << ":" << number << ": " << cells.size() << " cells, expected "
+                << languages.size() + 1 << "\n";
+      return std::nullopt;
+    }
+    for (std::size_t i = 0; i < languages.size(); ++i)
+      if (!cells[i + 1].empty()) table[cells[0]][languages[i]] = cells[i + 1];
+  }
+  return table;
+}
+
+// Appends the fragment, then the texts of the UI table for whatever the fragment leaves untranslated.
+// False, after saying which, when a text has no translation in a language of the fragment.
+bool WriteTranslations(std::ostream& out, std::istream& fragment, const UiTable& ui,
+                       const std::vector<Option>& options) {
   std::vector<std::string> languages;
   std::set<std::string> translated;  // "<lang>.<Keyword> <Choice>" and "<lang>.Translation <Keyword>"
-  out << "\n*% Translations (generated from locale/strings.tsv)\n";
+  out << "\n*% Translations (generated from locale/strings.tsv and locale/ui.tsv)\n";
   for (std::string line; std::getline(fragment, line);) {
     out << line << "\n";
     if (line.rfind("*cupsLanguages:", 0) == 0) {
@@ -211,35 +292,48 @@ void WriteTranslations(std::ostream& out, std::istream& fragment, const std::vec
       if (end != std::string::npos) translated.insert(line.substr(1, end - 1));
     }
   }
-  bool header = false;
+  bool complete = true;
   for (const std::string& lang : languages) {
+    out << "*%\n*% " << lang << ": the printer description's own texts\n";
+    auto emit = [&](const std::string& key, const std::string& english) {
+      if (translated.count(key)) return;
+      const auto row = ui.find(english);
+      const auto cell = row == ui.end() ? nullptr : &row->second;
+      if (!cell || !cell->count(lang)) {
+        std::cerr << "make_ppd: no " << lang << " text for \"" << english << "\" (" << key
+                  << "): add it to locale/ui.tsv\n";
+        complete = false;
+        return;
+      }
+      out << "*" << key << "/" << cell->at(lang) << ": \"\"\n";
+    };
     for (const Option& option : options) {
-      auto emit = [&](const std::string& key, const std::string& text) {
-        if (translated.count(key)) return;
-        if (!header) out << "*% Texts without a translation: English\n";
-        header = true;
-        out << "*" << key << "/" << text << ": \"\"\n";
-      };
       emit(lang + ".Translation " + option.Keyword, option.Text);
       for (const Choice& choice : option.Choices) emit(lang + "." + option.Keyword + " " + choice.Name, choice.Text);
     }
   }
+  return complete;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 2 || argc > 3) {
-    std::cerr << "usage: make_ppd <output.ppd> [translations.ppd]\n";
+  if (argc != 2 && argc != 4) {
+    std::cerr << "usage: make_ppd <output.ppd> [translations.ppd ui.tsv]\n";
     return 2;
   }
   const std::vector<PaperSize> sizes = PaperSizes();
   const std::vector<Option> options = Options(sizes);
   std::ostringstream text;
   WritePpd(text, sizes, options);
-  if (argc == 3) {
+  if (argc == 4) {
     std::ifstream fragment(argv[2], std::ios::binary);
-    if (fragment) WriteTranslations(text, fragment, options);
+    if (!fragment) {
+      std::cerr << "make_ppd: cannot read " << argv[2] << "\n";
+      return 1;
+    }
+    const std::optional<UiTable> ui = ReadUiTable(argv[3]);
+    if (!ui || !WriteTranslations(text, fragment, *ui, options)) return 1;
   }
   std::ofstream out(argv[1], std::ios::binary | std::ios::trunc);
   out << text.str();

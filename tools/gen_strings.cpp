@@ -91,7 +91,7 @@ std::vector<PpdLine> PpdLines() {
     lines.push_back({host::kHalftoneKeyword, h.PpdName, h.StringId});
   for (const host::Medium& m : host::kMedia) lines.push_back({host::kMediaKeyword, m.PpdName, m.StringId});
   for (const host::HighResChoice& h : host::kHighResModes)
-    if (h.StringId != 0) lines.push_back({host::kHighResKeyword, h.PpdName, h.StringId});
+    if (h.StringId != 0 && h.Offered) lines.push_back({host::kHighResKeyword, h.PpdName, h.StringId});
   return lines;
 }
 constexpr std::size_t kPpdLineMax = 255;     // bytes, the PPD limit

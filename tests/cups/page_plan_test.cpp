@@ -138,7 +138,7 @@ TEST(JobOptions, TakeThePpdDefaultsUnderTheJobsOptions) {
   TempDir dir("options");
   std::string ppd = ReadFile(INKWEAVE_PPD_EN_PATH);
   for (auto [from, to] : {std::pair{"*DefaultInkweaveHalftone: Dither", "*DefaultInkweaveHalftone: Diffusion"},
-                          std::pair{"*DefaultInkweaveHighRes: Off", "*DefaultInkweaveHighRes: Print1200"}}) {
+                          std::pair{"*DefaultInkweaveHighRes: Off", "*DefaultInkweaveHighRes: HighRes600"}}) {
     const auto at = ppd.find(from);
     ASSERT_NE(at, std::string::npos);
     ppd.replace(at, std::strlen(from), to);
@@ -149,7 +149,9 @@ TEST(JobOptions, TakeThePpdDefaultsUnderTheJobsOptions) {
   std::vector<std::string> warnings;
   cups::JobOptions options = cups::ReadJobOptions(path.c_str(), "", &warnings);
   EXPECT_EQ(options.Method, host::Halftone::Diffusion);
-  EXPECT_EQ(options.Resolution, HighRes::Print1200);
+  EXPECT_EQ(options.Resolution, HighRes::HighRes600);
+  // A queue set up with an earlier PPD may still send the mode it no longer offers.
+  EXPECT_EQ(cups::ReadJobOptions(path.c_str(), "InkweaveHighRes=Print1200", &warnings).Resolution, HighRes::Print1200);
   options = cups::ReadJobOptions(path.c_str(), "InkweaveHalftone=Dither InkweaveHighRes=Off", &warnings);
   EXPECT_EQ(options.Method, host::Halftone::Dither);
   EXPECT_EQ(options.Resolution, HighRes::Off);

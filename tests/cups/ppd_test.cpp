@@ -1,9 +1,17 @@
 // The PPD: cupstestppd passes it (with and without the translations), it carries the option keywords
-// and texts that the Windows driver shares, and English stands in for every text a language lacks.
+// and texts that the Windows driver shares and the print qualities IPP clients choose, and every text
+// has every language.
+#include <cups/cups.h>
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <fstream>
+#include <map>
+#include <regex>
+#include <set>
+#include <sstream>
 
+#include "host/choices.h"
 #include "host/papers.h"
 #include "tests/cups/cups_support.h"
 
@@ -16,7 +24,8 @@ RunResult TestPpd(const TempDir& dir, const fs::path& ppd) {
   fs::create_directories(filters);
   if (!fs::exists(filters / "rastertoinkweave"))
     fs::create_symlink(RASTERTOINKWEAVE_PATH, filters / "rastertoinkweave");
-  return RunProgram({CUPSTESTPPD_PATH, "-R", (dir / "root").string(), ppd.string()}, {}, dir.Path());
+  return RunProgram({CUPSTESTPPD_PATH, "-W", "translations", "-R", (dir / "root").string(), ppd.string()}, {},
+                    dir.Path());
 }
 
 TEST(Ppd, PassesCupstestppd) {
@@ -41,7 +50,7 @@ TEST(Ppd, CarriesTheSharedKeywordsAndTexts) {
         "*MediaType Plain/Plain Paper:",
         "*MediaType Inkjet/Inkjet Paper:",
         "*MediaType Glossy/Glossy Paper:",
-        "*MediaType Photo/Photographic Paper:",
+        "*MediaType Photographic/Photographic Paper:",
         "*OpenUI *Resolution/Resolution: PickOne",
         "*Resolution 150dpi/150 dpi:",
         "*Resolution 300dpi/300 dpi:",
@@ -49,10 +58,21 @@ TEST(Ppd, CarriesTheSharedKeywordsAndTexts) {
         "*OpenUI *InkweaveHighRes/High Resolution: PickOne",
         "*InkweaveHighRes Off/Off:",
         "*InkweaveHighRes HighRes600/600x600 High resolution: \"<</HWResolution[600 600]>>setpagedevice\"",
-        "*InkweaveHighRes Print1200/1200x1200 Print: \"<</HWResolution[600 600]>>setpagedevice\"",
+        "*OpenUI *cupsPrintQuality/Print Quality: PickOne",
+        "*DefaultcupsPrintQuality: Normal",
+        "*cupsPrintQuality Draft/Draft: \"<</HWResolution[150 150]>>setpagedevice\"",
+        "*cupsPrintQuality Normal/Normal: \"\"",
+        "*cupsPrintQuality High/High: \"<</HWResolution[600 600]>>setpagedevice\"",
+        "*UIConstraints: *InkweaveHighRes HighRes600 *Resolution 150dpi",
+        "*UIConstraints: *Resolution 300dpi *InkweaveHighRes HighRes600",
+        "*UIConstraints: *cupsPrintQuality Draft *InkweaveHighRes HighRes600",
         "*cupsFilter2: \"application/vnd.cups-raster application/vnd.inkweave-printer 0 rastertoinkweave\""})
     EXPECT_NE(ppd.find(std::string(line)), std::string::npos) << line;
   EXPECT_EQ(ppd.find("*cupsLanguages"), std::string::npos);
+  // The mode that prints exactly as HighRes600 is not offered, nor a constraint against 600 dpi.
+  EXPECT_EQ(ppd.find("Print1200"), std::string::npos);
+  EXPECT_EQ(ppd.find("*InkweaveHighRes HighRes600 *Resolution 600dpi"), std::string::npos);
+  EXPECT_EQ(ppd.find("*InkweaveHighRes HighRes600 *cupsPrintQuality High"), std::string::npos);
   for (const host::Paper& paper : host::Papers()) {
     std::string entry("/");
     entry.append(paper.Title).append(": \"<</PageSize[");
@@ -60,23 +80,87 @@ TEST(Ppd, CarriesTheSharedKeywordsAndTexts) {
   }
 }
 
-TEST(Ppd, FillsUntranslatedTextsWithEnglish) {
+TEST(Ppd, EveryTextHasEveryLanguage) {
+  // Every option title and choice of the English PPD has a text in each of the 23 languages, and the
+  // option titles (words, never numbers or names) read otherwise than in English.
+  const std::string english = ReadFile(INKWEAVE_PPD_EN_PATH), full = ReadFile(INKWEAVE_PPD_PATH);
+  std::map<std::string, std::string> texts;  // "Translation Keyword" or "Keyword Choice" → English text
+  std::set<std::string> keywords;
+  const std::regex openUi(R"(\*OpenUI \*(\w+)/([^:]+): PickOne)");
+  for (std::sregex_iterator m(english.begin(), english.end(), openUi), end; m != end; ++m) {
+    keywords.insert((*m)[1]);
+    texts["Translation " + (*m)[1].str()] = (*m)[2];
+  }
+  const std::regex choice(R"re(\n\*(\w+) (\w+)/([^:]+): ")re");
+  for (std::sregex_iterator m(english.begin(), english.end(), choice), end; m != end; ++m)
+    if (keywords.count((*m)[1])) texts[(*m)[1].str() + " " + (*m)[2].str()] = (*m)[3];
+  ASSERT_GT(texts.size(), 30u);
+
+  std::smatch languagesLine;
+  ASSERT_TRUE(std::regex_search(full, languagesLine, std::regex(R"re(\*cupsLanguages: "([^"]+)")re")));
+  std::istringstream words(languagesLine[1].str());
+  std::vector<std::string> languages{std::istream_iterator<std::string>(words), {}};
+  EXPECT_EQ(languages.size(), 23u);
+  for (const std::string& lang : languages) {
+    for (const auto& [key, text] : texts) {
+      const std::string line = "\n*" + lang + "." + key + "/";
+      const std::size_t at = full.find(line);
+      if (at == std::string::npos) {
+        ADD_FAILURE() << lang << ": no text for " << key;
+        continue;
+      }
+      EXPECT_EQ(full.find(line, at + 1), std::string::npos) << lang << ": two texts for " << key;
+      const std::size_t start = at + line.size();
+      const std::string translated = full.substr(start, full.find(':', start) - start);
+      EXPECT_FALSE(translated.empty()) << lang << " " << key;
+      if (key.rfind("Translation ", 0) == 0) {
+        EXPECT_NE(translated, text) << lang << ": " << key << " left in English";
+      }
+    }
+  }
+}
+
+TEST(Ppd, MakePpdRefusesAMissingTranslation) {
+  // A language of the fragment that the UI table lacks, or a table without some text: no PPD.
   TempDir dir("fragment");
-  std::ofstream(dir / "fragment.ppd") << "*cupsLanguages: \"de he\"\n"
-                                         "*de.Translation ColorModel/Farbmoduseinstellung: \"\"\n"
-                                         "*de.ColorModel RGB/Farbe: \"\"\n"
-                                         "*he.MediaType Plain/\xd7\xa0\xd7\x99\xd7\x99\xd7\xa8: \"\"\n";
-  const RunResult make =
-      RunProgram({MAKE_PPD_PATH, (dir / "out.ppd").string(), (dir / "fragment.ppd").string()}, {}, dir.Path());
-  ASSERT_EQ(make.ExitCode, 0) << make.Err;
-  const std::string ppd = ReadFile(dir / "out.ppd");
-  EXPECT_NE(ppd.find("*de.ColorModel RGB/Farbe: \"\""), std::string::npos);
-  EXPECT_EQ(ppd.find("*de.ColorModel RGB/Color"), std::string::npos);
-  EXPECT_NE(ppd.find("*de.ColorModel Gray/Monochrome: \"\""), std::string::npos);
-  EXPECT_NE(ppd.find("*he.Translation PageSize/Page Size: \"\""), std::string::npos);
-  EXPECT_NE(ppd.find("*he.MediaType Inkjet/Inkjet Paper: \"\""), std::string::npos);
-  const RunResult run = TestPpd(dir, dir / "out.ppd");
-  EXPECT_EQ(run.ExitCode, 0) << run.Out << run.Err;
+  std::ofstream(dir / "fragment.ppd") << "*cupsLanguages: \"de\"\n*de.ColorModel RGB/Farbe: \"\"\n";
+  struct Case {
+    const char* Table;
+    const char* Words;
+  } cases[] = {
+      {"en\tfr\nPage Size\tTaille de page\n", "no de text for \"Page Size\""},
+      {"en\tde\nPage Size\tSeitengr\xc3\xb6\xc3\x9f"
+       "e\n",
+       "no de text for \"Page Region\""},
+      {"en\tde\tfr\nPage Size\tSeitengröße\n", "2 cells, expected 3"},
+  };
+  for (const Case& c : cases) {
+    std::ofstream(dir / "ui.tsv") << c.Table;
+    const RunResult make = RunProgram(
+        {MAKE_PPD_PATH, (dir / "out.ppd").string(), (dir / "fragment.ppd").string(), (dir / "ui.tsv").string()}, {},
+        dir.Path());
+    EXPECT_EQ(make.ExitCode, 1) << c.Words;
+    EXPECT_NE(make.Err.find(c.Words), std::string::npos) << make.Err;
+  }
+}
+
+TEST(Papers, StandardNamesAgreeWithCups) {
+  // Each paper's IPP name is the one CUPS gives the PPD's page size (by its name, else by its size), and
+  // names that size (to 0.01 mm).
+  for (const host::Paper& paper : host::Papers()) {
+    SCOPED_TRACE(std::string(paper.Name));
+    const long width = std::lround(paper.WidthMm * 100), height = std::lround(paper.HeightMm * 100);
+    const pwg_media_t* byName = pwgMediaForPWG(std::string(paper.PwgName).c_str());
+    ASSERT_NE(byName, nullptr);
+    EXPECT_NEAR(byName->width, width, 1);
+    EXPECT_NEAR(byName->length, height, 1);
+    const pwg_media_t* byPpd = pwgMediaForPPD(std::string(paper.PpdName).c_str());
+    if (!byPpd) byPpd = pwgMediaForSize(static_cast<int>(width), static_cast<int>(height));
+    ASSERT_NE(byPpd, nullptr);
+    EXPECT_STREQ(byPpd->pwg, std::string(paper.PwgName).c_str());
+    for (const std::string_view name : {paper.Name, paper.PpdName, paper.PwgName})
+      EXPECT_EQ(host::FindPaper(name)->Code, paper.Code) << name;
+  }
 }
 
 }  // namespace

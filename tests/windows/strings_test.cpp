@@ -112,8 +112,8 @@ TEST(Strings, PpdFragmentIsWellFormedAndMatchesTheTable) {
       {"ColorModel Gray", 1032},           {"Translation InkweaveHalftone", 266},
       {"InkweaveHalftone Dither", 269},    {"InkweaveHalftone Diffusion", 270},
       {"MediaType Plain", 1000},           {"MediaType Inkjet", 1001},
-      {"MediaType Glossy", 1002},          {"MediaType Photo", 1003},
-      {"InkweaveHighRes HighRes600", 271}, {"InkweaveHighRes Print1200", 272},
+      {"MediaType Glossy", 1002},          {"MediaType Photographic", 1003},
+      {"InkweaveHighRes HighRes600", 271},
   };
   const std::regex translation(R"(\*([A-Za-z_]+)\.([A-Za-z]+) ([A-Za-z0-9]+)/([^:/"]+): "")");
 
@@ -144,8 +144,8 @@ TEST(Strings, PpdFragmentIsWellFormedAndMatchesTheTable) {
   EXPECT_EQ(languages,
             "*cupsLanguages: \"ar zh_TW cs da de el fi fr he hu it ja ko nl no pl pt_BR ru sv tr zh_CN pt es\"");
   ASSERT_EQ(perLanguage.size(), 23u);
-  for (const auto& [tag, count] : perLanguage) EXPECT_EQ(count, tag == "ar" || tag == "he" ? 8 : 12) << tag;
-  EXPECT_EQ(checked, 21 * 12 + 2 * 8);
+  for (const auto& [tag, count] : perLanguage) EXPECT_EQ(count, tag == "ar" || tag == "he" ? 7 : 11) << tag;
+  EXPECT_EQ(checked, 21 * 11 + 2 * 7);
 }
 
 TEST(Strings, GeneratorRefusesTablesItCannotCarry) {
