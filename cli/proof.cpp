@@ -84,30 +84,34 @@ std::string Hex(HRESULT hr) {
   return text;
 }
 
-// The target as the host's page: patches of `side` pixels, kColumns across.
+// A page of colour patches as the host's page: patches of `Side` pixels, `Columns` across.
 struct TargetPage {
+  const std::vector<Colour>* Colours = nullptr;
+  int Columns = kColumns;
   int Side = 0;
   int Width = 0;
   int Height = 0;
 };
 
-TargetPage LayOut(int dpi, double patchMm) {
+TargetPage LayOut(const std::vector<Colour>& colours, int columns, int dpi, double patchMm) {
   TargetPage page;
+  page.Colours = &colours;
+  page.Columns = columns;
   page.Side = std::max(kMinPatchDots, static_cast<int>(std::lround(patchMm * dpi / 25.4)));
-  const int rows = (static_cast<int>(ProofTarget().size()) + kColumns - 1) / kColumns;
-  page.Width = kColumns * page.Side;
+  const int rows = (static_cast<int>(colours.size()) + columns - 1) / columns;
+  page.Width = columns * page.Side;
   page.Height = rows * page.Side;
   return page;
 }
 
 // The rectangle (x, y, w, h) of the target page as 24-bit RGB rows; white past the last patch.
 void PaintTarget(const TargetPage& target, int x, int y, int w, int h, std::uint8_t* dst, std::size_t stride) {
-  const auto& patches = ProofTarget();
-  const std::array<std::uint8_t, 3> white = {255, 255, 255};
+  const std::vector<Colour>& colours = *target.Colours;
+  const Colour white = {255, 255, 255};
   for (int row = 0; row < h; ++row) {
     for (int col = 0; col < w; ++col) {
-      const auto index = static_cast<std::size_t>(((y + row) / target.Side) * kColumns + (x + col) / target.Side);
-      const auto& rgb = index < patches.size() ? patches[index].Rgb : white;
+      const auto index = static_cast<std::size_t>(((y + row) / target.Side) * target.Columns + (x + col) / target.Side);
+      const Colour& rgb = index < colours.size() ? colours[index] : white;
       std::copy(rgb.begin(), rgb.end(),
                 dst + static_cast<std::size_t>(row) * stride + 3 * static_cast<std::size_t>(col));
     }
@@ -181,25 +185,36 @@ std::optional<decode::PrintedPage> PutOnPaper(const std::vector<std::uint8_t>& s
   return std::move(printed.front());
 }
 
-// Each patch's mean ink, as the model's colour; then what each should print: its source colour with
-// the black point compensated to the printed black.
-void Measure(const decode::PrintedPage& page, const TargetPage& target, bool mono, ProofReport& report) {
+// Each patch's mean ink over its middle, as the model's colour.
+std::vector<decode::Reflectance> MeasurePatches(const decode::PrintedPage& page, const TargetPage& target, int dpi) {
   const decode::InkModel model = decode::InkModelFor(page.Medium, page.Dpi);
-  const int scale = std::max(1, page.Dpi / report.Dpi);  // printed dots per target pixel each way
+  const int scale = std::max(1, page.Dpi / dpi);  // printed dots per target pixel each way
   const int inset = static_cast<int>(target.Side * kInset);
   const int side = target.Side - 2 * inset;
+  std::vector<decode::Reflectance> measured;
+  for (std::size_t i = 0; i < target.Colours->size(); ++i) {
+    const int x = static_cast<int>(i % static_cast<std::size_t>(target.Columns)) * target.Side + inset;
+    const int y = static_cast<int>(i / static_cast<std::size_t>(target.Columns)) * target.Side + inset;
+    measured.push_back(
+        decode::PrintedColour(model, decode::MeanInk(page, x * scale, y * scale, side * scale, side * scale)));
+  }
+  return measured;
+}
+
+// The proof's patches as printed; then what each should print: its source colour with the black point
+// compensated to the printed black.
+void Measure(const decode::PrintedPage& page, const TargetPage& target, bool mono, ProofReport& report) {
+  const decode::InkModel model = decode::InkModelFor(page.Medium, page.Dpi);
   const auto& patches = ProofTarget();
+  const std::vector<decode::Reflectance> measured = MeasurePatches(page, target, report.Dpi);
   report.DarkestL = decode::LabOfReflectance(model.Solid[3]).L;
   decode::Lab black;
   for (std::size_t i = 0; i < patches.size(); ++i) {
-    const int x = static_cast<int>(i % kColumns) * target.Side + inset;
-    const int y = static_cast<int>(i / kColumns) * target.Side + inset;
     PatchResult result;
     result.Source = &patches[i];
-    result.Colour =
-        decode::PrintedColour(model, decode::MeanInk(page, x * scale, y * scale, side * scale, side * scale));
+    result.Colour = measured[i];
     result.Printed = decode::LabOfReflectance(result.Colour);
-    if (patches[i].Rgb == std::array<std::uint8_t, 3>{0, 0, 0}) black = result.Printed;
+    if (patches[i].Rgb == Colour{0, 0, 0}) black = result.Printed;
     report.DarkestL = std::min(report.DarkestL, result.Printed.L);
     report.Patches.push_back(result);
   }
@@ -260,7 +275,9 @@ std::string ProofReport::Summary() const {
 
 std::optional<ProofReport> MakeProof(const ProofSettings& settings, std::string* error) {
   const int hostDpi = settings.HighRes ? 600 : settings.Quality;
-  const TargetPage target = LayOut(hostDpi, settings.PatchMm);
+  std::vector<Colour> colours;
+  for (const Patch& patch : ProofTarget()) colours.push_back(patch.Rgb);
+  const TargetPage target = LayOut(colours, kColumns, hostDpi, settings.PatchMm);
   const auto stream = PrintTarget(settings, target, error);
   if (!stream) return std::nullopt;
   const auto page = PutOnPaper(*stream, error);
@@ -274,6 +291,18 @@ std::optional<ProofReport> MakeProof(const ProofSettings& settings, std::string*
   Measure(*page, target, settings.Mono, report);
   Summarise(report);
   return report;
+}
+
+std::optional<std::vector<decode::Reflectance>> PrintPatches(const ProofSettings& settings,
+                                                             const std::vector<Colour>& colours, std::string* error) {
+  const int hostDpi = settings.HighRes ? 600 : settings.Quality;
+  const int columns = std::max(1, static_cast<int>(std::ceil(std::sqrt(static_cast<double>(colours.size())))));
+  const TargetPage target = LayOut(colours, columns, hostDpi, settings.PatchMm);
+  const auto stream = PrintTarget(settings, target, error);
+  if (!stream) return std::nullopt;
+  const auto page = PutOnPaper(*stream, error);
+  if (!page) return std::nullopt;
+  return MeasurePatches(*page, target, hostDpi);
 }
 
 Picture ProofPicture(const ProofReport& report) {

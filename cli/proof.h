@@ -25,6 +25,8 @@ struct ProofSettings {
   std::string Plugin;    // empty: the library next to the program or the one it was built with
 };
 
+using Colour = std::array<std::uint8_t, 3>;  // 8-bit RGB
+
 // The patches of the target, in print order.
 enum class PatchGroup { GreyRamp, Checker, Primary, Skin, DarkTint, LightTint };
 struct Patch {
@@ -65,6 +67,12 @@ struct ProofReport {
 
 // Prints the target and measures it. Null with a one-line *error when the plug-in fails.
 std::optional<ProofReport> MakeProof(const ProofSettings& settings, std::string* error);
+
+// Prints any colours as patches (PatchMm on a side, as square a page as they make) in a one-page job
+// with these settings and answers each one's printed colour on the printer model (relative to the
+// paper), in order. Null with a one-line *error when the plug-in fails.
+std::optional<std::vector<decode::Reflectance>> PrintPatches(const ProofSettings& settings,
+                                                             const std::vector<Colour>& colours, std::string* error);
 
 // The side-by-side picture: each patch as its source colour beside its printed colour, as sRGB.
 struct Picture {

@@ -164,6 +164,28 @@ std::vector<Option> Options(const std::vector<PaperSize>& sizes) {
   return options;
 }
 
+// The printer's ICC profiles, one per paper type, for colour pages ("RGB.<MediaType>."), titled as the
+// paper type is; none when the build makes none.
+struct Profile {
+  std::string Qualifiers;  // ColorModel.MediaType.Resolution
+  std::string MediaKey;    // "MediaType <choice>", whose texts the profile's title takes
+  std::string Text;
+  std::string Path;
+};
+
+std::vector<Profile> Profiles() {
+  std::vector<Profile> profiles;
+#ifdef INKWEAVE_ICC_DIR
+  for (const host::Medium& m : host::kMedia) {
+    const std::string choice(m.PpdName);
+    profiles.push_back({std::string(host::kColorModes[0].PpdName) + "." + choice + ".",
+                        std::string(host::kMediaKeyword) + " " + choice, Text(m.StringId),
+                        std::string(INKWEAVE_ICC_DIR) + "/" + host::IccProfileName(m)});
+  }
+#endif
+  return profiles;
+}
+
 // The choices that cannot go together, both ways round: the high-resolution mode prints at 600 dpi only.
 std::vector<std::string> Constraints() {
   std::vector<std::string> pairs;
@@ -223,7 +245,9 @@ void WritePpd(std::ostream& out, const std::vector<PaperSize>& sizes, const std:
   }
   for (const std::string& pair : Constraints()) out << "*UIConstraints: " << pair << "\n";
   out << "\n";
-  out << "*DefaultImageableArea: " << sizes.front().Keyword << "\n";
+  for (const Profile& profile : Profiles())
+    out << "*cupsICCProfile " << profile.Qualifiers << "/" << profile.Text << ": \"" << profile.Path << "\"\n";
+  out << "\n*DefaultImageableArea: " << sizes.front().Keyword << "\n";
   for (const PaperSize& s : sizes)
     out << "*ImageableArea " << s.Keyword << "/" << s.Title << ": \"" << s.Area << "\"\n";
   out << "\n*DefaultPaperDimension: " << sizes.front().Keyword << "\n";
@@ -279,7 +303,7 @@ std::optional<UiTable> ReadUiTable(const char* path) {
 bool WriteTranslations(std::ostream& out, std::istream& fragment, const UiTable& ui,
                        const std::vector<Option>& options) {
   std::vector<std::string> languages;
-  std::set<std::string> translated;  // "<lang>.<Keyword> <Choice>" and "<lang>.Translation <Keyword>"
+  std::map<std::string, std::string> translated;  // "<lang>.<Keyword> <Choice>", "<lang>.Translation <Keyword>"
   out << "\n*% Translations (generated from locale/strings.tsv and locale/ui.tsv)\n";
   for (std::string line; std::getline(fragment, line);) {
     out << line << "\n";
@@ -289,7 +313,9 @@ bool WriteTranslations(std::ostream& out, std::istream& fragment, const UiTable&
       for (std::string word; words >> word;) languages.push_back(word);
     } else if (line.size() > 1 && line[0] == '*' && line[1] != '%') {
       const auto end = line.find_first_of("/:");
-      if (end != std::string::npos) translated.insert(line.substr(1, end - 1));
+      const auto close = line.find(':', end);
+      if (end != std::string::npos && line[end] == '/' && close != std::string::npos)
+        translated[line.substr(1, end - 1)] = line.substr(end + 1, close - end - 1);
     }
   }
   bool complete = true;
@@ -306,10 +332,16 @@ bool WriteTranslations(std::ostream& out, std::istream& fragment, const UiTable&
         return;
       }
       out << "*" << key << "/" << cell->at(lang) << ": \"\"\n";
+      translated[key] = cell->at(lang);
     };
     for (const Option& option : options) {
       emit(lang + ".Translation " + option.Keyword, option.Text);
       for (const Choice& choice : option.Choices) emit(lang + "." + option.Keyword + " " + choice.Name, choice.Text);
+    }
+    for (const Profile& profile : Profiles()) {
+      const auto title = translated.find(lang + "." + profile.MediaKey);
+      if (title != translated.end())
+        out << "*" << lang << ".cupsICCProfile " << profile.Qualifiers << "/" << title->second << ": \"\"\n";
     }
   }
   return complete;

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include "host/host.h"
@@ -89,6 +90,9 @@ inline constexpr Medium kMedia[] = {
     {"glossy", "Glossy", "photographic-glossy", 1002, kCallbackMediaGlossy},
     {"photo", "Photographic", "photographic", 1003, kCallbackMediaPhoto},
 };
+
+// The file name of the printer's ICC profile for a paper type (the CUPS queue installs one for each).
+inline std::string IccProfileName(const Medium& medium) { return "inkweave-" + std::string(medium.Name) + ".icc"; }
 
 // The high-resolution modes. Both on-modes print at 600 dpi with the high-resolution command; the
 // command line's --high-res is HighRes600. The printer description offers Off and HighRes600 only:

@@ -18,12 +18,16 @@
 namespace inkweave::cupstest {
 namespace {
 
-// cupstestppd with a root holding our filter, so that the filter lines are checked too.
+// cupstestppd with a root holding our filter and profiles where the PPD names them, so that their lines
+// are checked too.
 RunResult TestPpd(const TempDir& dir, const fs::path& ppd) {
   const fs::path filters = dir / "root/usr/lib/cups/filter";
+  const fs::path profiles = dir / ("root" INKWEAVE_ICC_INSTALL_DIR);
   fs::create_directories(filters);
+  fs::create_directories(profiles.parent_path());
   if (!fs::exists(filters / "rastertoinkweave"))
     fs::create_symlink(RASTERTOINKWEAVE_PATH, filters / "rastertoinkweave");
+  if (!fs::exists(profiles)) fs::create_directory_symlink(INKWEAVE_PROFILES_PATH, profiles);
   return RunProgram({CUPSTESTPPD_PATH, "-W", "translations", "-R", (dir / "root").string(), ppd.string()}, {},
                     dir.Path());
 }
