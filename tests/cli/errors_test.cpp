@@ -29,6 +29,12 @@ void ExpectOneLineError(const RunResult& run, int exit, const std::string& words
   EXPECT_THAT(run.Err, HasSubstr(words));
 }
 
+// Arguments and the words their error line must hold.
+struct ErrorCase {
+  std::vector<std::string> Args;
+  std::string Words;
+};
+
 TEST(PrintErrors, InputsThatCannotBeRead) {
   ScratchDir dir;
   WriteFile(dir / "notes.txt", "just some text\n");
@@ -65,10 +71,7 @@ TEST(PrintErrors, InputsThatCannotBeRead) {
 TEST(PrintErrors, UnknownOptionValues) {
   ScratchDir dir;
   const std::string in = Example("testpage.png"), out = dir / "out.prn";
-  struct Case {
-    std::vector<std::string> Args;
-    std::string Words;
-  } cases[] = {
+  const ErrorCase cases[] = {
       {{"--paper", "a3"}, "--paper"},
       {{"--quality", "200"}, "--quality"},
       {{"--media", "cardboard"}, "--media"},
@@ -81,7 +84,7 @@ TEST(PrintErrors, UnknownOptionValues) {
       {{"--high-res", "--quality", "300"}, "--high-res"},
       {{"--frobnicate"}, "frobnicate"},
   };
-  for (const Case& c : cases) {
+  for (const ErrorCase& c : cases) {
     std::vector<std::string> args = {"print", in, "-o", out};
     args.insert(args.end(), c.Args.begin(), c.Args.end());
     SCOPED_TRACE(c.Args[0]);
@@ -93,10 +96,7 @@ TEST(PrintErrors, UnknownOptionValues) {
 TEST(PrintErrors, MisspeltWordsGetTheLikelyOne) {
   ScratchDir dir;
   const std::string in = Example("testpage.png"), out = dir / "out.prn";
-  struct Case {
-    std::vector<std::string> Args;
-    std::string Words;
-  } cases[] = {
+  const ErrorCase cases[] = {
       {{"prnt", in, "-o", out}, "unknown command 'prnt'; did you mean 'print'?"},
       {{"print", in, "-o", out, "--papr", "a4"}, "print: unknown option '--papr'; did you mean '--paper'?"},
       {{"print", in, "-o", out, "--halftone=difusion"}, "did you mean 'diffusion'?"},
@@ -107,7 +107,7 @@ TEST(PrintErrors, MisspeltWordsGetTheLikelyOne) {
       {{"print", in, "-o", out, "--quality", "1200"}, "unknown quality '1200' (150, 300, 600)"},
       {{"frobnicate"}, "unknown command 'frobnicate' (print, decode"},
   };
-  for (const Case& c : cases) {
+  for (const ErrorCase& c : cases) {
     SCOPED_TRACE(c.Args[0] + " " + c.Args.back());
     const RunResult run = RunInkweave(c.Args);
     ExpectOneLineError(run, 2, c.Words);
