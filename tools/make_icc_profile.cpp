@@ -2,7 +2,7 @@
 // driver is handed), CIELAB D50 out relative to the paper, measured on the printer model (decode/) from
 // a grid of colour patches printed through the plug-in at 300 dpi with dither, the queue's defaults.
 //
-// The device-to-PCS table (AToB0) is the measured grid itself, 9 levels a channel. The PCS-to-device
+// The device-to-PCS table (AToB0) is the measured grid itself, 17 levels a channel. The PCS-to-device
 // table (BToA0, used for every intent) is its inverse on a 17-level Lab grid: for each Lab node the RGB
 // whose printed colour is nearest (CIE76), found from the nearest grid patch by a shrinking pattern
 // search over the trilinear interpolation of the measurements; colours outside the gamut so map to the
@@ -28,7 +28,7 @@ namespace cli = inkweave::cli;
 namespace decode = inkweave::decode;
 namespace host = inkweave::host;
 
-constexpr int kLevels = 9;      // RGB grid levels a channel
+constexpr int kLevels = 17;     // RGB grid levels a channel
 constexpr int kLabLevels = 17;  // Lab grid levels an axis
 
 using Lab = decode::Lab;
