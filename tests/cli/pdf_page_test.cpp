@@ -202,7 +202,7 @@ TEST(PrintPdf, EveryPageOfALongDocumentCounts) {
 TEST(PrintPdf, WhatPopplerPrintsIsShownOnceNamingTheFile) {
   ScratchDir dir;
   WriteFile(dir / "font.pdf", MakePdf(2, true));
-  const RunResult run = RunInkweave({"print", dir / "font.pdf", "--quality", "300", "-o", dir / "font.prn"});
+  const RunResult run = RunInkweave({"print", dir / "font.pdf", "--quality", "300", "-q", "-o", dir / "font.prn"});
   ASSERT_EQ(run.Exit, 0) << run.Err;
   EXPECT_EQ(DecodeStream(dir / "font.prn").size(), 2u);
   // Poppler warns for every strip of both pages; the warning comes once, after the job.
