@@ -58,6 +58,13 @@ TEST(PagePlan, PlacesThePrintableAreaInTheRaster) {
   plan = Plan(header);
   EXPECT_EQ(plan.OffsetX, static_cast<std::int64_t>(area.Left) - 83);  // 10 pt at 600 dpi
   EXPECT_EQ(plan.OffsetY, static_cast<std::int64_t>(area.Top) - 100);  // 12 pt
+  // A whole-sheet raster whose imaging box is near the full width is still the whole sheet.
+  header = PageHeader(4960, 7016, 600, CUPS_CSPACE_RGB, 595, 842);
+  header.cupsImagingBBox[0] = 3, header.cupsImagingBBox[1] = 3;
+  header.cupsImagingBBox[2] = 594, header.cupsImagingBBox[3] = 839;
+  plan = Plan(header);
+  EXPECT_EQ(plan.OffsetX, area.Left);
+  EXPECT_EQ(plan.OffsetY, area.Top);
 }
 
 // Hostile headers: each refused with a message naming the cause, with no undefined arithmetic on the

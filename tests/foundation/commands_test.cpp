@@ -1,14 +1,17 @@
-// The command writer and the command dispatcher: the single write path, the command groups, and the
-// print-mode arithmetic of the selections, with the expected bytes written out here.
+// The command writer and the command dispatcher: the single write path, the command groups, the
+// print-mode arithmetic of the selections, and whole jobs without bands through the plug-in library's
+// entry points, with the expected bytes written out here from the printer's command set.
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <vector>
 
 #include "host/spool.h"
 #include "src/commands/command_dispatcher.h"
 #include "src/commands/command_writer.h"
 #include "src/device/device_state.h"
 #include "tests/support/bytes.h"
+#include "tests/support/plugin_library.h"
 
 namespace inkweave {
 namespace {
@@ -46,58 +49,43 @@ struct Fixture {
 // ---------------------------------------------------------------------------------------------------
 // Selections
 // ---------------------------------------------------------------------------------------------------
-TEST(Selections, ErrorDiffusionFlagTogglesOnWholeValue) {
-  Fixture f;
-  f.Command(12);
-  EXPECT_EQ(f.state.HalftoneMethod, 2);
-  EXPECT_EQ(f.state.PrintMode, 34);
-  f.Command(12);  // 34 is not below 6: the flag is cleared again
-  EXPECT_EQ(f.state.PrintMode, 2);
-}
-
-TEST(Selections, MonochromeBitIsOnlyEverAdded) {
-  Fixture f;
-  f.state.ColorMode = 1;
-  f.Command(12);
-  EXPECT_EQ(f.state.PrintMode, 18) << "monochrome is never below 6, so never flagged";
-  f.Command(11);
-  EXPECT_EQ(f.state.PrintMode, 18);
-  f.state.ColorMode = 2;  // the bit stays even if the device turned colour
-  f.Command(11);
-  EXPECT_EQ(f.state.PrintMode, 18);
-}
-
-TEST(Selections, DitherClearsTheFlag) {
-  Fixture f;
-  f.state.PrintMode = 36;
-  f.state.HalftoneMethod = 2;
-  f.Command(11);
-  EXPECT_EQ(f.state.HalftoneMethod, 1);
-  EXPECT_EQ(f.state.PrintMode, 4);
-}
-
-TEST(Selections, HighResolutionMapsOnlyFourValues) {
+TEST(Selections, PrintModeArithmetic) {
   struct Case {
-    std::uint8_t before;
-    std::uint8_t halftone;
+    std::uint8_t before, halftone;
     std::uint16_t color;
-    std::uint8_t after;
+    std::vector<std::uint32_t> ids;
+    std::uint8_t after, halftoneAfter;
   };
   const Case cases[] = {
-      {36, 2, 2, 6},  // flagged 600 under diffusion: level 6, never flagged
-      {4, 1, 2, 6},   {4, 2, 2, 6},   {21, 1, 2, 22},
-      {53, 2, 2, 22}, {20, 1, 2, 20}, {2, 2, 2, 34},  // 300 keeps its level and takes the flag under diffusion
-      {34, 1, 2, 2},                                  // and loses it under dither
-      {1, 2, 2, 33},  {4, 1, 1, 22},                  // monochrome: 4 becomes 6, then the monochrome bit
-      {6, 2, 2, 6},   {5, 2, 2, 37},
+      // Error diffusion toggles the flag on the whole value: 34 is not below 6, so it is cleared again.
+      {2, 1, 2, {12}, 34, 2},
+      {2, 1, 2, {12, 12}, 2, 2},
+      {36, 2, 2, {11}, 4, 1},  // dither clears the flag
+      // The monochrome bit is only ever added, and a monochrome mode is never below 6: never flagged.
+      {2, 1, 1, {12, 11}, 18, 1},
+      {18, 1, 2, {11}, 18, 1},
+      // High resolution maps only four values and takes the flag under diffusion, loses it under dither.
+      {36, 2, 2, {14}, 6, 2},
+      {4, 1, 2, {14}, 6, 1},
+      {4, 2, 2, {14}, 6, 2},
+      {21, 1, 2, {14}, 22, 1},
+      {53, 2, 2, {14}, 22, 2},
+      {20, 1, 2, {14}, 20, 1},
+      {2, 2, 2, {14}, 34, 2},
+      {34, 1, 2, {14}, 2, 1},
+      {1, 2, 2, {14}, 33, 2},
+      {4, 1, 1, {14}, 22, 1},
+      {6, 2, 2, {14}, 6, 2},
+      {5, 2, 2, {14}, 37, 2},
   };
   for (const Case& c : cases) {
     Fixture f;
     f.state.PrintMode = c.before;
     f.state.HalftoneMethod = c.halftone;
     f.state.ColorMode = c.color;
-    f.Command(14);
+    for (const std::uint32_t id : c.ids) f.Command(id);
     EXPECT_EQ(f.state.PrintMode, c.after) << "from " << int{c.before} << " halftone " << int{c.halftone};
+    EXPECT_EQ(f.state.HalftoneMethod, c.halftoneAfter) << "from " << int{c.before};
   }
 }
 
@@ -261,6 +249,78 @@ TEST(JobStart, ClearsTheFailureMark) {
   f.state.WriteFailed = 1;
   f.Command(22);
   EXPECT_EQ(f.state.WriteFailed, 0u);
+}
+
+// ---------------------------------------------------------------------------------------------------
+// Whole jobs: job start, two empty pages, job end
+// ---------------------------------------------------------------------------------------------------
+struct JobCase {
+  std::int16_t quality;
+  bool color;
+  std::vector<DWORD> selections;  // before the job start; 15..18 select the media
+  const char* resolution;
+  const char* ink;
+  const char* media = "4E 05 00";
+  std::int16_t paper = DMPAPER_A4;
+  const char* paperBytes = "73 01";
+};
+
+Bytes RunJob(const JobCase& c) {
+  host::HostSession session(testing::SharedPlugin());
+  EXPECT_EQ(session.Load(), S_OK);
+  host::DeviceSetup setup;
+  setup.Quality = c.quality;
+  setup.Color = c.color;
+  setup.PaperSize = c.paper;
+  setup.PageWidth = 1200;
+  setup.PageHeight = 1600;
+  EXPECT_EQ(session.Enable(setup), S_OK);
+  for (DWORD id : c.selections) EXPECT_EQ(session.Command(id), S_OK);
+  for (DWORD id : {22, 20, 21, 20, 21, 23}) EXPECT_EQ(session.Command(id), S_OK);
+  EXPECT_EQ(session.Disable(), S_OK);
+  EXPECT_EQ(session.Unload(), 0u);
+  for (const host::SpoolWrite& w : session.Spool().Writes()) EXPECT_FALSE(w.Abort);
+  return session.Spool().Stream();
+}
+
+// The resolution and ink-mode bytes after each run of selections, worked out by hand. The monochrome
+// bit joins the print mode only with a selection: an unselected monochrome job still announces colour
+// dots, and 600 dpi monochrome reaches the high-resolution mode only from 4.
+TEST(Jobs, ByteForByte) {
+  const JobCase cases[] = {
+      {150, true, {}, "52 01 00", "49 10"},
+      {150, true, {12}, "52 01 00", "49 31"},
+      {150, true, {12, 12}, "52 01 00", "49 10"},
+      {150, true, {12, 14}, "52 01 00", "49 10"},
+      {150, true, {14, 12}, "52 01 00", "49 31"},
+      {150, false, {}, "52 01 00", "49 10"},
+      {150, false, {11}, "52 01 00", "49 00"},
+      {300, true, {12}, "52 01 01", "49 31"},
+      {300, true, {14}, "52 01 01", "49 10"},
+      {300, false, {14, 12}, "52 01 01", "49 00"},
+      {600, true, {}, "52 02 02", "49 10"},
+      {600, true, {12}, "52 02 02", "49 31"},
+      {600, true, {14}, "52 03 03", "49 10"},
+      {600, true, {12, 14}, "52 03 03", "49 10"},
+      {600, true, {14, 12}, "52 03 03", "49 10"},
+      {600, false, {14}, "52 03 03", "49 00"},
+      {600, false, {12, 14}, "52 02 02", "49 00"},
+      {600, false, {11, 14, 12}, "52 02 02", "49 00"},
+      {300, true, {17}, "52 01 01", "49 10", "4E 05 02"},
+      {300, true, {18}, "52 01 01", "49 10", "4E 05 03", DMPAPER_LETTER, "73 FF E8 02"},
+      {300, true, {}, "52 01 01", "49 10", "4E 05 00", DMPAPER_ENV_DL, "73 0A 46 6E 00"},
+  };
+  const Bytes enter = Hex("1B 7C 01 00 03");
+  for (const JobCase& c : cases) {
+    const Bytes settings = enter + Hex(c.resolution) + Hex(c.ink) + Hex("4D 05 44 02") + Hex(c.media);
+    const Bytes page = settings + Hex("00 00 00") + testing::Zeros(500) + Hex("59 00 00 58 00 00") + Hex(c.paperBytes) +
+                       Hex("0C") + testing::Zeros(500);
+    const Bytes expected = testing::Zeros(2000) + enter + Hex("1B 40") + enter + settings + page + page + Hex("1B 40");
+    const Bytes actual = RunJob(c);
+    EXPECT_TRUE(actual == expected) << "quality " << c.quality << (c.color ? " colour" : " mono") << " selections "
+                                    << ::testing::PrintToString(c.selections) << ": "
+                                    << testing::FirstDifference(actual, expected);
+  }
 }
 
 }  // namespace

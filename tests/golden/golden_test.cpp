@@ -1,27 +1,65 @@
-// Golden streams: whole jobs through the plug-in's entry points (class object, EnablePDEV, the mode
-// selections, bands, page and job ends), one per combination of resolution (150, 300, 600 dpi and the
-// high-resolution mode), media, halftone and colour mode, plus landscape, 8-bit gray bands, an odd band
-// height and two-page jobs. Each printer stream is pinned by its SHA-256 in streams.sha256, so that
-// any change of a single output byte shows up here, by case.
+// Whole printer streams over the grid of modes: jobs through the plug-in's entry points (class object,
+// EnablePDEV, the mode selections, bands, page and job ends), one per combination of resolution (150,
+// 300, 600 dpi and the high-resolution mode), media, halftone and colour mode, plus landscape, 8-bit
+// gray bands, odd band heights, multi-page jobs, halftones switched between pages and black-and-white
+// pages. Each case checks
+//  - the stream byte for byte, by its SHA-256 pinned in streams.sha256 (and, where marked, that the
+//    shared library writes the same stream as the linked plug-in);
+//  - the printed page: decoded by our printer model (decode/, which shares no code with the plug-in),
+//    every row lands once, with exactly the dots the renderers left in the plane buffers for the
+//    emitter (collected stripe by stripe through the band driver's stripe observer), and nothing lands
+//    below the last row; on a black-and-white page each black pixel is exactly its black dot;
+//  - where given, the ink-mode commands of each page.
 //
 // When a stream changes on purpose, rewrite the manifest and review the cases it lists:
 //   tests/golden/update.sh [build-dir]     or     <build>/tests/golden/golden_test --update
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <cstring>
 #include <fstream>
 #include <iostream>
 #include <map>
+#include <new>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "decode/decoder.h"
 #include "host/host.h"
+#include "src/device/memory_list.h"
+#include "src/device/plane_geometry.h"
+#include "src/pipeline/band_driver.h"
 #include "src/plugin/render_plugin.h"
 #include "tests/support/instruction_sets.h"
+#include "tests/support/plugin_library.h"
+#include "tests/support/print_stream.h"
 #include "tests/support/sha256.h"
+
+// Allocations made by the plug-in while it takes a band (counted only inside ImageProcessing).
+namespace {
+bool countAllocations = false;
+std::size_t allocations = 0;
+}  // namespace
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+void* operator new(std::size_t size) {
+  if (countAllocations) ++allocations;
+  if (void* p = std::malloc(size ? size : 1)) return p;
+  throw std::bad_alloc();
+}
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  if (countAllocations) ++allocations;
+  return std::malloc(size ? size : 1);
+}
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete(void* p, const std::nothrow_t&) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+#pragma GCC diagnostic pop
 
 namespace inkweave {
 namespace {
@@ -32,7 +70,7 @@ const char kUpdateHint[] =
     "If the change is intended, run tests/golden/update.sh [build-dir] (or golden_test --update), "
     "review the listed cases and commit tests/golden/streams.sha256.";
 
-constexpr int kWidth = 600;  // surface pixels (the portrait page; the landscape surface is turned)
+constexpr int kWidth = 600;  // the portrait page; the landscape surface is turned
 constexpr int kHeight = 480;
 
 struct GoldenCase {
@@ -40,12 +78,14 @@ struct GoldenCase {
   int quality = 600;                        // 150, 300, 600
   bool highRes = false;                     // 600 plus the high-resolution command
   DWORD media = host::kCallbackMediaPlain;  // 0: no media selection
-  bool diffusion = false;
+  std::string halftones = "D";              // per page: D dither, E error diffusion
   bool color = true;
   bool landscape = false;
   int bitsPerPixel = 24;  // 24 RGB or 8 gray
   int bandHeight = 64;
-  int pages = 1;
+  bool blackWhite = false;                   // the black-and-white page instead of the mixed one
+  bool shared = false;                       // the shared library writes the same stream
+  std::vector<std::vector<int>> inkModes{};  // per page, the "I" codes; empty: not checked
 };
 
 // A small deterministic generator (the same numbers on every platform and library).
@@ -57,8 +97,8 @@ struct Lcg {
   }
 };
 
-// The synthetic page, RGB, row-major: a white top margin (blank bands), a photo-like area (smooth
-// ramps with fine noise), saturated and gray flat patches, and text-like dark strokes on white.
+// The mixed page, RGB, row-major: a white top margin (blank bands), a photo-like area (smooth ramps
+// with fine noise), saturated and gray flat patches, and text-like dark strokes on white.
 std::vector<std::uint8_t> MakePage(int width, int height) {
   std::vector<std::uint8_t> rgb(static_cast<std::size_t>(width) * height * 3);
   Lcg random{20240611u};
@@ -70,12 +110,10 @@ std::vector<std::uint8_t> MakePage(int width, int height) {
       if (y < height / 10) {
         // white margin
       } else if (x < width / 2 && y < height * 6 / 10) {
-        // photo-like: hue and lightness ramps with noise
         r = x * 255 / (width / 2) + noise;
         g = (y - height / 10) * 255 / (height / 2) - noise;
         b = 255 - (x + y) * 255 / (width / 2 + height * 6 / 10) + noise;
       } else if (x >= width / 2 && y < height * 6 / 10) {
-        // flat patches: the primaries, secondaries, grays and black
         static const std::uint8_t kPatches[12][3] = {{255, 0, 0},     {0, 255, 0},     {0, 0, 255},     {0, 255, 255},
                                                      {255, 0, 255},   {255, 255, 0},   {0, 0, 0},       {64, 64, 64},
                                                      {128, 128, 128}, {200, 200, 200}, {250, 240, 230}, {20, 180, 60}};
@@ -83,7 +121,6 @@ std::vector<std::uint8_t> MakePage(int width, int height) {
         const std::uint8_t* c = kPatches[std::clamp(patch, 0, 11)];
         r = c[0], g = c[1], b = c[2];
       } else {
-        // text-like: thin dark strokes and coloured underlines on white
         const bool stroke = ((x / 2) % 7 == 0 && (y / 9) % 2 == 0) || (y % 21 == 0 && (x / 37) % 3 != 0);
         const bool underline = y % 21 == 1 && (x / 53) % 2 == 0;
         if (stroke) r = g = b = 16;
@@ -96,27 +133,93 @@ std::vector<std::uint8_t> MakePage(int width, int height) {
   return rgb;
 }
 
-// Runs the case's job and answers its printer stream.
-std::vector<std::uint8_t> RunCase(const GoldenCase& c) {
-  // The surface: the portrait page, or the same page turned for landscape.
+// The black-and-white page (portrait coordinates): strokes, a checkerboard, a solid block and the last
+// column and row, on a page whose width is whole bytes and whose height is whole stripes.
+bool BlackAt(int x, int y) {
+  return (y > 20 && y < 60 && x % 7 < 2) || (y >= 80 && y < 150 && (x + y) % 2 == 0) ||
+         (y >= 160 && y < 300 && x > 40 && x < 250) || x == kWidth - 1 || y == kHeight - 1;
+}
+
+// The surface the host renders: the portrait page, or the same page turned for landscape (portrait
+// row r is surface column r, portrait dot x surface row W - 1 - x).
+std::vector<std::uint8_t> MakeSurface(const GoldenCase& c) {
+  if (!c.blackWhite) return c.landscape ? MakePage(kHeight, kWidth) : MakePage(kWidth, kHeight);
+  std::vector<std::uint8_t> rgb(static_cast<std::size_t>(kWidth) * kHeight * 3, 255);
+  for (int y = 0; y < kHeight; ++y)
+    for (int x = 0; x < kWidth; ++x) {
+      if (!BlackAt(x, y)) continue;
+      const std::size_t at = c.landscape ? static_cast<std::size_t>(kWidth - 1 - x) * kHeight + y
+                                         : static_cast<std::size_t>(y) * kWidth + x;
+      std::memset(&rgb[at * 3], 0, 3);
+    }
+  return rgb;
+}
+
+// The rows the emitter read, in the order it received them: row k of the page's weave.
+struct EmittedPage {
+  int rowBytes = 0;
+  std::vector<std::array<std::vector<std::uint8_t>, 4>> first;   // per emitted row, per plane
+  std::vector<std::array<std::vector<std::uint8_t>, 4>> second;  // second bits (zero for one-bit rows)
+};
+
+void ObserveStripe(const DEVOBJ* devobj, const BandInfo& band, int, int, std::int16_t inkFlag, void* context) {
+  auto& pages = *static_cast<std::vector<EmittedPage>*>(context);
+  const DeviceState& state = *StateOf(devobj);
+  if (state.StripeFlag == kStripeFirst) pages.emplace_back();
+  EmittedPage& page = pages.back();
+  const int mode = LevelOf(state.PrintMode);
+  const PlaneLayout layout = PlaneLayoutOf(mode);
+  page.rowBytes = PlaneRowBytes(mode, state.Landscape ? band.Header.biHeight : band.Header.biWidth);
+  const bool color = state.ColorMode == DMCOLOR_COLOR;
+  // The depth the emitter will use for this stripe.
+  const bool twoBit = inkFlag != 0 ? !(state.ActiveHalftone == 1 || mode >= 6 || mode < 2) : state.InkModeCode >= 0x30;
+  for (int r = 0; r < layout.OutputLines; ++r) {
+    std::array<std::vector<std::uint8_t>, 4> first, second;
+    for (int p = 0; p < 4; ++p) {
+      first[p].assign(page.rowBytes, 0);
+      second[p].assign(page.rowBytes, 0);
+      if (inkFlag == 0 || (!color && p != 3)) continue;  // blank markers; monochrome sends black only
+      const std::size_t at = static_cast<std::size_t>(r * 4 + p) * layout.PlaneBytes;
+      std::memcpy(first[p].data(), state.PlaneBuffer[0] + at, page.rowBytes);
+      if (twoBit) std::memcpy(second[p].data(), state.PlaneBuffer[1] + at, page.rowBytes);
+    }
+    page.first.push_back(std::move(first));
+    page.second.push_back(std::move(second));
+  }
+}
+
+struct JobResult {
+  std::vector<std::uint8_t> stream;
+  std::vector<EmittedPage> emitted;
+  std::uint64_t heapAllocationsDuringPages = 0;
+  std::size_t bandAllocations = 0;
+};
+
+// Runs the case's job (`pages` copies of its page if given) through the linked plug-in, watching the
+// stripes the emitter takes, or through `entry` unwatched; answers its printer stream.
+JobResult RunCase(const GoldenCase& c, const host::PluginEntry* entry = nullptr, int pages = 0) {
   const int surfaceWidth = c.landscape ? kHeight : kWidth;
   const int surfaceHeight = c.landscape ? kWidth : kHeight;
-  const std::vector<std::uint8_t> rgb = MakePage(surfaceWidth, surfaceHeight);
+  const std::vector<std::uint8_t> rgb = MakeSurface(c);
+  if (pages == 0) pages = static_cast<int>(c.halftones.size());
 
-  std::vector<std::uint8_t> stream;
-  host::HostSession session(kLinkedPlugin);
+  JobResult result;
+  result.stream.reserve(std::size_t{16} << 20);  // the host allocates nothing while the plug-in writes
+  if (entry == nullptr) detail::SetStripeObserver(&ObserveStripe, &result.emitted);
+  host::HostSession session(entry ? *entry : kLinkedPlugin);
   session.Spool().SetKeepWrites(false);
-  session.Spool().SetSink(
-      [&stream](const std::uint8_t* bytes, std::size_t size) { stream.insert(stream.end(), bytes, bytes + size); });
+  session.Spool().SetSink([&result](const std::uint8_t* bytes, std::size_t size) {
+    result.stream.insert(result.stream.end(), bytes, bytes + size);
+  });
   EXPECT_EQ(session.Load(), S_OK);
   host::DeviceSetup setup;
   setup.Quality = static_cast<std::int16_t>(c.quality);
   setup.Color = c.color;
   setup.Landscape = c.landscape;
-  setup.PageWidth = static_cast<std::uint32_t>(c.landscape ? surfaceHeight : surfaceWidth);
-  setup.PageHeight = static_cast<std::uint32_t>(c.landscape ? surfaceWidth : surfaceHeight);
+  setup.PageWidth = kWidth;
+  setup.PageHeight = kHeight;
   EXPECT_EQ(session.Enable(setup), S_OK);
-  host::SelectModes(session, c.diffusion, c.highRes, c.media);
+  host::SelectModes(session, c.halftones[0] == 'E', c.highRes, c.media);
   session.Command(host::kCallbackJobStart);
 
   host::PageSource source;
@@ -135,16 +238,25 @@ std::vector<std::uint8_t> RunCase(const GoldenCase& c) {
           to[x] = static_cast<std::uint8_t>((from[0] * 30 + from[1] * 59 + from[2] * 11) / 100);
       }
     }
+    countAllocations = true;  // from here until the next band is fetched: the plug-in's work
     return true;
   };
-  for (int page = 0; page < c.pages; ++page) {
+  const std::uint64_t heapBefore = detail::GlobalAllocationCount() + detail::LocalAllocationCount();
+  for (int page = 0; page < pages; ++page) {
+    const char halftone = c.halftones[static_cast<std::size_t>(page) % c.halftones.size()];
+    if (page > 0 && halftone != c.halftones[static_cast<std::size_t>(page - 1) % c.halftones.size()])
+      session.Command(halftone == 'E' ? host::kCallbackErrorDiffusion : host::kCallbackDither);
     const host::PageResult printed = host::PrintPage(session, source, c.bandHeight);
+    countAllocations = false;
     EXPECT_EQ(printed.Status, S_OK) << c.name;
   }
+  result.heapAllocationsDuringPages = detail::GlobalAllocationCount() + detail::LocalAllocationCount() - heapBefore;
+  result.bandAllocations = std::exchange(allocations, 0);
   session.Command(host::kCallbackJobEnd);
   EXPECT_EQ(session.Disable(), S_OK);
   session.Unload();
-  return stream;
+  detail::SetStripeObserver(nullptr, nullptr);
+  return result;
 }
 
 std::vector<GoldenCase> Cases() {
@@ -170,40 +282,77 @@ std::vector<GoldenCase> Cases() {
           c.quality = mode.quality;
           c.highRes = mode.highRes;
           c.media = mediaId;
-          c.diffusion = diffusion;
+          c.halftones = diffusion ? "E" : "D";
           c.color = color;
           cases.push_back(c);
         }
-  // Landscape, 8-bit gray bands, no media selection, an odd band height, two-page jobs.
   auto extra = [&cases](std::string name, auto&& adjust) {
     GoldenCase c;
     c.name = std::move(name);
     adjust(c);
     cases.push_back(c);
   };
+  // Landscape: every renderer pair across the band.
   extra("r600_plain_dither_colour_landscape", [](GoldenCase& c) { c.landscape = true; });
-  extra("r600_plain_diffusion_colour_landscape", [](GoldenCase& c) { c.landscape = true, c.diffusion = true; });
+  extra("r600_plain_diffusion_colour_landscape", [](GoldenCase& c) { c.landscape = true, c.halftones = "E"; });
   extra("r600hr_plain_diffusion_colour_landscape",
-        [](GoldenCase& c) { c.landscape = true, c.diffusion = true, c.highRes = true; });
+        [](GoldenCase& c) { c.landscape = true, c.halftones = "E", c.highRes = true; });
   extra("r300_photo_dither_mono_landscape", [](GoldenCase& c) {
     c.landscape = true, c.quality = 300, c.media = host::kCallbackMediaPhoto, c.color = false;
   });
+  extra("r300_plain_diffusion_colour_landscape",
+        [](GoldenCase& c) { c.landscape = true, c.quality = 300, c.halftones = "E"; });
+  extra("r150_plain_diffusion_mono_landscape",
+        [](GoldenCase& c) { c.landscape = true, c.quality = 150, c.halftones = "E", c.color = false; });
+  // 8-bit gray bands.
   extra("r600_plain_dither_colour_gray8", [](GoldenCase& c) { c.bitsPerPixel = 8; });
-  extra("r600_plain_diffusion_colour_gray8", [](GoldenCase& c) { c.bitsPerPixel = 8, c.diffusion = true; });
+  extra("r600_plain_diffusion_colour_gray8", [](GoldenCase& c) { c.bitsPerPixel = 8, c.halftones = "E"; });
   extra("r600_plain_dither_mono_gray8", [](GoldenCase& c) { c.bitsPerPixel = 8, c.color = false; });
   extra("r600hr_photo_diffusion_colour_gray8", [](GoldenCase& c) {
-    c.bitsPerPixel = 8, c.diffusion = true, c.highRes = true, c.media = host::kCallbackMediaPhoto;
+    c.bitsPerPixel = 8, c.halftones = "E", c.highRes = true, c.media = host::kCallbackMediaPhoto;
   });
   extra("r300_plain_diffusion_mono_gray8",
-        [](GoldenCase& c) { c.bitsPerPixel = 8, c.diffusion = true, c.quality = 300, c.color = false; });
+        [](GoldenCase& c) { c.bitsPerPixel = 8, c.halftones = "E", c.quality = 300, c.color = false; });
+  extra("r300_plain_dither_mono_gray8_landscape",
+        [](GoldenCase& c) { c.bitsPerPixel = 8, c.quality = 300, c.color = false, c.landscape = true; });
+  // No media selection, odd band heights.
   extra("r600_nomedia_dither_colour", [](GoldenCase& c) { c.media = 0; });
   extra("r600_plain_dither_colour_band37", [](GoldenCase& c) { c.bandHeight = 37; });
   extra("r600hr_plain_diffusion_colour_band37",
-        [](GoldenCase& c) { c.bandHeight = 37, c.diffusion = true, c.highRes = true; });
-  extra("r600_plain_dither_colour_2pages", [](GoldenCase& c) { c.pages = 2; });
-  extra("r600_plain_diffusion_colour_2pages", [](GoldenCase& c) { c.pages = 2, c.diffusion = true; });
+        [](GoldenCase& c) { c.bandHeight = 37, c.halftones = "E", c.highRes = true; });
+  extra("r300_plain_diffusion_mono_band48_landscape", [](GoldenCase& c) {
+    c.bandHeight = 48, c.halftones = "E", c.quality = 300, c.color = false, c.landscape = true;
+  });
+  // Several pages; the shared library writes what the linked plug-in writes.
+  extra("r600_plain_dither_colour_2pages", [](GoldenCase& c) { c.halftones = "DD", c.shared = true; });
+  extra("r600_plain_diffusion_colour_2pages", [](GoldenCase& c) { c.halftones = "EE", c.shared = true; });
   extra("r600hr_glossy_dither_colour_2pages",
-        [](GoldenCase& c) { c.pages = 2, c.highRes = true, c.media = host::kCallbackMediaGlossy; });
+        [](GoldenCase& c) { c.halftones = "DD", c.highRes = true, c.media = host::kCallbackMediaGlossy; });
+  // The ink-mode command across pages whose halftone changes. At 150 dpi error diffusion flags the mode
+  // (the page start announces two-bit dots) but renders one-bit dots: the emitter switches to 0x10
+  // once, at the page's first inked stripe. At 300 dpi the band set-up re-sends 0x31 on every band
+  // under diffusion and the emitter, wanting the same depth, writes nothing of its own.
+  extra("r150_plain_switching_colour", [](GoldenCase& c) {
+    c.quality = 150, c.halftones = "DEED", c.inkModes = {{0x10}, {0x31, 0x10}, {0x31, 0x10}, {0x10}};
+  });
+  extra("r300_plain_switching_colour", [](GoldenCase& c) {
+    c.quality = 300, c.halftones = "DED", c.inkModes = {{0x10}, std::vector<int>(9, 0x31), {0x10}};
+  });
+  // Black and white: each black pixel is its black dot, in every mode's largest dot.
+  extra("r150_plain_dither_colour_bw", [](GoldenCase& c) { c.quality = 150, c.blackWhite = true; });
+  extra("r150_plain_diffusion_mono_bw_landscape", [](GoldenCase& c) {
+    c.quality = 150, c.halftones = "E", c.color = false, c.landscape = true, c.blackWhite = true;
+  });
+  extra("r300_plain_dither_mono_bw_landscape",
+        [](GoldenCase& c) { c.quality = 300, c.color = false, c.landscape = true, c.blackWhite = true; });
+  extra("r300_plain_diffusion_colour_bw",
+        [](GoldenCase& c) { c.quality = 300, c.halftones = "E", c.blackWhite = true; });
+  extra("r300_plain_diffusion_colour_bw_landscape",
+        [](GoldenCase& c) { c.quality = 300, c.halftones = "E", c.landscape = true, c.blackWhite = true; });
+  extra("r600_plain_dither_colour_bw_landscape", [](GoldenCase& c) { c.landscape = true, c.blackWhite = true; });
+  extra("r600_plain_diffusion_mono_bw", [](GoldenCase& c) { c.halftones = "E", c.color = false, c.blackWhite = true; });
+  extra("r600_plain_diffusion_colour_bw_landscape",
+        [](GoldenCase& c) { c.halftones = "E", c.landscape = true, c.blackWhite = true; });
   return cases;
 }
 
@@ -220,24 +369,105 @@ std::map<std::string, std::string> ReadManifest() {
   return digests;
 }
 
+bool Bit(const std::vector<std::uint8_t>& row, int x) { return (row[x / 8] >> (7 - x % 8)) & 1; }
+
+// The printed page against the rows the emitter read: every dot, each row inked at most once, nothing
+// below the last row.
+void ExpectPrintedAsEmitted(const decode::PrintedPage& printed, const EmittedPage& emitted) {
+  long mismatches = 0;
+  const int rows = static_cast<int>(emitted.first.size());
+  for (int row = 0; row < rows; ++row) {
+    for (int p = 0; p < 4; ++p)
+      for (int x = 0; x < emitted.rowBytes * 8; ++x) {
+        const int expected = Bit(emitted.first[row][p], x) + 2 * Bit(emitted.second[row][p], x);
+        const int actual = decode::DotAt(printed, p, x, row);
+        if (expected != actual && ++mismatches <= 5)
+          ADD_FAILURE() << "row " << row << " plane " << p << " dot " << x << ": printed " << actual << ", emitted "
+                        << expected;
+      }
+  }
+  EXPECT_EQ(mismatches, 0);
+  EXPECT_EQ(printed.RowsInkedTwice, 0);
+  for (int row = rows; row < static_cast<int>(printed.InkCounts.size()); ++row)
+    ASSERT_EQ(printed.InkCounts[static_cast<std::size_t>(row)], 0) << "ink below the " << rows << " emitted rows";
+}
+
+// A black-and-white page: each black pixel is exactly its largest black dot (both bits for the
+// three-size pair at 300 dpi diffusion, one bit elsewhere), and there is no other ink.
+void ExpectBlackAndWhite(const GoldenCase& c, const decode::PrintedPage& printed) {
+  const int largest = c.halftones[0] == 'E' && c.quality == 300 ? 3 : 1;
+  long wrong = 0;
+  for (int y = 0; y < kHeight + 16; ++y)
+    for (int x = 0; x < kWidth + 16; ++x) {
+      const bool black = y < kHeight && x < kWidth && BlackAt(x, y);
+      for (int p = 0; p < 4; ++p) {
+        const int expected = p == 3 && black ? largest : 0;
+        const int actual = decode::DotAt(printed, p, x, y);
+        if (actual != expected && ++wrong <= 5)
+          ADD_FAILURE() << "plane " << p << " at (" << x << ", " << y << "): " << actual << ", expected " << expected;
+      }
+    }
+  EXPECT_EQ(wrong, 0);
+}
+
+std::vector<std::vector<int>> InkModesPerPage(const decode::Job& job) {
+  std::vector<std::vector<int>> out;
+  for (const decode::Page& page : job.Pages) {
+    out.emplace_back();
+    for (const decode::Command& command : page.Commands)
+      if (command.Name == "I") out.back().push_back(command.Params.at(0));
+  }
+  return out;
+}
+
 class GoldenStream : public ::testing::TestWithParam<GoldenCase> {};
 
 // Every instruction set the processor has writes the pinned stream.
-TEST_P(GoldenStream, MatchesManifest) {
+TEST_P(GoldenStream, MatchesManifestAndPrintsAsRendered) {
   const GoldenCase& c = GetParam();
   const auto manifest = ReadManifest();
   const auto pinned = manifest.find(c.name);
   ASSERT_NE(pinned, manifest.end()) << "case " << c.name << " is not in " << kManifest << ". " << kUpdateHint;
   testing::ForEachInstructionSet([&](InstructionSet) {
-    const std::vector<std::uint8_t> stream = RunCase(c);
-    ASSERT_FALSE(stream.empty()) << c.name;
-    EXPECT_EQ(testing::Sha256Hex(stream.data(), stream.size()), pinned->second)
-        << "the printer stream of case " << c.name << " (" << stream.size() << " bytes) changed. " << kUpdateHint;
+    const JobResult job = RunCase(c);
+    EXPECT_EQ(testing::Sha256Hex(job.stream.data(), job.stream.size()), pinned->second)
+        << "the printer stream of case " << c.name << " (" << job.stream.size() << " bytes) changed. " << kUpdateHint;
+    if (c.shared) {
+      EXPECT_TRUE(RunCase(c, &testing::SharedPlugin()).stream == job.stream) << "the shared library's stream differs";
+    }
+
+    decode::Job parsed;
+    const std::vector<decode::PrintedPage> pages = testing::PrintStream(job.stream, {}, &parsed);
+    ASSERT_EQ(pages.size(), c.halftones.size());
+    ASSERT_EQ(job.emitted.size(), pages.size());
+    for (std::size_t n = 0; n < pages.size(); ++n) {
+      SCOPED_TRACE("page " + std::to_string(n));
+      if (c.bandHeight % (c.highRes ? 4 : 16) != 1) {  // else each band's single last line is dropped
+        EXPECT_GE(static_cast<int>(job.emitted[n].first.size()), kHeight * (c.highRes ? 2 : 1));
+      }
+      ExpectPrintedAsEmitted(pages[n], job.emitted[n]);
+      if (c.blackWhite) ExpectBlackAndWhite(c, pages[n]);
+    }
+    if (!c.inkModes.empty()) {
+      EXPECT_EQ(InkModesPerPage(parsed), c.inkModes);
+    }
   });
 }
 
 INSTANTIATE_TEST_SUITE_P(Jobs, GoldenStream, ::testing::ValuesIn(Cases()),
                          [](const ::testing::TestParamInfo<GoldenCase>& param) { return param.param.name; });
+
+TEST(Memory, FlatAcrossATwentyPageJob) {
+  for (const char* halftone : {"D", "E"}) {
+    GoldenCase c;
+    c.quality = 300;
+    c.halftones = halftone;
+    const JobResult job = RunCase(c, &kLinkedPlugin, 20);
+    EXPECT_EQ(job.heapAllocationsDuringPages, 0u) << "no heap block per band or page";
+    EXPECT_EQ(job.bandAllocations, 0u) << "no allocation while the plug-in takes a band";
+    EXPECT_EQ(testing::PrintStream(job.stream).size(), 20u);
+  }
+}
 
 // Rewrites the manifest from today's code; prints the cases that changed, were added or dropped.
 int UpdateManifest() {
@@ -246,7 +476,7 @@ int UpdateManifest() {
   int changed = 0;
   std::map<std::string, bool> seen;
   for (const GoldenCase& c : Cases()) {
-    const std::vector<std::uint8_t> stream = RunCase(c);
+    const std::vector<std::uint8_t> stream = RunCase(c).stream;
     const std::string digest = testing::Sha256Hex(stream.data(), stream.size());
     text << digest << "  " << c.name << "\n";
     seen[c.name] = true;

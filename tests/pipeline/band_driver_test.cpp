@@ -59,39 +59,26 @@ std::vector<int> RenderedLines(const fakes::Log& log) {
   return v;
 }
 
-TEST(BandDriver, SeventeenLineBandRunsOneStripe) {
-  Page page(100, 1000);
-  page.Band(100, 17, 0, 0);
-  EXPECT_EQ(RenderedLines(Calls()), (std::vector<int>{16})) << "line 17 is not rendered";
-  ASSERT_EQ(Calls().Emits.size(), 1u);
-  EXPECT_EQ(Calls().Emits[0].StripeHeight, 16);
-}
-
-TEST(BandDriver, TwentyLineBandTellsTheEmitterSixteenTwice) {
-  Page page(100, 1000);
-  page.Band(100, 20, 0, 0);
-  EXPECT_EQ(RenderedLines(Calls()), (std::vector<int>{16, 4}));
-  ASSERT_EQ(Calls().Emits.size(), 2u);
-  EXPECT_EQ(Calls().Emits[0].StripeHeight, 16);
-  EXPECT_EQ(Calls().Emits[1].StripeHeight, 16);
-  EXPECT_EQ(Calls().Renderers[1].FirstLine, 16);
-}
-
-TEST(BandDriver, OneLineBandAndOneLineLastStripe) {
-  Page page(100, 1000);
-  page.Band(100, 1, 0, 0);
-  EXPECT_TRUE(Calls().Renderers.empty());
-  EXPECT_TRUE(Calls().Emits.empty());
-  page.Band(100, 33, 0, 1);  // stripes of 16, 16 and a dropped last line
-  EXPECT_EQ(RenderedLines(Calls()), (std::vector<int>{16, 16}));
-}
-
-TEST(BandDriver, LevelSixStripesOfFour) {
-  Page page(100, 1000, false, 600);
-  page.state().PrintMode = 6;
-  page.Band(100, 10, 0, 0);
-  EXPECT_EQ(RenderedLines(Calls()), (std::vector<int>{4, 4, 2}));
-  for (const auto& e : Calls().Emits) EXPECT_EQ(e.StripeHeight, 4);
+// Stripes of 16 (4 at level 6) while y < L - 1: a last stripe of one line is dropped, a band of one
+// line emits nothing, and the emitter is always told the nominal stripe height.
+TEST(BandDriver, StripesOfABand) {
+  struct Case {
+    std::uint8_t printMode;
+    int lines;
+    std::vector<int> rendered;
+  };
+  for (const Case& c : {Case{2, 17, {16}}, Case{2, 20, {16, 4}}, Case{2, 1, {}}, Case{2, 33, {16, 16}},
+                        Case{6, 10, {4, 4, 2}}}) {
+    Page page(100, 1000, false, c.printMode == 6 ? 600 : 300);
+    page.state().PrintMode = c.printMode;
+    page.Band(100, c.lines, 0, 1);
+    EXPECT_EQ(RenderedLines(Calls()), c.rendered) << c.lines << " lines";
+    ASSERT_EQ(Calls().Emits.size(), c.rendered.size());
+    for (std::size_t i = 0; i < c.rendered.size(); ++i) {
+      EXPECT_EQ(Calls().Emits[i].StripeHeight, c.printMode == 6 ? 4 : 16);
+      EXPECT_EQ(Calls().Renderers[i].FirstLine, static_cast<int>(i) * (c.printMode == 6 ? 4 : 16));
+    }
+  }
   EXPECT_EQ(Calls().Renderers[0].Name, "DiffuseTopPortrait");
 }
 
@@ -185,10 +172,13 @@ TEST(BandDriver, LandscapeClearsTheFirstPlaneAndCutsTheBandToThePage) {
 }
 
 TEST(BandDriver, RowUnitsOfOneBitBands) {
-  Page page(100, 1000);
-  page.Band(100, 16, 0, 0, false, 1);
-  EXPECT_EQ(Calls().Renderers[0].Width, 13) << "bytes per row of a 1-bit band";
-  EXPECT_EQ(Calls().Renderers[0].RowPixels, 100);
+  // Bytes per row of a 1-bit band: a partial last byte, and a width of whole bytes.
+  for (const auto [pixels, bytes] : {std::pair{100, 13}, std::pair{96, 12}, std::pair{8, 1}}) {
+    Page page(100, 1000);
+    page.Band(pixels, 16, 0, 0, false, 1);
+    EXPECT_EQ(Calls().Renderers[0].Width, bytes) << pixels;
+    EXPECT_EQ(Calls().Renderers[0].RowPixels, pixels);
+  }
 }
 
 // Each band against a 100 x 1000 page (portrait and landscape): whether the plug-in takes it. The band's

@@ -4,8 +4,8 @@
 
 #include <random>
 
+#include "decode/decoder.h"
 #include "src/raster/coders.h"
-#include "tests/reference/row_decoders.h"
 #include "tests/support/bytes.h"
 
 namespace inkweave {
@@ -52,98 +52,78 @@ Bytes Counting(int from, int count) {
 
 #define EXPECT_BYTES(actual, expected) EXPECT_EQ(FirstDifference(actual, expected), "")
 
-TEST(PatternEncode, GroupRunNeverTakesTheLastFourBytes) { EXPECT_BYTES(Pattern(Bytes(16, 0)), Hex("AC 00 8C 00")); }
-
-TEST(PatternEncode, BlankFullWidthRow) {
-  Bytes expected;
-  for (int i = 0; i < 9; ++i) expected = expected + Hex("FF 00 00 00 00");
-  expected = expected + Hex("FD 00 00  FC 00  EC 00  8C 00");
-  EXPECT_EQ(expected.size(), 54u);
-  EXPECT_BYTES(Pattern(Bytes(1280, 0)), expected);
+Bytes BlankFullWidthCodes() {
+  Bytes codes;
+  for (int i = 0; i < 9; ++i) codes = codes + Hex("FF 00 00 00 00");
+  return codes + Hex("FD 00 00  FC 00  EC 00  8C 00");  // 54 bytes for 1,280 blank bytes
 }
 
-TEST(PatternEncode, TwoByteUnitRun) {
-  EXPECT_BYTES(Pattern(Repeat(Hex("12 34"), 8)), Hex("95 12 34  03 12 34 12 34"));
-  // 89 groups = 178 units: two 64-unit codes, one of 32, then 18.
-  EXPECT_BYTES(Pattern(Repeat(Hex("12 34"), 180)),
-               Hex("FF 12 34 12 34  FF 12 34 12 34  FD 12 34  C5 12 34  03 12 34 12 34"));
-}
+TEST(PatternEncode, WorkedRows) {
+  const struct {
+    const char* what;
+    Bytes row, codes;
+  } cases[] = {
+      {"a group run never takes the last four bytes", Bytes(16, 0), Hex("AC 00 8C 00")},
+      {"a blank full-width row", Bytes(1280, 0), BlankFullWidthCodes()},
+      {"a two-byte unit run", Repeat(Hex("12 34"), 8), Hex("95 12 34  03 12 34 12 34")},
+      // 89 groups = 178 units: two 64-unit codes, one of 32, then 18.
+      {"a long two-byte unit run", Repeat(Hex("12 34"), 180),
+       Hex("FF 12 34 12 34  FF 12 34 12 34  FD 12 34  C5 12 34  03 12 34 12 34")},
+      // 40 groups counted: 32 + 8, then the last group at byte level.
+      {"a four-byte unit run", Repeat(Hex("01 02 03 04"), 41), Hex("FF 01 02 03 04  9F 01 02 03 04  03 01 02 03 04")},
+      {"a one-byte run used up exactly has no closing code", Bytes(36, 0), Hex("FC 00 8C 00")},
+      {"a two-byte unit run used up exactly", Bytes(68, 0x55), Hex("FD 55 55 8C 55")},
+      {"a four-byte unit run used up exactly", Bytes(132, 0xAA), Hex("FF AA AA AA AA 8C AA")},
+      {"a stretch stops where only eight bytes remain", Counting(1, 20),
+       Hex("0B") + Counting(1, 12) + Hex("07") + Counting(13, 8)},
+      {"groups are compared with their direct neighbour only", Repeat(Counting(1, 8), 2),
+       Hex("07") + Counting(1, 8) + Hex("07") + Counting(1, 8)},
+      {"byte-level runs and literals", Hex("01 02 02 03 04 04 04 05"), Hex("00 01  84 02  00 03  88 04  00 05")},
+      {"a two-byte run", Hex("07 07"), Hex("84 07")},
+      {"a two-byte literal", Hex("07 08"), Hex("01 07 08")},
+      {"runs do not reach across stretches", Hex("01 02 03 07") + Bytes(12, 0x07) + Hex("09 0A 0B 0C"),
+       Hex("03 01 02 03 07  AC 07  03 09 0A 0B 0C")},
+      // Rows are of even length; a last byte of its own is coded as a one-byte literal.
+      {"a single byte", Hex("5A"), Hex("00 5A")},
+      {"an odd length", Bytes(9, 0), Hex("9C 00  00 00")},
+      {"an empty row", Bytes{}, Bytes{}},
+  };
+  for (const auto& c : cases) EXPECT_BYTES(Pattern(c.row), c.codes) << c.what;
 
-TEST(PatternEncode, FourByteUnitRun) {
-  // 40 groups counted: 32 + 8, then the last group at byte level.
-  EXPECT_BYTES(Pattern(Repeat(Hex("01 02 03 04"), 41)), Hex("FF 01 02 03 04  9F 01 02 03 04  03 01 02 03 04"));
-}
-
-TEST(PatternEncode, OneByteRunUsedUpExactlyHasNoClosingCode) {
-  EXPECT_BYTES(Pattern(Bytes(36, 0)), Hex("FC 00 8C 00"));
-  EXPECT_BYTES(Pattern(Bytes(68, 0x55)), Hex("FD 55 55 8C 55"));
-  EXPECT_BYTES(Pattern(Bytes(132, 0xAA)), Hex("FF AA AA AA AA 8C AA"));
-}
-
-TEST(PatternEncode, StretchOfDifferingGroups) {
-  // Bytes 01..14: the stretch stops where only eight bytes remain.
-  EXPECT_BYTES(Pattern(Counting(1, 20)), Hex("0B") + Counting(1, 12) + Hex("07") + Counting(13, 8));
-  // A B A B: groups are compared with their direct neighbour only, so nothing repeats.
-  const Bytes abab = Repeat(Counting(1, 8), 2);
-  EXPECT_BYTES(Pattern(abab), Hex("07") + Counting(1, 8) + Hex("07") + Counting(1, 8));
-  const Bytes longAbab = Repeat(Counting(1, 8), 40);
-  for (std::size_t i = 0; i < Pattern(longAbab).size();) {
-    const std::uint8_t c = Pattern(longAbab)[i];
-    ASSERT_LT(c, 0x80) << "repeat code at " << i;
-    i += c + 2u;
-  }
-}
-
-TEST(PatternEncode, ByteLevelRunsAndLiterals) {
-  EXPECT_BYTES(Pattern(Hex("01 02 02 03 04 04 04 05")), Hex("00 01  84 02  00 03  88 04  00 05"));
-  EXPECT_BYTES(Pattern(Hex("07 07")), Hex("84 07"));
-  EXPECT_BYTES(Pattern(Hex("07 08")), Hex("01 07 08"));
-}
-
-TEST(PatternEncode, RunsDoNotReachAcrossStretches) {
-  // The 07 that ends the first stretch stays in its literal; the group run starts fresh.
-  const Bytes row = Hex("01 02 03 07") + Bytes(12, 0x07) + Hex("09 0A 0B 0C");
-  EXPECT_BYTES(Pattern(row), Hex("03 01 02 03 07  AC 07  03 09 0A 0B 0C"));
-}
-
-TEST(PatternEncode, LongLiteralsSplitAt128) {
+  // A B A B over a long row: never a repeat code.
+  const Bytes longAbab = Pattern(Repeat(Counting(1, 8), 40));
+  for (std::size_t i = 0; i < longAbab.size(); i += longAbab[i] + 2u) ASSERT_LT(longAbab[i], 0x80) << "at " << i;
+  // Long literals split at 128: 292 bytes in three literals, then the last 8 in one.
   Bytes row;
   for (int i = 0; i < 300; ++i) row.push_back(static_cast<std::uint8_t>(i * 7 + (i >> 8)));
   const Bytes codes = Pattern(row);
-  ASSERT_EQ(codes.size(), 300u + 4u);  // 292 bytes in three literals, then the last 8 in one
+  ASSERT_EQ(codes.size(), 300u + 4u);
   EXPECT_EQ(codes[0], 0x7F);
   EXPECT_EQ(codes[129], 0x7F);
 }
 
-TEST(PatternEncode, OddLengthsStillDecode) {
-  // Rows are of even length; a last byte of its own is coded as a one-byte literal.
-  EXPECT_BYTES(Pattern(Hex("5A")), Hex("00 5A"));
-  EXPECT_BYTES(Pattern(Bytes(9, 0)), Hex("9C 00  00 00"));
-  EXPECT_TRUE(Pattern(Bytes{}).empty());
-}
-
-TEST(PackBitsEncode, ShortRows) {
-  EXPECT_BYTES(PackBits(Hex("33 33 33")), Hex("FE 33"));
-  EXPECT_BYTES(PackBits(Hex("33 33")), Hex("01 33 33"));
-  EXPECT_BYTES(PackBits(Hex("33")), Hex("00 33"));
-  EXPECT_BYTES(PackBits(Bytes{}), Hex("FF"));
-}
-
-TEST(PackBitsEncode, LiteralsHoldAtMost127Bytes) {
-  const Bytes row = Counting(0, 130);
-  EXPECT_BYTES(PackBits(row), Hex("7E") + Counting(0, 127) + Hex("02") + Counting(127, 3));
-  EXPECT_BYTES(PackBits(Counting(0, 129)), Hex("7E") + Counting(0, 127) + Hex("01") + Counting(127, 2));
-  EXPECT_BYTES(PackBits(Counting(0, 128)), Hex("7D") + Counting(0, 126) + Hex("01") + Counting(126, 2));
-}
-
-TEST(PackBitsEncode, RunsAndTheirEnds) {
-  EXPECT_BYTES(PackBits(Hex("AA AA AA BB")), Hex("FE AA  00 BB"));
-  EXPECT_BYTES(PackBits(Hex("01 02 03 03")), Hex("03 01 02 03 03"));  // a closing pair stays literal
-  EXPECT_BYTES(PackBits(Hex("01 02 02 02 03 04")), Hex("00 01  FE 02  01 03 04"));
-  EXPECT_BYTES(PackBits(Bytes(128, 7)), Hex("81 07"));
-  EXPECT_BYTES(PackBits(Bytes(129, 7)), Hex("81 07  00 07"));
-  EXPECT_BYTES(PackBits(Bytes(130, 7)), Hex("81 07  01 07 07"));
-  EXPECT_BYTES(PackBits(Bytes(131, 7)), Hex("81 07  FE 07"));
+TEST(PackBitsEncode, WorkedRows) {
+  const struct {
+    Bytes row, codes;
+  } cases[] = {
+      {Hex("33 33 33"), Hex("FE 33")},
+      {Hex("33 33"), Hex("01 33 33")},
+      {Hex("33"), Hex("00 33")},
+      {Bytes{}, Hex("FF")},
+      // Literals hold at most 127 bytes.
+      {Counting(0, 130), Hex("7E") + Counting(0, 127) + Hex("02") + Counting(127, 3)},
+      {Counting(0, 129), Hex("7E") + Counting(0, 127) + Hex("01") + Counting(127, 2)},
+      {Counting(0, 128), Hex("7D") + Counting(0, 126) + Hex("01") + Counting(126, 2)},
+      // Runs and their ends: a closing pair stays literal.
+      {Hex("AA AA AA BB"), Hex("FE AA  00 BB")},
+      {Hex("01 02 03 03"), Hex("03 01 02 03 03")},
+      {Hex("01 02 02 02 03 04"), Hex("00 01  FE 02  01 03 04")},
+      {Bytes(128, 7), Hex("81 07")},
+      {Bytes(129, 7), Hex("81 07  00 07")},
+      {Bytes(130, 7), Hex("81 07  01 07 07")},
+      {Bytes(131, 7), Hex("81 07  FE 07")},
+  };
+  for (const auto& c : cases) EXPECT_BYTES(PackBits(c.row), c.codes) << "row of " << c.row.size();
 }
 
 TEST(PackBitsEncode, MirroredCodesTheMirroredRow) {
@@ -203,19 +183,13 @@ TEST(RowCoders, RoundTripEveryEvenLength) {
   for (std::size_t length = 2; length <= 1280; length += 2) {
     for (int kind = 0; kind < 7; ++kind) {
       const Bytes row = MakeRow(random, kind, length);
-      const Bytes pattern = Pattern(row);
-      Bytes decoded;
-      ASSERT_EQ(reference::PatternDecode(pattern.data(), pattern.size(), length, decoded),
-                static_cast<long>(pattern.size()))
-          << "pattern, length " << length << " kind " << kind;
-      ASSERT_EQ(decoded, row) << "pattern, length " << length << " kind " << kind;
-
-      const Bytes packbits = PackBits(row);
-      decoded.clear();
-      ASSERT_EQ(reference::PackBitsDecode(packbits.data(), packbits.size(), length, decoded),
-                static_cast<long>(packbits.size()))
-          << "packbits, length " << length << " kind " << kind;
-      ASSERT_EQ(decoded, row) << "packbits, length " << length << " kind " << kind;
+      // Through the printer model's own decoders, which share no code with the coders.
+      const auto pattern = decode::DecodePattern(Pattern(row), length);
+      ASSERT_TRUE(std::holds_alternative<Bytes>(pattern)) << std::get<decode::Error>(pattern).Message;
+      ASSERT_EQ(std::get<Bytes>(pattern), row) << "pattern, length " << length << " kind " << kind;
+      const auto packbits = decode::DecodePackBits(PackBits(row), length);
+      ASSERT_TRUE(std::holds_alternative<Bytes>(packbits)) << std::get<decode::Error>(packbits).Message;
+      ASSERT_EQ(std::get<Bytes>(packbits), row) << "packbits, length " << length << " kind " << kind;
     }
   }
 }

@@ -65,44 +65,6 @@ TEST(EmitStripe, SmallMonochromePageWriteByWrite) {
   EXPECT_EQ(device.State.PhaseRow, 0);
 }
 
-TEST(EmitStripe, SmallModeOnePageIsWidened) {
-  EmitDevice device(1, 2, 150);
-  device.State.InkModeCode = kInkModeColorOneBit;
-  const BandInfo band = testing::MakeBand(8);  // 2 bytes, 4 once widened
-  testing::BeginPage(device.State);
-  std::copy_n(Hex("80 00").begin(), 2, device.PlaneRow(0, 0, 3));
-  testing::EmitOne(device, 2, band, 1);
-  testing::FinishPage(device, band);  // mode 1: nothing left, nothing written
-  const std::vector<Bytes> actual = Writes(device);
-  ASSERT_EQ(actual.size(), 2u);
-  EXPECT_BYTES(actual[0], Hex("46 18 01"));
-  // Planes 3, 2, 0, 1 of row 0, then the blank row 1.
-  EXPECT_BYTES(actual[1], Hex("47 04 00 00 C0 88 00  5A 5A 5A  5A 5A 5A 5A"));
-}
-
-TEST(EmitStripe, ModeOneFlushesAPhaseAfterTheNextOnesFirstRow) {
-  EmitDevice device(1, 2, 150);
-  device.State.InkModeCode = kInkModeColorOneBit;
-  const BandInfo band = testing::MakeBand(64);
-  testing::BeginPage(device.State);
-  Fill(device, 16, 3, 0xF0, 8);
-  for (int stripe = 0; stripe < 7; ++stripe) testing::EmitOne(device, 16, band, 1);  // rows 0..111
-  std::vector<Bytes> actual = Writes(device);
-  ASSERT_EQ(actual.size(), 2u);
-  EXPECT_BYTES(actual[0], Hex("46 18 01"));
-  // 105 rows: FF 00 FF 00 ... once widened, 95 FF 00 03 FF 00 FF 00 in a record, three blank planes.
-  EXPECT_EQ(actual[1].size(), 105u * (3 + 8 + 3));
-
-  testing::FinishPage(device, band);  // rows 105..111 in buffer 1: 96 rows of padding, 280 - 256 fed
-  actual = Writes(device);
-  ASSERT_EQ(actual.size(), 2u + 1 + 96 + 1);
-  EXPECT_BYTES(actual[2], Hex("46 18 00"));
-  for (int i = 3; i < 99; ++i) EXPECT_BYTES(actual[i], Hex("5A 5A 5A 5A"));
-  EXPECT_EQ(actual[99].size(), 7u * 14);
-  EXPECT_EQ(device.State.PaperPosition, 280 + 24);
-  EXPECT_EQ(device.State.CurrentPass, 0);
-}
-
 TEST(EmitStripe, BlankPages) {
   // Modes 2..6: one feed per pass flushed and no pass data. Mode 1: nothing at all.
   for (int mode = 1; mode <= 6; ++mode) {
@@ -159,23 +121,6 @@ TEST(EmitStripe, BlankStripeValueMakesEveryPlaneRowAMarker) {
   EXPECT_TRUE(AllMarkers(first));
   EXPECT_TRUE(AllMarkers(second));
   EXPECT_EQ(device.State.StripeBuffers[1].RowsFilled, 61);
-}
-
-TEST(EmitStripe, GapsAreOneMarkerPerPlane) {
-  for (const std::uint16_t colorMode : {2, 1}) {
-    EmitDevice device(colorMode == 2 ? 2 : 18, colorMode);
-    const BandInfo band = testing::MakeBand(64);
-    testing::BeginPage(device.State);
-    Fill(device, 2, 3, 0x0F, 8);
-    testing::EmitOne(device, 2, band, 1);  // short: flushed at once, buffer 1 first
-    const std::vector<Bytes> actual = Writes(device);
-    ASSERT_GE(actual.size(), 2u);
-    const std::size_t gap = colorMode == 2 ? 212 : 53;
-    const Bytes& pass = actual[actual.size() - 3];
-    ASSERT_GT(pass.size(), gap);
-    EXPECT_TRUE(AllMarkers(Bytes(pass.begin(), pass.begin() + static_cast<long>(gap))));
-    EXPECT_EQ(pass[gap], 'G');
-  }
 }
 
 TEST(EmitStripe, BitDepthFollowsTheHalftoneAcrossPages) {

@@ -3,7 +3,7 @@
 // plug-in).
 //
 // Invariants, for every mode 1..6, colour and monochrome, one- and two-bit dots, and page heights that
-// end anywhere in a pass cycle (so that the last passes are shortened in every way):
+// end in every phase of the pass cycle (so that the last passes are shortened in every way):
 //   - the job parses and prints without a fault;
 //   - every page row that holds ink lands exactly once (one inked head row on it), and no ink lands
 //     anywhere else;
@@ -18,6 +18,7 @@
 #include "decode/decoder.h"
 #include "src/commands/command_writer.h"
 #include "src/commands/printer_commands.h"
+#include "src/raster/weave.h"
 #include "tests/support/emit_driver.h"
 
 namespace inkweave {
@@ -132,15 +133,27 @@ TEST_P(WeaveRoundTrip, EveryRowLandsOnceWithItsDots) {
   ExpectPrinted(c, page, out);
 }
 
+// Heights that end the page in every phase of the pass cycle, half-way into the phase and at its end,
+// in the first cycle (passes still filling) and the second (steady state), so that the last passes are
+// shortened in every way; and a page of one row. Colour and depth alternate over the heights.
 std::vector<Case> Cases() {
   std::vector<Case> cases;
-  const int heights[] = {1, 7, 16, 33, 52, 104, 105, 106, 160, 212, 250, 421, 630, 1000};
-  for (int mode = 1; mode <= 6; ++mode)
-    for (bool color : {true, false})
-      for (bool twoBit : {false, true}) {
-        if (twoBit && (mode < 2 || mode > 5)) continue;
-        for (int rows : heights) cases.push_back({mode, color, twoBit, rows, 120});
+  for (int mode = 1; mode <= 6; ++mode) {
+    const WeaveMode& weave = kWeaveModeTable[mode];
+    std::vector<int> heights{1};
+    for (int cycle = 0, row = 0; cycle < 2; ++cycle)
+      for (int phase = 0; phase < weave.Phases; ++phase) {
+        heights.push_back(row + weave.RowsOfPhase[phase] / 2);
+        row += weave.RowsOfPhase[phase];
+        if (cycle == 1) heights.push_back(row);
       }
+    int k = 0;
+    for (const int rows : heights) {
+      const bool twoBit = mode >= 2 && mode <= 5 && k % 2 == 1;
+      cases.push_back({mode, (k / 2) % 2 == 0, twoBit, rows, 120});
+      ++k;
+    }
+  }
   // Wide rows: up to the full plane.
   cases.push_back({1, true, false, 250, 1700});
   cases.push_back({2, true, true, 250, 5000});
