@@ -2,8 +2,11 @@
 // last choice) and the tone curves with their unsigned and signed clamps.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
+#include <utility>
+#include <vector>
 
 #include "src/color/color.h"
 #include "src/data/tables.h"
@@ -119,80 +122,74 @@ TEST(SelectColorLut, NoTableAboveMediaFiveButTheMemoryIsStored) {
 
 // Tone curves -------------------------------------------------------------------------------------
 
-struct Curves {
-  std::array<std::uint8_t, kToneCurveBytes> bytes{};
-  DeviceState state{};
-  Curves() {
+// Curves 0 brightness, 1 contrast, 2..4 red, green, blue gain, 5 gray; curve 6 is left alone. A
+// negative unsigned sum is a large number and saturates to 255, not to 0: kept on purpose; the gains
+// clamp as signed 16-bit values.
+TEST(BuildToneCurves, AdjustmentsTruncateAndClampPerCurve) {
+  struct Case {
+    const char* what;
+    std::int16_t brightness, contrast, red, green, blue;
+    std::vector<std::pair<int, int (*)(int)>> curves;  // curve, expected value of input i
+  };
+  const auto identity = +[](int i) { return i; };
+  const Case cases[] = {
+      {"no adjustment", 0, 0, 0, 0, 0, {{0, identity}, {1, identity}, {2, identity}, {3, identity}, {5, identity}}},
+      {"brightness -1 saturates 0 to white",
+       -1,
+       0,
+       0,
+       0,
+       0,
+       {{0, +[](int i) { return i == 0 ? 255 : i - 1; }},
+        {2, +[](int i) { return i == 0 ? 255 : i - 1; }},
+        {5, +[](int i) { return i == 0 ? 255 : i - 1; }}}},
+      {"brightness 64 adds trunc(64 x 255 / 128)",
+       64,
+       0,
+       0,
+       0,
+       0,
+       {{0, +[](int i) { return std::min(i + 127, 255); }}}},
+      {"brightness -128 subtracts 255", -128, 0, 0, 0, 0, {{0, +[](int i) { return i == 255 ? 0 : 255; }}}},
+      {"contrast 100 doubles around mid-scale, negatives wrap to 255",
+       0,
+       100,
+       0,
+       0,
+       0,
+       {{1, +[](int i) { return i >= 64 && i <= 191 ? 2 * i - 128 : 255; }},
+        {5, +[](int i) { return i >= 64 && i <= 191 ? 2 * i - 128 : 255; }}}},
+      {"contrast -100 is mid-scale", 0, -100, 0, 0, 0, {{1, +[](int) { return 128; }}}},
+      // Red: v - 2v <= 0 gives 0; green: 2v, above 255 gives 255; blue: v + 255 v is 256 (255) at v = 1 and
+      // past 32767 from v = 128 on (65533 at 255, as signed 16 bits -3, so 0); curves 0, 1 and 5 do not
+      // see the gains.
+      {"gains clamp signed",
+       0,
+       0,
+       -256,
+       128,
+       32767,
+       {{2, +[](int) { return 0; }},
+        {3, +[](int i) { return std::min(2 * i, 255); }},
+        {4, +[](int i) { return i >= 1 && i <= 127 ? 255 : 0; }},
+        {0, identity},
+        {5, identity}}},
+  };
+  for (const Case& c : cases) {
+    std::array<std::uint8_t, kToneCurveBytes> bytes;
     bytes.fill(0xA5);
+    DeviceState state{};
     state.ToneCurves = bytes.data();
+    state.BrightnessAdjust = c.brightness;
+    state.ContrastAdjust = c.contrast;
+    state.RedGain = c.red;
+    state.GreenGain = c.green;
+    state.BlueGain = c.blue;
+    BuildToneCurves(state);
+    for (const auto& [curve, expected] : c.curves)
+      for (int i = 0; i < 256; ++i) ASSERT_EQ(bytes[curve * 256 + i], expected(i)) << c.what << ", curve " << curve;
+    for (int i = 0; i < 256; ++i) ASSERT_EQ(bytes[6 * 256 + i], 0xA5) << c.what << ": curve 6 is left alone";
   }
-  int at(int curve, int i) const { return bytes[static_cast<std::size_t>(curve * 256 + i)]; }
-  void Build() { BuildToneCurves(state); }
-};
-
-TEST(BuildToneCurves, ZeroAdjustmentsGiveIdentitiesAndLeaveCurveSix) {
-  Curves c;
-  c.Build();
-  for (int curve = 0; curve <= 5; ++curve)
-    for (int i = 0; i < 256; ++i) ASSERT_EQ(c.at(curve, i), i) << "curve " << curve;
-  for (int i = 0; i < 256; ++i) ASSERT_EQ(c.at(6, i), 0xA5);
-}
-
-// A negative sum is a large unsigned number and saturates to 255, not to 0; kept on purpose.
-TEST(BuildToneCurves, BrightnessMinusOneSaturatesZeroToWhite) {
-  Curves c;
-  c.state.BrightnessAdjust = -1;
-  c.Build();
-  EXPECT_EQ(c.at(0, 0), 255);
-  for (int i = 1; i < 256; ++i) ASSERT_EQ(c.at(0, i), i - 1);
-  // Gray and channel curves pass through it (contrast and gains zero).
-  for (int curve : {2, 3, 4, 5}) {
-    EXPECT_EQ(c.at(curve, 0), 255) << curve;
-    EXPECT_EQ(c.at(curve, 200), 199) << curve;
-  }
-}
-
-TEST(BuildToneCurves, BrightnessOffsetsTruncateAndClamp) {
-  Curves c;
-  c.state.BrightnessAdjust = 64;  // trunc(64 * 255 / 128) = 127
-  c.Build();
-  EXPECT_EQ(c.at(0, 0), 127);
-  EXPECT_EQ(c.at(0, 128), 255);
-  c.state.BrightnessAdjust = -128;  // -255
-  c.Build();
-  EXPECT_EQ(c.at(0, 255), 0);
-  EXPECT_EQ(c.at(0, 254), 255);
-}
-
-TEST(BuildToneCurves, ContrastHundredDoublesAroundMidScale) {
-  Curves c;
-  c.state.ContrastAdjust = 100;
-  c.Build();
-  for (int i = 0; i < 256; ++i) {
-    const int expected = (i >= 64 && i <= 191) ? 2 * i - 128 : 255;  // negatives wrap to 255
-    ASSERT_EQ(c.at(1, i), expected) << i;
-    ASSERT_EQ(c.at(5, i), expected) << i;
-  }
-  c.state.ContrastAdjust = -100;  // everything to mid-scale
-  c.Build();
-  for (int i = 0; i < 256; ++i) ASSERT_EQ(c.at(1, i), 128) << i;
-}
-
-TEST(BuildToneCurves, GainsClampSignedToZeroAndFull) {
-  Curves c;
-  c.state.RedGain = -256;    // v - 2v <= 0 gives 0
-  c.state.GreenGain = 128;   // 2v, above 255 gives 255
-  c.state.BlueGain = 32767;  // v = 255 gives 65533, as signed 16 bits -3, so 0
-  c.Build();
-  for (int i = 0; i < 256; ++i) {
-    ASSERT_EQ(c.at(2, i), 0) << i;
-    ASSERT_EQ(c.at(3, i), i <= 127 ? 2 * i : 255) << i;
-  }
-  EXPECT_EQ(c.at(4, 0), 0);
-  EXPECT_EQ(c.at(4, 1), 255);  // 1 + 255 = 256
-  EXPECT_EQ(c.at(4, 255), 0);
-  // Curves 0, 1 and 5 do not see the gains.
-  for (int i = 0; i < 256; ++i) ASSERT_EQ(c.at(5, i), i);
 }
 
 }  // namespace

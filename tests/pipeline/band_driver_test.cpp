@@ -173,7 +173,7 @@ TEST(BandDriver, LandscapeClearsTheFirstPlaneAndCutsTheBandToThePage) {
 
 TEST(BandDriver, RowUnitsOfOneBitBands) {
   // Bytes per row of a 1-bit band: a partial last byte, and a width of whole bytes.
-  for (const auto [pixels, bytes] : {std::pair{100, 13}, std::pair{96, 12}, std::pair{8, 1}}) {
+  for (const auto& [pixels, bytes] : {std::pair{100, 13}, std::pair{96, 12}, std::pair{8, 1}}) {
     Page page(100, 1000);
     page.Band(pixels, 16, 0, 0, false, 1);
     EXPECT_EQ(Calls().Renderers[0].Width, bytes) << pixels;
