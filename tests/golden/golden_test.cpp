@@ -88,6 +88,8 @@ struct GoldenCase {
   std::vector<std::vector<int>> inkModes{};  // per page, the "I" codes; empty: not checked
 };
 
+void PrintTo(const GoldenCase& c, std::ostream* os) { *os << c.name; }
+
 // A small deterministic generator (the same numbers on every platform and library).
 struct Lcg {
   std::uint32_t state;

@@ -67,8 +67,8 @@ TEST(BandDriver, StripesOfABand) {
     int lines;
     std::vector<int> rendered;
   };
-  for (const Case& c : {Case{2, 17, {16}}, Case{2, 20, {16, 4}}, Case{2, 1, {}}, Case{2, 33, {16, 16}},
-                        Case{6, 10, {4, 4, 2}}}) {
+  for (const Case& c :
+       {Case{2, 17, {16}}, Case{2, 20, {16, 4}}, Case{2, 1, {}}, Case{2, 33, {16, 16}}, Case{6, 10, {4, 4, 2}}}) {
     Page page(100, 1000, false, c.printMode == 6 ? 600 : 300);
     page.state().PrintMode = c.printMode;
     page.Band(100, c.lines, 0, 1);
@@ -92,13 +92,17 @@ TEST(BandDriver, BlankBandStillEmitsEveryStripe) {
 
 TEST(BandDriver, PageSetUpOnlyAtTheOrigin) {
   Page page(100, 64);
-  page.state().StripeBuffers[0].RowsFilled = 9;
+  // What an abandoned page left: rows in a pass, ink seen.
+  page.state().StripeBuffers[1].RowsFilled = 9;
+  page.state().StripeBuffers[1].WritePos += 7;
   page.state().PageInkSeen = 1;
   page.Band(100, 32, 0, 0);
   EXPECT_EQ(Calls().ColorLutSelections, 1);
   EXPECT_EQ(Calls().LastPurpose, 2) << "dither asks for the dither table";
   EXPECT_EQ(Calls().ToneCurveBuilds, 1);
-  EXPECT_EQ(page.state().StripeBuffers[0].RowsFilled, 0);
+  EXPECT_EQ(page.state().StripeBuffers[1].RowsFilled, 0);
+  EXPECT_EQ(page.state().StripeBuffers[1].WritePos, page.state().StripeBuffers[1].BufferStart);
+  EXPECT_EQ(page.state().PageInkSeen, 0);
   EXPECT_EQ(Calls().Emits[0].StripeFlag, 1) << "the first stripe of the page";
   EXPECT_EQ(Calls().Emits[1].StripeFlag, 0);
   page.Band(100, 32, 0, 32);

@@ -144,14 +144,5 @@ TEST(RendererSelection, OtherHalftoneValuesKeepTheMethodInForce) {
   EXPECT_EQ(s.chosen, nullptr) << "no renderer for a halftone in force other than 1 and 2";
 }
 
-TEST(RendererSelection, GrayBandsUnderDitherUseTheGrayRenderers) {
-  for (std::uint16_t bits : {8, 1}) {
-    Selection s(1, 2);
-    s.band.Header.biBitCount = bits;
-    s.Select();
-    EXPECT_EQ(s.chosen, &DitherGrayPortrait);
-  }
-}
-
 }  // namespace
 }  // namespace inkweave
