@@ -46,122 +46,79 @@ Bytes Noise(std::size_t n, unsigned seed) {
   return row;
 }
 
-TEST_F(Records, BlankRowsAndBlankStripesAreOneMarker) {
-  EncodeRow(pass, Bytes(640, 0).data(), 640, context);
-  context.StripeValue = 0;
-  EncodeRow(pass, Bytes(640, 0xFF).data(), 640, context);
-  EncodeRowPair(pass, Bytes(640, 0xFF).data(), Bytes(640, 0xFF).data(), 640, context);
-  context.StripeValue = 1;
-  EncodeRowPair(pass, Bytes(640, 0).data(), Bytes(640, 0).data(), 640, context);
-  EXPECT_BYTES(Held(), Hex("5A 5A 5A 5A"));
-}
-
-TEST_F(Records, TrailingZerosAreStillSent) {
-  Bytes row(16, 0);
-  row[0] = 0x80;
-  EncodeRow(pass, row.data(), 16, context);
-  // 80 00 00 00 | 00 00 00 00 | ...: a stretch of four, a group run of 8, the last four.
-  EXPECT_BYTES(Held(), Hex("47 08 00  00 80 88 00  9C 00  8C 00"));
-}
-
-TEST_F(Records, CodesAsLongAsTheRowGoOutCompressed) {
-  EncodeRow(pass, Hex("01 01 02 02").data(), 4, context);
-  EXPECT_BYTES(Held(), Hex("47 04 00  84 01 84 02"));
-  Clear();
-  EncodeRow(pass, Hex("01 02").data(), 2, context);  // 3 code bytes: raw
-  EXPECT_BYTES(Held(), Hex("47 02 80  01 02"));
-}
-
-TEST_F(Records, IncompressibleFullWidthRowIsRaw) {
-  const Bytes row = Noise(1280, 3);
-  EncodeRow(pass, row.data(), 1280, context);
-  EXPECT_BYTES(Held(), Hex("47 00 85") + row);
-}
-
-TEST_F(Records, CompressionMethods) {
-  const Bytes row = Hex("00 00 00 00 00 00 07 07");
-  context.CompressionMethod = 0;
-  EncodeRow(pass, row.data(), 8, context);
-  EXPECT_BYTES(Held(), Hex("47 08 00") + row);
-  Clear();
-  context.CompressionMethod = 1;
-  EncodeRow(pass, row.data(), 8, context);
-  EXPECT_BYTES(Held(), Hex("47 05 00  FB 00  01 07 07"));
-  Clear();
-  context.CompressionMethod = 7;  // any other value: the pattern coder
-  EncodeRow(pass, row.data(), 8, context);
-  EXPECT_BYTES(Held(), Hex("47 04 00  94 00  84 07"));
-}
-
-TEST_F(Records, ModeOneRowsAreWidened) {
+// One record per row: the pass bytes for a row (or a pair of halves) under each context.
+TEST_F(Records, WorkedRows) {
+  const Bytes noise = Noise(1280, 3), a = Noise(640, 1), b = Noise(640, 2), shortNoise = Noise(64, 5);
+  Bytes twoBitBlank = PatternCodes(Bytes(16, 0)) + PatternCodes(Hex("00 00 00 00 00 00 00 00 00 00 00 00 00 00 30 00"));
+  twoBitBlank.insert(twoBitBlank.begin(), {'G', static_cast<std::uint8_t>(twoBitBlank.size()), 0});
+  Bytes mirroredNoise = Hex("47 40 80");
+  for (auto it = shortNoise.rbegin(); it != shortNoise.rend(); ++it) mirroredNoise.push_back(ReverseBits(*it));
+  struct Case {
+    const char* what;
+    std::uint8_t printMode, compression, mirror;
+    std::int16_t stripeValue;
+    Bytes row, second;  // second half: empty for a one-bit row
+    Bytes held;
+  };
+  const Case cases[] = {
+      {"a blank row is one marker", 2, 2, 0, 1, Bytes(640, 0), {}, Hex("5A")},
+      {"a blank stripe's row is one marker", 2, 2, 0, 0, Bytes(640, 0xFF), {}, Hex("5A")},
+      {"a blank stripe's pair is one marker", 2, 2, 0, 0, Bytes(640, 0xFF), Bytes(640, 0xFF), Hex("5A")},
+      {"a blank pair is one marker", 2, 2, 0, 1, Bytes(640, 0), Bytes(640, 0), Hex("5A")},
+      // 80 00 00 00 | 00 00 00 00 | ...: a stretch of four, a group run of 8, the last four.
+      {"trailing zeros are still sent",
+       2,
+       2,
+       0,
+       1,
+       Hex("80") + Bytes(15, 0),
+       {},
+       Hex("47 08 00  00 80 88 00  9C 00  8C 00")},
+      {"codes as long as the row go out compressed", 2, 2, 0, 1, Hex("01 01 02 02"), {}, Hex("47 04 00  84 01 84 02")},
+      {"three code bytes for two go out raw", 2, 2, 0, 1, Hex("01 02"), {}, Hex("47 02 80  01 02")},
+      {"an incompressible full-width row is raw", 2, 2, 0, 1, noise, {}, Hex("47 00 85") + noise},
+      {"compression off", 2, 0, 0, 1, Hex("00 00 00 00 00 00 07 07"), {}, Hex("47 08 00  00 00 00 00 00 00 07 07")},
+      {"PackBits", 2, 1, 0, 1, Hex("00 00 00 00 00 00 07 07"), {}, Hex("47 05 00  FB 00  01 07 07")},
+      {"any other method is the pattern coder",
+       2,
+       7,
+       0,
+       1,
+       Hex("00 00 00 00 00 00 07 07"),
+       {},
+       Hex("47 04 00  94 00  84 07")},
+      {"mode 1 widens", 1, 2, 0, 1, Hex("01 80"), {}, Hex("47 04 80  00 03 C0 00")},
+      {"mode 17 widens", 17, 2, 0, 1, Hex("01 80"), {}, Hex("47 04 80  00 03 C0 00")},
+      {"mode 33 widens", 33, 2, 0, 1, Hex("01 80"), {}, Hex("47 04 80  00 03 C0 00")},
+      {"mode 49 widens", 49, 2, 0, 1, Hex("01 80"), {}, Hex("47 04 80  00 03 C0 00")},
+      {"mode 65 does not widen", 65, 2, 0, 1, Hex("01 80"), {}, Hex("47 02 80  01 80")},
+      // A blank first half is still sent: its run codes, then the second half's codes.
+      {"a pair with a blank first half", 2, 2, 0, 1, Bytes(16, 0),
+       Hex("00 00 00 00 00 00 00 00 00 00 00 00 00 00 30 00"), twoBitBlank},
+      {"an incompressible pair: 2L with bit 15, both raw", 2, 2, 0, 1, a, b, Hex("47 00 85") + a + b},
+      {"a pair, compression off", 2, 0, 0, 1, Hex("01 02"), Hex("03 04"), Hex("47 04 00  01 02 03 04")},
+      {"a pair in PackBits, back to back", 2, 1, 0, 1, Bytes(6, 0), Bytes(6, 9), Hex("47 04 00  FB 00  FB 09")},
+      // The mirrored row is 00 ... 00 80: a group run of 12, then the last four bytes.
+      {"mirrored", 2, 2, 1, 1, Hex("01") + Bytes(15, 0), {}, Hex("47 06 00  AC 00  88 00 00 80")},
+      {"mirrored, compression off", 2, 0, 1, 1, Hex("01 C2"), {}, Hex("47 02 00  43 80")},
+      {"mirrored and raw", 2, 2, 1, 1, shortNoise, {}, mirroredNoise},
+  };
+  for (const Case& c : cases) {
+    Clear();
+    context.PrintMode = c.printMode;
+    context.CompressionMethod = c.compression;
+    context.MirrorOutput = c.mirror;
+    context.StripeValue = c.stripeValue;
+    const auto width = static_cast<std::uint16_t>(c.row.size());
+    if (c.second.empty())
+      EncodeRow(pass, c.row.data(), width, context);
+    else
+      EncodeRowPair(pass, c.row.data(), c.second.data(), width, context);
+    EXPECT_BYTES(Held(), c.held) << c.what;
+  }
   Bytes out(4);
-  WidenRow(out.data(), Hex("01 80").data(), 2);
-  EXPECT_BYTES(out, Hex("00 03  C0 00"));
   WidenRow(out.data(), Hex("A5 3C").data(), 2);
   EXPECT_BYTES(out, Hex("CC 33  0F F0"));
-
-  const Bytes row = Hex("01 80");
-  for (std::uint8_t mode : {1, 17, 33, 49}) {
-    Clear();
-    context.PrintMode = mode;
-    EncodeRow(pass, row.data(), 2, context);
-    EXPECT_BYTES(Held(), Hex("47 04 80  00 03 C0 00")) << int(mode);
-  }
-  for (std::uint8_t mode : {2, 65}) {
-    Clear();
-    context.PrintMode = mode;
-    EncodeRow(pass, row.data(), 2, context);
-    EXPECT_BYTES(Held(), Hex("47 02 80  01 80")) << int(mode);
-  }
-}
-
-TEST_F(Records, TwoBitRecords) {
-  // A blank first half is still sent: its run codes, then the second half's codes.
-  const Bytes blank(16, 0);
-  const Bytes second = Hex("00 00 00 00 00 00 00 00 00 00 00 00 00 00 30 00");
-  EncodeRowPair(pass, blank.data(), second.data(), 16, context);
-  const Bytes codes = PatternCodes(blank) + PatternCodes(second);
-  const Bytes header = {'G', static_cast<std::uint8_t>(codes.size()), 0};
-  EXPECT_BYTES(Held(), header + codes);
-
-  // Incompressible halves: 2L with bit 15, then both rows raw.
-  Clear();
-  const Bytes a = Noise(640, 1), b = Noise(640, 2);
-  EncodeRowPair(pass, a.data(), b.data(), 640, context);
-  EXPECT_BYTES(Held(), Hex("47 00 85") + a + b);
-
-  // Compression off: 2L, both rows.
-  Clear();
-  context.CompressionMethod = 0;
-  EncodeRowPair(pass, Hex("01 02").data(), Hex("03 04").data(), 2, context);
-  EXPECT_BYTES(Held(), Hex("47 04 00  01 02 03 04"));
-
-  // PackBits halves back to back.
-  Clear();
-  context.CompressionMethod = 1;
-  EncodeRowPair(pass, Bytes(6, 0).data(), Bytes(6, 9).data(), 6, context);
-  EXPECT_BYTES(Held(), Hex("47 04 00  FB 00  FB 09"));
-}
-
-TEST_F(Records, MirroredRows) {
-  context.MirrorOutput = 1;
-  const Bytes row = Hex("01 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00");
-  EncodeRow(pass, row.data(), 16, context);
-  // The mirrored row is 00 ... 00 80: a group run of 12, then the last four bytes.
-  EXPECT_BYTES(Held(), Hex("47 06 00  AC 00  88 00 00 80"));
-
-  Clear();
-  context.CompressionMethod = 0;
-  EncodeRow(pass, Hex("01 C2").data(), 2, context);
-  EXPECT_BYTES(Held(), Hex("47 02 00  43 80"));
-
-  Clear();
-  context.CompressionMethod = 2;
-  const Bytes noise = Noise(64, 5);
-  EncodeRow(pass, noise.data(), 64, context);
-  Bytes expected = Hex("47 40 80");
-  for (auto it = noise.rbegin(); it != noise.rend(); ++it) expected.push_back(ReverseBits(*it));
-  EXPECT_BYTES(Held(), expected);
 }
 
 TEST_F(Records, PassBufferBound) {
