@@ -124,10 +124,7 @@ inline PixelFn RandomRuns(std::uint32_t seed) {
   };
 }
 
-// Scan geometry of a band for a renderer: lines along the scan and pixels across it.
-inline int BandLines(const TestBand& band, bool landscape) {
-  return landscape ? band.Info.Header.biWidth : band.Info.Header.biHeight;
-}
+// The pixels across a band's scan lines.
 inline int BandAcross(const TestBand& band, bool landscape) {
   return landscape ? band.Info.Header.biHeight : band.Info.Header.biWidth;
 }

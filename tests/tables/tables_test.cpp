@@ -30,7 +30,7 @@ std::string Slurp(const std::string& path) {
   return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
-TEST(GeneratedTables, CheckedInFilesAreWhatTheGeneratorsWrite) {
+TEST(GeneratedTables, CheckedInFilesMatchTheirGenerators) {
   const struct {
     const char* generator;
     const char* name;
