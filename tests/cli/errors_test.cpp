@@ -184,7 +184,7 @@ TEST(PrintErrors, DamagedImageLeavesTheOldOutputAlone) {
   WriteFile(dir / "cut.png", std::string(png.begin(), png.begin() + static_cast<long>(png.size() / 2)));
   WriteFile(dir / "out.prn", "the user's earlier job");
   ExpectOneLineError(RunInkweave({"print", Example("testpage.pdf"), dir / "cut.png", "-o", dir / "out.prn"}), 1,
-                     "cut.png");
+                     "cut.png: damaged PNG: vipspng: libpng read error");  // the file, its format and why
   const auto kept = ReadFile(dir / "out.prn");
   EXPECT_EQ(std::string(kept.begin(), kept.end()), "the user's earlier job");
   EXPECT_EQ(dir.Files(), (std::vector<std::string>{"cut.png", "out.prn"}));
