@@ -44,7 +44,7 @@ struct JobSpec {
   bool diffusion;
 };
 
-void RunTwoPageJob(host::HostSession& session, const JobSpec& spec) {
+void RunTwoPageJob(host::HostSession& session, const JobSpec& kind) {
   host::PageSource source;
   source.Width = 200;
   source.Height = 260;
@@ -60,14 +60,14 @@ void RunTwoPageJob(host::HostSession& session, const JobSpec& spec) {
       }
     return true;
   };
-  host::SelectModes(session, spec.diffusion, spec.highRes);
+  host::SelectModes(session, kind.diffusion, kind.highRes);
   session.Command(host::kCallbackJobStart);
   for (int page = 0; page < 2; ++page) host::PrintPage(session, source, 48);
   session.Command(host::kCallbackJobEnd);
 }
 
-host::DeviceSetup PageFor(const JobSpec& spec) {
-  host::DeviceSetup setup = SmallPage(spec.quality);
+host::DeviceSetup PageFor(const JobSpec& kind) {
+  host::DeviceSetup setup = SmallPage(kind.quality);
   setup.PageWidth = 200;
   setup.PageHeight = 260;
   return setup;
@@ -110,16 +110,16 @@ std::vector<std::uint32_t> WritesToFail(const std::vector<host::SpoolWrite>& wri
 // failed write was one of the direct writes (a form feed, the final reset), which never mark the job.
 // Nothing leaks.
 TEST(WriteFaults, AnyFailedWriteOfAWholeJobEndsItWithTheAbortTail) {
-  for (const JobSpec& spec :
+  for (const JobSpec& kind :
        {JobSpec{150, false, false}, JobSpec{300, false, true}, JobSpec{600, false, false}, JobSpec{600, true, true}}) {
-    SCOPED_TRACE(::testing::Message() << spec.quality << " dpi" << (spec.highRes ? " high resolution" : "")
-                                      << (spec.diffusion ? ", diffusion" : ", dither"));
+    SCOPED_TRACE(::testing::Message() << kind.quality << " dpi" << (kind.highRes ? " high resolution" : "")
+                                      << (kind.diffusion ? ", diffusion" : ", dither"));
     std::vector<host::SpoolWrite> clean;
     {
       host::HostSession session(kLinkedPlugin);
       ASSERT_EQ(session.Load(), S_OK);
-      ASSERT_EQ(session.Enable(PageFor(spec)), S_OK);
-      RunTwoPageJob(session, spec);
+      ASSERT_EQ(session.Enable(PageFor(kind)), S_OK);
+      RunTwoPageJob(session, kind);
       clean = session.Spool().Writes();
     }
     ASSERT_GT(clean.size(), 100u);
@@ -132,9 +132,9 @@ TEST(WriteFaults, AnyFailedWriteOfAWholeJobEndsItWithTheAbortTail) {
       {
         host::HostSession session(kLinkedPlugin);
         ASSERT_EQ(session.Load(), S_OK);
-        ASSERT_EQ(session.Enable(PageFor(spec)), S_OK);
+        ASSERT_EQ(session.Enable(PageFor(kind)), S_OK);
         session.Spool().SetFaults({nth, false, E_FAIL});
-        RunTwoPageJob(session, spec);
+        RunTwoPageJob(session, kind);
         const auto& writes = session.Spool().Writes();
         ASSERT_EQ(writes.size(), clean.size());
         for (std::size_t i = 0; i + 1 < writes.size(); ++i)
