@@ -16,6 +16,7 @@
 #include <fstream>
 #include <functional>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <variant>
@@ -28,15 +29,19 @@ namespace inkweave::cupstest {
 
 namespace fs = std::filesystem;
 
-// A fresh directory under the build tree, removed with the object.
+// A fresh directory under the system's temporary directory, removed with the object. Other users may
+// enter it (not list it): a CUPS scheduler runs filters and backends as lp, and the build tree may sit
+// where lp cannot go.
 class TempDir {
  public:
   explicit TempDir(const std::string& name) {
     const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    path_ = fs::path(INKWEAVE_BINARY_DIR) / "tests-cups-tmp" /
-            (name + "-" + (info ? std::string(info->name()) : "x") + "-" + std::to_string(getpid()));
-    fs::remove_all(path_);
-    fs::create_directories(path_);
+    std::string pattern =
+        (fs::temp_directory_path() / ("inkweave-" + name + "-" + (info ? std::string(info->name()) : "x") + "-XXXXXX"))
+            .string();
+    if (!mkdtemp(pattern.data())) throw std::runtime_error("cannot create a directory like " + pattern);
+    path_ = pattern;
+    fs::permissions(path_, fs::perms::owner_all | fs::perms::group_exec | fs::perms::others_exec);
   }
   ~TempDir() { fs::remove_all(path_); }
   const fs::path& Path() const { return path_; }

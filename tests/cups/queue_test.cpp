@@ -35,7 +35,8 @@ std::set<std::string> Shown(const std::string& out, const std::string& attribute
   return values;
 }
 
-// A ServerBin of symlinks to the system's, whose filter/ also holds our uninstalled filter.
+// A ServerBin of symlinks to the system's, whose filter/ also holds a copy of our filter, with the plug-in
+// beside it as installed (filter/../../inkweave/): the scheduler runs it as lp, who may not reach the build tree.
 fs::path MakeServerBin(const TempDir& dir) {
   const fs::path bin = dir / "serverbin";
   fs::create_directories(bin / "filter");
@@ -43,7 +44,9 @@ fs::path MakeServerBin(const TempDir& dir) {
     if (entry.path().filename() != "filter") fs::create_symlink(entry.path(), bin / entry.path().filename());
   for (const auto& entry : fs::directory_iterator("/usr/lib/cups/filter"))
     fs::create_symlink(entry.path(), bin / "filter" / entry.path().filename());
-  fs::create_symlink(RASTERTOINKWEAVE_PATH, bin / "filter/rastertoinkweave");
+  fs::copy_file(RASTERTOINKWEAVE_PATH, bin / "filter/rastertoinkweave");
+  fs::create_directories(dir / "inkweave");
+  fs::copy_file(INKWEAVE_PLUGIN_PATH, dir / "inkweave/libinkweave.so");
   return bin;
 }
 

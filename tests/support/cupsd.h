@@ -37,7 +37,8 @@ class Cupsd {
   std::string Server() const { return "localhost:" + std::to_string(port_); }
   // A CUPS client program run against this scheduler.
   ProcessResult Run(std::vector<std::string> argv, std::chrono::seconds timeout = std::chrono::seconds(120)) const;
-  // Waits until no job is queued or printing. False at the timeout.
+  // Waits until no job is queued or printing. False at the timeout, or at once when a failed job stopped
+  // the printer.
   bool WaitForJobs(std::chrono::seconds timeout) const;
   std::string ErrorLog() const;
 
