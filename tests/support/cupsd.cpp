@@ -82,8 +82,8 @@ bool Cupsd::WaitForJobs(std::chrono::seconds timeout) const {
   while (std::chrono::steady_clock::now() < deadline) {
     const ProcessResult queued = Run({"lpstat", "-o"}, std::chrono::seconds(30));
     if (queued.Exit == 0 && queued.Out.empty()) return true;
-    // A job whose filter or backend failed stops its printer (the default error policy) and waits forever.
-    if (Run({"lpstat", "-p"}, std::chrono::seconds(30)).Out.find("disabled") != std::string::npos) return false;
+    // A job whose filter or backend failed is stopped (with its printer, by the default error policy).
+    if (ErrorLog().find("] Job stopped due to") != std::string::npos) return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
   }
   return false;

@@ -37,8 +37,7 @@ class Cupsd {
   std::string Server() const { return "localhost:" + std::to_string(port_); }
   // A CUPS client program run against this scheduler.
   ProcessResult Run(std::vector<std::string> argv, std::chrono::seconds timeout = std::chrono::seconds(120)) const;
-  // Waits until no job is queued or printing. False at the timeout, or at once when a failed job stopped
-  // the printer.
+  // Waits until no job is queued or printing. False at the timeout, or as soon as a job stopped on an error.
   bool WaitForJobs(std::chrono::seconds timeout) const;
   std::string ErrorLog() const;
 
