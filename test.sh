@@ -18,6 +18,8 @@ echo "== build and test (build/)"
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DINKWEAVE_BENCH=ON >/dev/null
 cmake --build build -j "$jobs"
 ctest --test-dir build --output-on-failure -j "$jobs"
+# Why any test skipped (one does only when the machine lacks what it needs).
+grep -h -A1 ": Skipped$" build/Testing/Temporary/LastTest.log || true
 
 echo "== build and test with the address and undefined-behaviour sanitizers (build-san/)"
 cmake -S . -B build-san -G Ninja -DCMAKE_BUILD_TYPE=Debug -DINKWEAVE_SANITIZE=ON >/dev/null
