@@ -18,93 +18,88 @@ namespace {
 constexpr double kMeanTolerance = 0.12;
 constexpr double kChannelTolerance = 0.16;
 
-struct Job {
-  std::vector<decode::PrintedPage> Pages;
-  std::vector<unsigned char> Stream;
-};
-
-Job PrintAndDecode(const ScratchDir& dir, std::vector<std::string> args) {
-  const std::string out = dir / "job.prn";
+// Prints with the arguments into dir/job.prn; the pages decoded back and the stream.
+std::pair<std::vector<decode::PrintedPage>, std::vector<unsigned char>> Print(const ScratchDir& dir,
+                                                                              std::vector<std::string> args) {
   args.insert(args.begin(), "print");
-  args.push_back("-o");
-  args.push_back(out);
+  args.insert(args.end(), {"-o", dir / "job.prn"});
   const RunResult run = RunInkweave(args);
   EXPECT_EQ(run.Exit, 0) << run.Err;
   // Not a terminal: no progress, only the summary.
   EXPECT_TRUE(std::regex_match(run.Err, std::regex(".*/job\\.prn: [0-9]+ pages?, [0-9]+ bytes, [0-9.]+ s\n")))
       << run.Err;
-  return {DecodeStream(out), ReadFile(out)};
+  return {DecodeStream(dir / "job.prn"), ReadFile(dir / "job.prn")};
 }
 
-void ExpectLooksLike(const SourcePage& source, const decode::PrintedPage& page, int dpi, int block) {
-  const Comparison c = ComparePage(source, page, dpi, block);
-  EXPECT_LT(c.MeanError, kMeanTolerance);
-  EXPECT_LT(c.ChannelError, kChannelTolerance);
-  for (int i = 0; i < 4; ++i) EXPECT_NEAR(c.InkBox[i], c.SourceBox[i], 1) << "box side " << i;
-}
-
-TEST(PrintDocuments, EveryPageOfAPdfWithDither) {
-  ScratchDir dir;
-  const Job job = PrintAndDecode(dir, {Example("testpage.pdf"), "--quality", "150"});
-  ASSERT_EQ(job.Pages.size(), 2u);
-  for (int p = 0; p < 2; ++p) {
-    SCOPED_TRACE("page " + std::to_string(p + 1));
-    EXPECT_EQ(job.Pages[p].Dpi, 150);
-    EXPECT_TRUE(job.Pages[p].Color);
-    ExpectLooksLike(RenderSource(Example("testpage.pdf"), p, "a4", 150, false), job.Pages[p], 150, 15);
+TEST(PrintDocuments, EveryPageLooksLikeItsSourceAndLandsWhereItPutsIt) {
+  const std::string pdf = Example("testpage.pdf"), png = Example("testpage.png");
+  const struct {
+    std::vector<std::string> Args;
+    std::vector<std::pair<std::string, int>> Sources;  // file and page of each printed page
+    const char* Paper;
+    int Dpi;
+    bool Landscape, Mono;
+    Scale Scaled;
+  } kCases[] = {
+      {{pdf, "--quality", "150"}, {{pdf, 0}, {pdf, 1}}, "a4", 150, false, false, {}},  // dither
+      {{pdf, "--quality", "300", "--halftone", "diffusion", "--paper", "letter", "--media", "photo", "--pages", "2"},
+       {{pdf, 1}},
+       "letter",
+       300,
+       false,
+       false,
+       {}},
+      {{png, "--landscape", "--mono", "--quality", "150", "--media", "glossy", "--band-height", "64"},
+       {{png, 0}},
+       "a4",
+       150,
+       true,
+       true,
+       {}},
+      {{png, "--high-res", "--paper", "a5"}, {{png, 0}}, "a5", 600, false, false, {}},
+      // At 100% the 360 x 240 pixel picture (72 dpi: 5 x 3.33 in) prints 750 x 500 dots at 150 dpi, centred.
+      {{png, "--quality", "150", "--scale", "100%"}, {{png, 0}}, "a4", 150, false, false, Scale{100.0}},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(::testing::PrintToString(c.Args));
+    ScratchDir dir;
+    const auto pages = Print(dir, c.Args).first;
+    ASSERT_EQ(pages.size(), c.Sources.size());
+    for (std::size_t p = 0; p < pages.size(); ++p) {
+      if (c.Args[1] != "--high-res") {
+        EXPECT_EQ(pages[p].Dpi, c.Dpi);
+      }
+      EXPECT_EQ(pages[p].Color, !c.Mono);
+      const int block = c.Dpi / 10;
+      const SourcePage source =
+          RenderSource(c.Sources[p].first, c.Sources[p].second, c.Paper, c.Dpi, c.Landscape, c.Scaled);
+      const Comparison compared = ComparePage(source, pages[p], c.Dpi, block);
+      EXPECT_LT(compared.MeanError, kMeanTolerance);
+      if (c.Mono) {
+        EXPECT_EQ(compared.InkOutsideColour, 0.0);  // black ink only
+      } else {
+        EXPECT_LT(compared.ChannelError, kChannelTolerance);
+      }
+      for (int i = 0; i < 4; ++i) EXPECT_NEAR(compared.InkBox[i], compared.SourceBox[i], 1) << "box side " << i;
+      if (c.Scaled.Percent) {
+        EXPECT_NEAR(compared.SourceBox[0], (1200 - 750) / 2 / block, 1);
+        EXPECT_NEAR(compared.SourceBox[2] - compared.SourceBox[0] + 1, 750 / block, 1);
+      }
+    }
   }
-}
-
-TEST(PrintDocuments, ChosenPageWithDiffusionOnLetter) {
-  ScratchDir dir;
-  const Job job = PrintAndDecode(dir, {Example("testpage.pdf"), "--quality", "300", "--halftone", "diffusion",
-                                       "--paper", "letter", "--media", "photo", "--pages", "2"});
-  ASSERT_EQ(job.Pages.size(), 1u);
-  EXPECT_EQ(job.Pages[0].Dpi, 300);
-  ExpectLooksLike(RenderSource(Example("testpage.pdf"), 1, "letter", 300, false), job.Pages[0], 300, 30);
-}
-
-TEST(PrintDocuments, PngInLandscapeMonochrome) {
-  ScratchDir dir;
-  const Job job = PrintAndDecode(dir, {Example("testpage.png"), "--landscape", "--mono", "--quality", "150", "--media",
-                                       "glossy", "--band-height", "64"});
-  ASSERT_EQ(job.Pages.size(), 1u);
-  EXPECT_FALSE(job.Pages[0].Color);
-  const SourcePage source = RenderSource(Example("testpage.png"), 0, "a4", 150, true);
-  const Comparison c = ComparePage(source, job.Pages[0], 150, 15);
-  EXPECT_EQ(c.InkOutsideColour, 0.0);  // black ink only
-  EXPECT_LT(c.MeanError, kMeanTolerance);
-  for (int i = 0; i < 4; ++i) EXPECT_NEAR(c.InkBox[i], c.SourceBox[i], 1) << "box side " << i;
-}
-
-TEST(PrintDocuments, HighResolutionModeOnA5) {
-  ScratchDir dir;
-  const Job job = PrintAndDecode(dir, {Example("testpage.png"), "--high-res", "--paper", "a5"});
-  ASSERT_EQ(job.Pages.size(), 1u);
-  ExpectLooksLike(RenderSource(Example("testpage.png"), 0, "a5", 600, false), job.Pages[0], 600, 60);
-}
-
-TEST(PrintDocuments, FixedScaleLandsCentred) {
-  // At 100% the 360 x 240 pixel picture (72 dpi: 5 x 3.33 in) prints 750 x 500 dots at 150 dpi, centred.
-  ScratchDir dir;
-  const Job job = PrintAndDecode(dir, {Example("testpage.png"), "--quality", "150", "--scale", "100%"});
-  ASSERT_EQ(job.Pages.size(), 1u);
-  const SourcePage source = RenderSource(Example("testpage.png"), 0, "a4", 150, false, Scale{100.0});
-  const Comparison c = ComparePage(source, job.Pages[0], 150, 10);
-  EXPECT_NEAR(c.SourceBox[0], (1200 - 750) / 2 / 10, 1);
-  EXPECT_NEAR(c.SourceBox[2] - c.SourceBox[0] + 1, 75, 1);
-  for (int i = 0; i < 4; ++i) EXPECT_NEAR(c.InkBox[i], c.SourceBox[i], 1) << "box side " << i;
 }
 
 TEST(PrintDocuments, SeveralInputsMakeOneJobAndStdoutMatchesTheFile) {
   ScratchDir dir;
-  const Job job =
-      PrintAndDecode(dir, {Example("testpage.pdf"), Example("testpage.png"), "--quality", "150", "--pages", "1,3"});
-  ASSERT_EQ(job.Pages.size(), 2u);
-  const RunResult piped = RunInkweave(
-      {"print", Example("testpage.pdf"), Example("testpage.png"), "--quality", "150", "--pages", "1,3", "-o", "-"});
-  ASSERT_EQ(piped.Exit, 0) << piped.Err;
-  EXPECT_EQ(std::vector<unsigned char>(piped.Out.begin(), piped.Out.end()), job.Stream);
+  const std::vector<std::string> args = {
+      Example("testpage.pdf"), Example("testpage.png"), "--quality", "150", "--pages", "1,3"};
+  const auto [pages, stream] = Print(dir, args);
+  ASSERT_EQ(pages.size(), 2u);
+  std::vector<std::string> piped = {"print", "-o", "-"};
+  piped.insert(piped.end(), args.begin(), args.end());
+  const RunResult run = RunInkweave(piped);
+  ASSERT_EQ(run.Exit, 0) << run.Err;
+  EXPECT_EQ(std::vector<unsigned char>(run.Out.begin(), run.Out.end()), stream);
   EXPECT_EQ(dir.Files(), std::vector<std::string>{"job.prn"});  // no temporary file left behind
 }
 

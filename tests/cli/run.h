@@ -1,37 +1,26 @@
 // Running the inkweave program from a test, and scratch directories for its files.
 #pragma once
 
-#include <filesystem>
 #include <string>
 #include <vector>
 
+#include "tests/support/files.h"
+#include "tests/support/process.h"
+
 namespace inkweave::cli::testing {
 
-struct RunResult {
-  int Exit = -1;
-  std::string Out;
-  std::string Err;
-};
+using RunResult = inkweave::testing::ProcessResult;
+using ScratchDir = inkweave::testing::TempDir;
 
-// Runs the inkweave program with these arguments (no shell quoting needed for plain paths).
-RunResult RunInkweave(const std::vector<std::string>& args);
+// Runs the inkweave program with these arguments, standard input from /dev/null.
+inline RunResult RunInkweave(const std::vector<std::string>& args) {
+  std::vector<std::string> argv = {INKWEAVE_CLI};
+  argv.insert(argv.end(), args.begin(), args.end());
+  return inkweave::testing::RunProcess(argv, std::chrono::seconds(600));
+}
 
-// A fresh directory, removed with its contents at the end of the test.
-class ScratchDir {
- public:
-  ScratchDir();
-  ~ScratchDir();
-  const std::filesystem::path& Path() const { return path_; }
-  std::string operator/(const std::string& name) const { return (path_ / name).string(); }
-  // Names of the files in it, sorted.
-  std::vector<std::string> Files() const;
-
- private:
-  std::filesystem::path path_;
-};
-
-std::string Example(const std::string& name);  // a file of examples/
-std::vector<unsigned char> ReadFile(const std::string& path);
-void WriteFile(const std::string& path, const std::string& bytes);
+inline std::string Example(const std::string& name) { return std::string(INKWEAVE_SOURCE_DIR) + "/examples/" + name; }
+inline std::vector<unsigned char> ReadFile(const std::string& path) { return inkweave::testing::ReadBytes(path); }
+inline void WriteFile(const std::string& path, const std::string& bytes) { inkweave::testing::WriteText(path, bytes); }
 
 }  // namespace inkweave::cli::testing

@@ -3,27 +3,23 @@
 #pragma once
 
 #include <fcntl.h>
-#include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cups/raster.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <sstream>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <variant>
 #include <vector>
 
 #include "decode/decoder.h"
 #include "tests/support/print_stream.h"
+#include "tests/support/process.h"
 
 namespace inkweave::cupstest {
 
@@ -51,60 +47,20 @@ class TempDir {
   fs::path path_;
 };
 
-inline std::string ReadFile(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
+using inkweave::testing::ReadText;
+inline std::string ReadFile(const fs::path& path) { return ReadText(path); }
+using RunResult = inkweave::testing::ProcessResult;
 
-struct RunResult {
-  int ExitCode = -1;  // -1 when killed by a signal
-  int Signal = 0;
-  std::string Out;
-  std::string Err;
-};
-
-// Runs argv with stdin from `input` (empty: /dev/null), environment `env` added to ours. Kills the
-// program after `timeout`. `whileRunning`, when given, is called with the child's pid once started.
-inline RunResult RunProgram(const std::vector<std::string>& argv, const fs::path& input, const fs::path& scratch,
+// Runs argv with standard input from `input` (empty: /dev/null), `env` added to ours; `whileRunning`
+// is called with the child's pid once it started. A program still running after `timeoutSeconds` is
+// killed, and the test fails.
+inline RunResult RunProgram(const std::vector<std::string>& argv, const fs::path& input,
                             const std::vector<std::string>& env = {},
                             const std::function<void(pid_t)>& whileRunning = {}, int timeoutSeconds = 240) {
-  const fs::path out = scratch / "stdout", err = scratch / "stderr";
-  const pid_t pid = fork();
-  if (pid == 0) {
-    const int in = open(input.empty() ? "/dev/null" : input.c_str(), O_RDONLY);
-    const int o = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    const int e = open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    if (in < 0 || o < 0 || e < 0) _exit(126);
-    dup2(in, 0);
-    dup2(o, 1);
-    dup2(e, 2);
-    for (const std::string& v : env) putenv(const_cast<char*>(v.c_str()));
-    std::vector<char*> args;
-    for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
-    args.push_back(nullptr);
-    execv(args[0], args.data());
-    _exit(127);
-  }
-  RunResult result;
-  if (pid < 0) return result;
-  if (whileRunning) whileRunning(pid);
-  int status = 0;
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(timeoutSeconds);
-  while (waitpid(pid, &status, WNOHANG) == 0) {
-    if (std::chrono::steady_clock::now() > deadline) {
-      kill(pid, SIGKILL);
-      waitpid(pid, &status, 0);
-      ADD_FAILURE() << argv[0] << " hung and was killed";
-      break;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  if (WIFEXITED(status)) result.ExitCode = WEXITSTATUS(status);
-  if (WIFSIGNALED(status)) result.Signal = WTERMSIG(status);
-  result.Out = ReadFile(out);
-  result.Err = ReadFile(err);
+  const RunResult result =
+      inkweave::testing::RunProcess(argv, std::chrono::seconds(timeoutSeconds),
+                                    {.Env = env, .Input = input, .WhileRunning = whileRunning, .Output = {}});
+  if (result.TimedOut) ADD_FAILURE() << argv[0] << " hung and was killed";
   return result;
 }
 

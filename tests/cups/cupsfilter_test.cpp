@@ -65,8 +65,8 @@ TEST(Cupsfilter, PrintsAPdfThroughThePpdWithEveryCombination) {
                                      INKWEAVE_PPD_PATH, "-m", "printer/inkweave", "-e"};
     for (const std::string& o : c.Options) argv.insert(argv.end(), {"-o", o});
     argv.push_back((dir / "in.pdf").string());
-    const RunResult run = RunProgram(argv, {}, dir.Path());
-    ASSERT_EQ(run.ExitCode, 0) << run.Err;
+    const RunResult run = RunProgram(argv, {});
+    ASSERT_EQ(run.Exit, 0) << run.Err;
     EXPECT_NE(run.Err.find("PAGE: 3 1"), std::string::npos);
     EXPECT_EQ(run.Err.find("ERROR:"), std::string::npos);
 

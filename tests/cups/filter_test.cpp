@@ -14,9 +14,9 @@ namespace {
 const std::string kFilter = RASTERTOINKWEAVE_PATH;
 const std::string kPluginEnv = std::string("INKWEAVE_PLUGIN=") + INKWEAVE_PLUGIN_PATH;
 
-RunResult RunFilter(const TempDir& dir, const fs::path& raster, const std::vector<std::string>& env = {kPluginEnv},
+RunResult RunFilter(const fs::path& raster, const std::vector<std::string>& env = {kPluginEnv},
                     const std::string& options = "") {
-  return RunProgram({kFilter, "7", "user", "title", "1", options}, raster, dir.Path(), env);
+  return RunProgram({kFilter, "7", "user", "title", "1", options}, raster, env);
 }
 
 // An A5 sheet at 150 dpi, one pixel narrower than the sheet so that rows are odd: white, with a
@@ -65,8 +65,8 @@ TEST(Filter, ReadsEveryRasterVersionAndPixelFormat) {
       else
         WriteRaster(raster, version == 2 ? CUPS_RASTER_WRITE_COMPRESSED : CUPS_RASTER_WRITE, pages);
       // Version 2 runs under error diffusion (gray pages then go to the plug-in as 24-bit bands).
-      const RunResult run = RunFilter(dir, raster, {kPluginEnv}, version == 2 ? "InkweaveHalftone=Diffusion" : "");
-      ASSERT_EQ(run.ExitCode, 0) << run.Err;
+      const RunResult run = RunFilter(raster, {kPluginEnv}, version == 2 ? "InkweaveHalftone=Diffusion" : "");
+      ASSERT_EQ(run.Exit, 0) << run.Err;
       EXPECT_NE(run.Err.find("PAGE: 1 1\n"), std::string::npos);
       EXPECT_NE(run.Err.find("PAGE: 2 1\n"), std::string::npos);
       decode::Job job;
@@ -84,8 +84,8 @@ TEST(Filter, OpensANewDeviceContextWhenAPageNeedsOtherSettings) {
   RasterPage a4 = BoxPage(CUPS_CSPACE_W, 0, 0);
   a4.Header = PageHeader(2480, 3508, 300, CUPS_CSPACE_W, 595, 842);
   WriteRaster(dir / "in.ras", CUPS_RASTER_WRITE, {BoxPage(CUPS_CSPACE_RGB, 200, 300), a4, a4});
-  const RunResult run = RunFilter(dir, dir / "in.ras");
-  ASSERT_EQ(run.ExitCode, 0) << run.Err;
+  const RunResult run = RunFilter(dir / "in.ras");
+  ASSERT_EQ(run.Exit, 0) << run.Err;
   EXPECT_NE(run.Err.find("page 2 needs a new device context"), std::string::npos);
   EXPECT_EQ(run.Err.find("page 3 needs a new device context"), std::string::npos);
   const auto printed = Print(run.Out);
@@ -104,25 +104,27 @@ TEST(Filter, StopsAtABandOnSigtermAndEndsTheJob) {
   const fs::path fifo = dir / "in.fifo";
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
   const RasterPage page = BoxPage(CUPS_CSPACE_RGB, 200, 300);
-  const RunResult run =
-      RunProgram({kFilter, "7", "user", "title", "1", ""}, fifo, dir.Path(), {kPluginEnv}, [&](pid_t pid) {
-        const int fd = open(fifo.c_str(), O_WRONLY);
-        cups_raster_t* raster = cupsRasterOpen(fd, CUPS_RASTER_WRITE);
-        cups_page_header2_t header = page.Header;
-        cupsRasterWriteHeader2(raster, &header);
-        for (unsigned y = 0; y < 600; ++y) {
-          auto row = PageRow(page, y);
-          cupsRasterWritePixels(raster, row.data(), static_cast<unsigned>(row.size()));
-        }
-        // Wait for the job start on the output, then cancel while the filter waits for more rows.
-        for (int i = 0; i < 2000 && fs::file_size(dir / "stdout") == 0; ++i) usleep(5000);
-        usleep(100000);
-        kill(pid, SIGTERM);
-        usleep(100000);
-        cupsRasterClose(raster);
-        close(fd);
-      });
-  EXPECT_EQ(run.ExitCode, 0) << run.Err;
+  const auto whileRunning = [&](pid_t pid) {
+    const int fd = open(fifo.c_str(), O_WRONLY);
+    cups_raster_t* raster = cupsRasterOpen(fd, CUPS_RASTER_WRITE);
+    cups_page_header2_t header = page.Header;
+    cupsRasterWriteHeader2(raster, &header);
+    for (unsigned y = 0; y < 600; ++y) {
+      auto row = PageRow(page, y);
+      cupsRasterWritePixels(raster, row.data(), static_cast<unsigned>(row.size()));
+    }
+    // Wait for the job start on the output, then cancel while the filter waits for more rows.
+    for (int i = 0; i < 2000 && fs::file_size(dir / "stdout") == 0; ++i) usleep(5000);
+    usleep(100000);
+    kill(pid, SIGTERM);
+    usleep(100000);
+    cupsRasterClose(raster);
+    close(fd);
+  };
+  const RunResult run = inkweave::testing::RunProcess(
+      {kFilter, "7", "user", "title", "1", ""}, std::chrono::seconds(240),
+      {.Env = {kPluginEnv}, .Input = fifo, .WhileRunning = whileRunning, .Output = dir / "stdout"});
+  EXPECT_EQ(run.Exit, 0) << run.Err;
   EXPECT_NE(run.Err.find("Job canceled"), std::string::npos) << run.Err;
   EXPECT_EQ(run.Err.find("ERROR:"), std::string::npos) << run.Err;
   decode::Job job;
@@ -192,9 +194,9 @@ TEST(Filter, RefusesBadInputWithAClearError) {
     SCOPED_TRACE(c.Name);
     TempDir dir("bad");
     c.Write(dir / "in.ras");
-    const RunResult run = RunFilter(dir, dir / "in.ras");
+    const RunResult run = RunFilter(dir / "in.ras");
     EXPECT_EQ(run.Signal, 0);
-    EXPECT_EQ(run.ExitCode, 1);
+    EXPECT_EQ(run.Exit, 1);
     EXPECT_NE(run.Err.find("ERROR: "), std::string::npos) << run.Err;
     EXPECT_NE(run.Err.find(c.Expect), std::string::npos) << run.Err;
   }
@@ -203,20 +205,19 @@ TEST(Filter, RefusesBadInputWithAClearError) {
 TEST(Filter, RefusesBadArgumentsAndAMissingPlugin) {
   TempDir dir("args");
   WriteRaster(dir / "in.ras", CUPS_RASTER_WRITE, {BoxPage(CUPS_CSPACE_RGB, 10, 10)});
-  RunResult run = RunProgram({kFilter, "7", "user"}, {}, dir.Path());
-  EXPECT_EQ(run.ExitCode, 1);
+  RunResult run = RunProgram({kFilter, "7", "user"}, {});
+  EXPECT_EQ(run.Exit, 1);
   EXPECT_NE(run.Err.find("Usage: "), std::string::npos);
-  run = RunProgram({kFilter, "7", "user", "title", "1", "", (dir / "missing.ras").string()}, {}, dir.Path(),
-                   {kPluginEnv});
-  EXPECT_EQ(run.ExitCode, 1);
+  run = RunProgram({kFilter, "7", "user", "title", "1", "", (dir / "missing.ras").string()}, {}, {kPluginEnv});
+  EXPECT_EQ(run.Exit, 1);
   EXPECT_NE(run.Err.find("ERROR: Unable to open raster file"), std::string::npos) << run.Err;
-  run = RunFilter(dir, dir / "in.ras", {"INKWEAVE_PLUGIN=" + (dir / "none.so").string()});
-  EXPECT_EQ(run.ExitCode, 1);
+  run = RunFilter(dir / "in.ras", {"INKWEAVE_PLUGIN=" + (dir / "none.so").string()});
+  EXPECT_EQ(run.Exit, 1);
   EXPECT_NE(run.Err.find("ERROR: Unable to load the render plug-in"), std::string::npos) << run.Err;
   // The raster as the file argument, and an unknown option value only warns.
   run = RunProgram({kFilter, "7", "user", "title", "1", "InkweaveHalftone=Stipple", (dir / "in.ras").string()}, {},
-                   dir.Path(), {kPluginEnv});
-  EXPECT_EQ(run.ExitCode, 0) << run.Err;
+                   {kPluginEnv});
+  EXPECT_EQ(run.Exit, 0) << run.Err;
   EXPECT_NE(run.Err.find("WARNING: Unknown InkweaveHalftone value \"Stipple\""), std::string::npos) << run.Err;
   EXPECT_EQ(Print(run.Out).size(), 1u);
 }

@@ -143,7 +143,7 @@ TEST(PagePlan, MapsColourMediaAndHighResolution) {
 
 TEST(JobOptions, TakeThePpdDefaultsUnderTheJobsOptions) {
   TempDir dir("options");
-  std::string ppd = ReadFile(INKWEAVE_PPD_EN_PATH);
+  std::string ppd = ReadText(INKWEAVE_PPD_EN_PATH);
   for (auto [from, to] : {std::pair{"*DefaultInkweaveHalftone: Dither", "*DefaultInkweaveHalftone: Diffusion"},
                           std::pair{"*DefaultInkweaveHighRes: Off", "*DefaultInkweaveHighRes: HighRes600"}}) {
     const auto at = ppd.find(from);

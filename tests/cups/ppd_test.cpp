@@ -28,21 +28,20 @@ RunResult TestPpd(const TempDir& dir, const fs::path& ppd) {
   if (!fs::exists(filters / "rastertoinkweave"))
     fs::create_symlink(RASTERTOINKWEAVE_PATH, filters / "rastertoinkweave");
   if (!fs::exists(profiles)) fs::create_directory_symlink(INKWEAVE_PROFILES_PATH, profiles);
-  return RunProgram({CUPSTESTPPD_PATH, "-W", "translations", "-R", (dir / "root").string(), ppd.string()}, {},
-                    dir.Path());
+  return RunProgram({CUPSTESTPPD_PATH, "-W", "translations", "-R", (dir / "root").string(), ppd.string()}, {});
 }
 
 TEST(Ppd, PassesCupstestppd) {
   TempDir dir("cupstestppd");
   for (const char* ppd : {INKWEAVE_PPD_PATH, INKWEAVE_PPD_EN_PATH}) {
     const RunResult run = TestPpd(dir, ppd);
-    EXPECT_EQ(run.ExitCode, 0) << ppd << "\n" << run.Out << run.Err;
+    EXPECT_EQ(run.Exit, 0) << ppd << "\n" << run.Out << run.Err;
     EXPECT_NE(run.Out.find(": PASS"), std::string::npos) << run.Out;
   }
 }
 
 TEST(Ppd, CarriesTheSharedKeywordsAndTexts) {
-  const std::string ppd = ReadFile(INKWEAVE_PPD_EN_PATH);
+  const std::string ppd = ReadText(INKWEAVE_PPD_EN_PATH);
   for (const char* line :
        {"*OpenUI *ColorModel/Color Mode Setting: PickOne",
         "*ColorModel RGB/Color:",
@@ -87,7 +86,7 @@ TEST(Ppd, CarriesTheSharedKeywordsAndTexts) {
 TEST(Ppd, EveryTextHasEveryLanguage) {
   // Every option title and choice of the English PPD has a text in each of the 23 languages, and the
   // option titles (words, never numbers or names) read otherwise than in English.
-  const std::string english = ReadFile(INKWEAVE_PPD_EN_PATH), full = ReadFile(INKWEAVE_PPD_PATH);
+  const std::string english = ReadText(INKWEAVE_PPD_EN_PATH), full = ReadText(INKWEAVE_PPD_PATH);
   std::map<std::string, std::string> texts;  // "Translation Keyword" or "Keyword Choice" → English text
   std::set<std::string> keywords;
   const std::regex openUi(R"(\*OpenUI \*(\w+)/([^:]+): PickOne)");
@@ -141,9 +140,8 @@ TEST(Ppd, MakePpdRefusesAMissingTranslation) {
   for (const Case& c : cases) {
     std::ofstream(dir / "ui.tsv") << c.Table;
     const RunResult make = RunProgram(
-        {MAKE_PPD_PATH, (dir / "out.ppd").string(), (dir / "fragment.ppd").string(), (dir / "ui.tsv").string()}, {},
-        dir.Path());
-    EXPECT_EQ(make.ExitCode, 1) << c.Words;
+        {MAKE_PPD_PATH, (dir / "out.ppd").string(), (dir / "fragment.ppd").string(), (dir / "ui.tsv").string()}, {});
+    EXPECT_EQ(make.Exit, 1) << c.Words;
     EXPECT_NE(make.Err.find(c.Words), std::string::npos) << make.Err;
   }
 }

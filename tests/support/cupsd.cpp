@@ -74,7 +74,7 @@ Cupsd::~Cupsd() {
 }
 
 ProcessResult Cupsd::Run(std::vector<std::string> argv, std::chrono::seconds timeout) const {
-  return RunProcess(argv, timeout, {"CUPS_SERVER=" + Server()});
+  return RunProcess(argv, timeout, {.Env = {"CUPS_SERVER=" + Server()}, .Input = {}, .WhileRunning = {}, .Output = {}});
 }
 
 bool Cupsd::WaitForJobs(std::chrono::seconds timeout) const {

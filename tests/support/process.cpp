@@ -68,28 +68,22 @@ int KillGroup(pid_t pid) {
 
 }  // namespace
 
-std::string ReadText(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
 ProcessResult RunProcess(const std::vector<std::string>& argv, std::chrono::seconds timeout,
-                         const std::vector<std::string>& env) {
+                         const RunOptions& options) {
   char pattern[] = "/tmp/inkweave-run-XXXXXX";
   const fs::path scratch = mkdtemp(pattern);
-  const fs::path out = scratch / "out", err = scratch / "err";
+  const fs::path out = options.Output.empty() ? scratch / "out" : options.Output, err = scratch / "err";
   const pid_t pid = fork();
   if (pid == 0) {
-    Redirect(0, "/dev/null", O_RDONLY);
+    Redirect(0, options.Input.empty() ? "/dev/null" : options.Input, O_RDONLY);
     Redirect(1, out, O_WRONLY | O_CREAT | O_TRUNC);
     Redirect(2, err, O_WRONLY | O_CREAT | O_TRUNC);
-    Exec(argv, env);
+    Exec(argv, options.Env);
   }
   ProcessResult result;
   if (pid > 0) {
     setpgid(pid, pid);  // also from here, so that the group exists before any kill
+    if (options.WhileRunning) options.WhileRunning(pid);
     if (const auto status = WaitUntil(pid, Clock::now() + timeout)) {
       result = Decode(*status);
     } else {

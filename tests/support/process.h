@@ -7,9 +7,12 @@
 
 #include <chrono>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "tests/support/files.h"
 
 namespace inkweave::testing {
 
@@ -21,10 +24,25 @@ struct ProcessResult {
   std::string Err;        // standard error
 };
 
-// Runs argv (argv[0] is looked up in PATH when it holds no slash), standard input from /dev/null,
-// `env` ("NAME=value") added to ours. Killed, with its process group, after `timeout`.
+// How RunProcess runs a program: `Env` ("NAME=value") added to ours, standard input from `Input`
+// (/dev/null when empty), `WhileRunning` called with the pid once it started, and standard output
+// also left in `Output` when given.
+struct RunOptions {
+  std::vector<std::string> Env;
+  std::filesystem::path Input;
+  std::function<void(pid_t)> WhileRunning;
+  std::filesystem::path Output;
+};
+
+// Runs argv (argv[0] is looked up in PATH when it holds no slash). Killed, with its process group,
+// after `timeout`.
 ProcessResult RunProcess(const std::vector<std::string>& argv, std::chrono::seconds timeout,
-                         const std::vector<std::string>& env = {});
+                         const RunOptions& options = {});
+// The same with only `env` added to ours.
+inline ProcessResult RunProcess(const std::vector<std::string>& argv, std::chrono::seconds timeout,
+                                const std::vector<std::string>& env) {
+  return RunProcess(argv, timeout, RunOptions{.Env = env, .Input = {}, .WhileRunning = {}, .Output = {}});
+}
 
 class BackgroundProcess {
  public:
@@ -53,7 +71,5 @@ int FreeLoopbackPort();
 // Waits until something accepts connections on localhost:port, or `timeout` passes, or `server`
 // (when given) ends. Whether a connection was accepted.
 bool WaitForPort(int port, std::chrono::milliseconds timeout, BackgroundProcess* server = nullptr);
-
-std::string ReadText(const std::filesystem::path& path);
 
 }  // namespace inkweave::testing

@@ -12,17 +12,11 @@
 #include <vector>
 
 #include "src/data/strings.h"
+#include "tests/support/files.h"
 
 namespace {
 
 const std::string kDriver = std::string(INKWEAVE_SOURCE_DIR) + "/windows/driver/";
-
-std::string ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream out;
-  out << in.rdbuf();
-  return out.str();
-}
 
 std::string Trim(const std::string& text) {
   const std::size_t first = text.find_first_not_of(" \t\r");
@@ -93,7 +87,7 @@ class Gpd : public ::testing::Test {
  protected:
   void SetUp() override {
     std::string error;
-    statements_ = ParseGpd(ReadFile(kDriver + "inkweave.gpd"), &error);
+    statements_ = ParseGpd(inkweave::testing::ReadText(kDriver + "inkweave.gpd"), &error);
     ASSERT_TRUE(error.empty()) << error;
     ASSERT_FALSE(statements_.empty());
     for (const Statement& s : statements_) {
@@ -224,7 +218,7 @@ TEST_F(Gpd, ListsThePapersResolutionsAndModes) {
 }
 
 TEST(DriverPackage, InfInstallsThePackagesFilesOnUnidrv) {
-  const std::string inf = ReadFile(kDriver + "inkweave.inf.in");
+  const std::string inf = inkweave::testing::ReadText(kDriver + "inkweave.inf.in");
   ASSERT_FALSE(inf.empty());
   EXPECT_NE(inf.find("DataFile=inkweave.gpd"), std::string::npos);
   EXPECT_NE(inf.find("Include=NTPRINT.INF"), std::string::npos);
@@ -242,11 +236,11 @@ TEST(DriverPackage, InfInstallsThePackagesFilesOnUnidrv) {
   for (const std::string& file : copied) {
     EXPECT_NE(inf.find(file + "=1"), std::string::npos) << file;
     if (file != "inkweave.dll") {
-      EXPECT_FALSE(ReadFile(kDriver + file).empty()) << file;
+      EXPECT_FALSE(inkweave::testing::ReadText(kDriver + file).empty()) << file;
     }
   }
 
-  const std::string ini = ReadFile(kDriver + "inkweave.ini");
+  const std::string ini = inkweave::testing::ReadText(kDriver + "inkweave.ini");
   EXPECT_NE(ini.find("[OEMFiles]\nOEMDriverFile1=inkweave.dll\n"), std::string::npos);
 }
 

@@ -3,8 +3,6 @@
 // current, every language carries what it must, the fragment is well-formed PPD, and the generator
 // refuses tables it cannot carry.
 #include <gtest/gtest.h>
-#include <stdlib.h>
-
 #include <filesystem>
 #include <fstream>
 #include <regex>
@@ -14,12 +12,15 @@
 #include <vector>
 
 #include "src/data/strings.h"
+#include "tests/support/process.h"
 #include "tests/windows/strings_table.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using inkweave::testing::ReadStringsTable;
+using inkweave::testing::ReadText;
+using inkweave::testing::TempDir;
 using inkweave::testing::WindowsLanguageIds;
 
 const std::string kSource = INKWEAVE_SOURCE_DIR;
@@ -28,49 +29,25 @@ const std::string kResourceScript = kSource + "/windows/generated/strings.rc";
 const std::string kPpdFragment = kSource + "/cups/generated/translations.ppd";
 const std::string kEnglishTable = kSource + "/src/data/generated/english_strings.cpp";
 
-std::string ReadFile(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream out;
-  out << in.rdbuf();
-  return out.str();
-}
-
-class TempDir {
- public:
-  TempDir() {
-    std::string pattern = (fs::temp_directory_path() / "inkweave-strings-XXXXXX").string();
-    path_ = mkdtemp(pattern.data()) ? pattern : std::string();
-  }
-  ~TempDir() {
-    std::error_code ignored;
-    if (!path_.empty()) fs::remove_all(path_, ignored);
-  }
-  const fs::path& Path() const { return path_; }
-
- private:
-  fs::path path_;
-};
-
 // Runs gen-strings on a table into dir (strings.rc, translations.ppd, english_strings.cpp); answers its
 // exit status.
 int Generate(const fs::path& table, const fs::path& dir) {
-  std::string command = std::string("'") + INKWEAVE_GEN_STRINGS + "' '" + table.string() + "'";
-  for (const char* file : {"strings.rc", "translations.ppd", "english_strings.cpp"})
-    command.append(" '").append((dir / file).string()).append("'");
-  command += " 2>/dev/null";
-  return std::system(command.c_str());
+  return inkweave::testing::RunProcess(
+             {INKWEAVE_GEN_STRINGS, table, dir / "strings.rc", dir / "translations.ppd", dir / "english_strings.cpp"},
+             std::chrono::seconds(60))
+      .Exit;
 }
 
 TEST(Strings, GeneratedFilesAreCurrent) {
-  TempDir dir;
+  TempDir dir("strings");
   ASSERT_FALSE(dir.Path().empty());
   ASSERT_EQ(Generate(kTable, dir.Path()), 0);
   const char* how =
       "regenerate: build/tools/gen-strings locale/strings.tsv windows/generated/strings.rc "
       "cups/generated/translations.ppd src/data/generated/english_strings.cpp";
-  EXPECT_EQ(ReadFile(dir.Path() / "strings.rc"), ReadFile(kResourceScript)) << how;
-  EXPECT_EQ(ReadFile(dir.Path() / "translations.ppd"), ReadFile(kPpdFragment)) << how;
-  EXPECT_EQ(ReadFile(dir.Path() / "english_strings.cpp"), ReadFile(kEnglishTable)) << how;
+  EXPECT_EQ(ReadText(dir.Path() / "strings.rc"), ReadText(kResourceScript)) << how;
+  EXPECT_EQ(ReadText(dir.Path() / "translations.ppd"), ReadText(kPpdFragment)) << how;
+  EXPECT_EQ(ReadText(dir.Path() / "english_strings.cpp"), ReadText(kEnglishTable)) << how;
   // The English texts keep their misspellings.
   EXPECT_STREQ(inkweave::EnglishString(268), "Tranparency");
   EXPECT_STREQ(inkweave::EnglishString(270), "Erorr Diffusion");
@@ -117,7 +94,7 @@ TEST(Strings, PpdFragmentIsWellFormedAndMatchesTheTable) {
   };
   const std::regex translation(R"(\*([A-Za-z_]+)\.([A-Za-z]+) ([A-Za-z0-9]+)/([^:/"]+): "")");
 
-  std::istringstream lines(ReadFile(kPpdFragment));
+  std::istringstream lines(ReadText(kPpdFragment));
   std::string line;
   std::string languages;
   std::map<std::string, int> perLanguage;
@@ -149,9 +126,9 @@ TEST(Strings, PpdFragmentIsWellFormedAndMatchesTheTable) {
 }
 
 TEST(Strings, GeneratorRefusesTablesItCannotCarry) {
-  TempDir dir;
+  TempDir dir("strings");
   ASSERT_FALSE(dir.Path().empty());
-  const std::string good = ReadFile(kTable);
+  const std::string good = ReadText(kTable);
   auto replaced = [&good](const std::string& from, const std::string& to) {
     std::string text = good;
     const std::size_t at = text.find(from);

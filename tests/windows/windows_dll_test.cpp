@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "host/host.h"
+#include "tests/support/files.h"
 #include "tests/windows/strings_table.h"
 #include "windows/hosttest/jobs.h"
 
@@ -29,6 +30,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace inkweave;
+using inkweave::testing::ReadBytes;
 
 fs::path WindowsBuild() {
   const char* moved = std::getenv("INKWEAVE_WINDOWS_BUILD");
@@ -77,11 +79,6 @@ std::vector<std::string> Lines(const fs::path& path) {
   std::vector<std::string> lines;
   for (std::string line; std::getline(in, line);) lines.push_back(line);
   return lines;
-}
-
-std::vector<std::uint8_t> ReadBytes(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::vector<std::uint8_t>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 std::string Lower(std::string text) {
@@ -169,22 +166,6 @@ TEST(WindowsDll, DriverPackageHoldsTheCurrentFiles) {
   EXPECT_TRUE(ReadBytes(package / "inkweave.dll") == ReadBytes(WindowsBuild() / "inkweave.dll"));
 }
 
-class TempDir {
- public:
-  TempDir() {
-    std::string pattern = (fs::temp_directory_path() / "inkweave-wine-XXXXXX").string();
-    path_ = mkdtemp(pattern.data()) ? pattern : std::string();
-  }
-  ~TempDir() {
-    std::error_code ignored;
-    if (!path_.empty()) fs::remove_all(path_, ignored);
-  }
-  const fs::path& Path() const { return path_; }
-
- private:
-  fs::path path_;
-};
-
 // The Windows name of a local file under Wine's Z: drive.
 std::string WinePath(const fs::path& path) {
   std::string name = "Z:" + fs::absolute(path).string();
@@ -219,7 +200,7 @@ TEST(WindowsDll, UnderWineAnswersAndWritesAsTheLinuxLibrary) {
   const fs::path wineserver = FindProgram({"wineserver64", "/usr/lib/wine/wineserver64", "wineserver"});
 
   // A fresh, headless Wine prefix of our own.
-  TempDir temp;
+  inkweave::testing::TempDir temp("wine");
   ASSERT_FALSE(temp.Path().empty());
   const fs::path out = temp.Path() / "out";
   fs::create_directory(out);
