@@ -50,16 +50,38 @@ struct Cell {
   const std::uint8_t* Weights;
 };
 
+// What a curve output v contributes to its cell, per channel, so that the three channels' parts add up
+// without carries: the grid offset of its cell (bits 0..15, at most 18,420), its place in the weight
+// table's index (bits 16..27: red (v & 15) << 8, green << 4, blue << 0), and 1 << 29 when v is 0 or 255
+// (bits 29..30 count the channels at a full-intensity end).
+constexpr std::uint32_t kPartExtreme = 1u << 29;
+struct ChannelParts {
+  std::uint32_t Of[3][256];
+};
+constexpr ChannelParts MakeChannelParts() {
+  ChannelParts parts{};
+  for (int v = 0; v < 256; ++v) {
+    const std::uint32_t extreme = v == 0 || v == 255 ? kPartExtreme : 0;
+    const auto low = static_cast<std::uint32_t>(v & 15);
+    parts.Of[0][v] = static_cast<std::uint32_t>(GridOffset(v >> 4, 0, 0)) | low << 24 | extreme;
+    parts.Of[1][v] = static_cast<std::uint32_t>(GridOffset(0, v >> 4, 0)) | low << 20 | extreme;
+    parts.Of[2][v] = static_cast<std::uint32_t>(GridOffset(0, 0, v >> 4)) | low << 16 | extreme;
+  }
+  return parts;
+}
+constexpr ChannelParts kChannelParts = MakeChannelParts();
+static_assert(GridOffset(15, 15, 15) < 1 << 16);
+
 [[gnu::always_inline]] inline Cell CellOf(std::uint32_t key, const std::uint8_t* curves, const std::uint8_t* lut) {
   const std::uint32_t r = curves[kCurveRed * 256 + (key & 255)];
   const std::uint32_t g = curves[(kCurveRed + 1) * 256 + ((key >> 8) & 255)];
   const std::uint32_t b = curves[(kCurveRed + 2) * 256 + (key >> 16)];
+  const std::uint32_t cell = kChannelParts.Of[0][r] + kChannelParts.Of[1][g] + kChannelParts.Of[2][b];
   const bool white = key == 0xFFFFFF;
-  const bool corner = (((r + 1) | (g + 1) | (b + 1)) & 0xFE) == 0;
-  const bool neutral = r == g && g == b && (r & 15) != 0;
-  if (white || corner || neutral) return {nullptr, nullptr};
-  return {lut + GridOffset(static_cast<int>(r >> 4), static_cast<int>(g >> 4), static_cast<int>(b >> 4)),
-          InterpolationWeights[(r & 15) << 8 | (g & 15) << 4 | (b & 15)]};
+  const bool corner = cell >= 3 * kPartExtreme;
+  const bool neutral = ((r ^ g) | (g ^ b)) == 0 && (r & 15) != 0;
+  if (white | corner | neutral) return {nullptr, nullptr};
+  return {lut + (cell & 0xFFFF), InterpolationWeights[(cell >> 16) & 0xFFF]};
 }
 
 // The weights of corners 0..7 in bytes 0..7, the base corner's raised to 255 minus the others.
@@ -114,6 +136,19 @@ INKWEAVE_TARGET_SSE41 void ConvertPixelsSse41(const std::uint32_t* keys, int cou
   }
 }
 
+// One pixel in the AVX2 encoding; the special cases through ConvertPixel.
+INKWEAVE_TARGET_AVX2 inline std::uint32_t ConvertOneAvx2(std::uint32_t key, const Cell& cell, const DeviceState& state,
+                                                         __m256i spreadA, __m256i spreadB) {
+  if (cell.Base == nullptr) return ConvertKey(key, state);
+  const __m256i a = _mm256_cvtepu8_epi16(CornerPairs(cell.Base, kRedStep));
+  const __m256i b = _mm256_cvtepu8_epi16(CornerPairs(cell.Base + kGreenStep, kRedStep));
+  const __m256i w = _mm256_broadcastsi128_si256(CornerWeights(cell.Weights));
+  const __m256i products = _mm256_add_epi16(_mm256_mullo_epi16(a, _mm256_shuffle_epi8(w, spreadA)),
+                                            _mm256_mullo_epi16(b, _mm256_shuffle_epi8(w, spreadB)));
+  const __m128i sums = _mm_add_epi16(_mm256_castsi256_si128(products), _mm256_extracti128_si256(products, 1));
+  return Lightness(_mm_add_epi16(sums, _mm_unpackhi_epi64(sums, sums)));
+}
+
 INKWEAVE_TARGET_AVX2 void ConvertPixelsAvx2(const std::uint32_t* keys, int count, std::uint32_t* out,
                                             const DeviceState& state) {
   const std::uint8_t* curves = state.ToneCurves;
@@ -125,20 +160,8 @@ INKWEAVE_TARGET_AVX2 void ConvertPixelsAvx2(const std::uint32_t* keys, int count
                                            1, -1, 1, -1, 1, -1, 1, -1, 5, -1, 5, -1, 5, -1, 5, -1);
   const __m256i spreadB = _mm256_setr_epi8(2, -1, 2, -1, 2, -1, 2, -1, 6, -1, 6, -1, 6, -1, 6, -1,  //
                                            3, -1, 3, -1, 3, -1, 3, -1, 7, -1, 7, -1, 7, -1, 7, -1);
-  for (int i = 0; i < count; ++i) {
-    const Cell cell = CellOf(keys[i], curves, lut);
-    if (cell.Base == nullptr) {
-      out[i] = ConvertKey(keys[i], state);
-      continue;
-    }
-    const __m256i a = _mm256_cvtepu8_epi16(CornerPairs(cell.Base, kRedStep));
-    const __m256i b = _mm256_cvtepu8_epi16(CornerPairs(cell.Base + kGreenStep, kRedStep));
-    const __m256i w = _mm256_broadcastsi128_si256(CornerWeights(cell.Weights));
-    const __m256i products = _mm256_add_epi16(_mm256_mullo_epi16(a, _mm256_shuffle_epi8(w, spreadA)),
-                                              _mm256_mullo_epi16(b, _mm256_shuffle_epi8(w, spreadB)));
-    const __m128i sums = _mm_add_epi16(_mm256_castsi256_si128(products), _mm256_extracti128_si256(products, 1));
-    out[i] = Lightness(_mm_add_epi16(sums, _mm_unpackhi_epi64(sums, sums)));
-  }
+  for (int i = 0; i < count; ++i)
+    out[i] = ConvertOneAvx2(keys[i], CellOf(keys[i], curves, lut), state, spreadA, spreadB);
 }
 
 #endif  // INKWEAVE_X86_KERNELS

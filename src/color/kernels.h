@@ -2,7 +2,9 @@
 // the pixels of a stretch that their conversion memory cannot answer in one call.
 #pragma once
 
+#include <bit>
 #include <cstdint>
+#include <cstring>
 
 #include "src/color/instruction_set.h"
 #include "src/device/device_state.h"
@@ -12,6 +14,14 @@ namespace inkweave {
 // A pixel as a key: red | green << 8 | blue << 16, the top byte 0.
 inline constexpr std::uint32_t PixelKey(const std::uint8_t* pixel) {
   return pixel[0] | std::uint32_t{pixel[1]} << 8 | std::uint32_t{pixel[2]} << 16;
+}
+
+// The same from one 4-byte load, for a pixel whose following byte may be read too (it lies in the band).
+inline std::uint32_t PixelKeyWide(const std::uint8_t* pixel) {
+  if constexpr (std::endian::native != std::endian::little) return PixelKey(pixel);
+  std::uint32_t v;
+  std::memcpy(&v, pixel, 4);
+  return v & 0xFFFFFF;
 }
 
 // Converts count pixels, given as keys, into out[i] exactly as ConvertPixel would (its packed result:

@@ -1,5 +1,6 @@
-// The ordered-dither compare of 32 positions per instruction set: ink <= threshold - 1 for three inks,
-// unsigned bytes, the dots gathered as bits.
+// The ordered-dither compare of a stretch of 32 positions per instruction set: each position's packed
+// lightness (cyan, magenta, yellow, black bytes) against its threshold minus 1 in all four bytes,
+// ink <= limit, the dots gathered as the bits of plane bytes.
 #include "src/halftone/kernels.h"
 
 #if INKWEAVE_X86_KERNELS
@@ -9,37 +10,59 @@
 namespace inkweave::detail {
 namespace {
 
-void DitherStretchPortable(const std::uint8_t (*inks)[kDitherStretch], const std::uint8_t* limits,
-                           std::uint32_t* bits) {
+void DitherStretchPortable(const std::uint32_t* inks, const std::uint32_t* limits, std::uint32_t* bits) {
   for (int k = 0; k < 3; ++k) {
     std::uint32_t b = 0;
-    for (int j = 0; j < kDitherStretch; ++j) b |= static_cast<std::uint32_t>(inks[k][j] <= limits[j]) << j;
+    for (int j = 0; j < kDitherStretch; ++j) {
+      const std::uint32_t ink = (inks[j] >> (8 * k)) & 0xFF;
+      b |= static_cast<std::uint32_t>(ink <= (limits[j] & 0xFF)) << (j ^ 7);
+    }
     bits[k] = b;
   }
 }
 
 #if INKWEAVE_X86_KERNELS
 
-// ink <= limit exactly where min(ink, limit) == ink.
-INKWEAVE_TARGET_SSE41 void DitherStretchSse41(const std::uint8_t (*inks)[kDitherStretch], const std::uint8_t* limits,
+// ink <= limit exactly where min(ink, limit) == ink. Per four positions the compare bytes of each ink
+// are gathered last position first, so that the eight positions of a plane byte give its bits in
+// order (position j at bit j ^ 7) when their two groups of four are put side by side.
+INKWEAVE_TARGET_SSE41 inline __m128i InkGroups(__m128i inks, __m128i limits) {
+  const __m128i byInk = _mm_setr_epi8(12, 8, 4, 0, 13, 9, 5, 1, 14, 10, 6, 2, 15, 11, 7, 3);
+  return _mm_shuffle_epi8(_mm_cmpeq_epi8(_mm_min_epu8(inks, limits), inks), byInk);
+}
+
+INKWEAVE_TARGET_SSE41 void DitherStretchSse41(const std::uint32_t* inks, const std::uint32_t* limits,
                                               std::uint32_t* bits) {
-  const __m128i low = _mm_loadu_si128(reinterpret_cast<const __m128i*>(limits));
-  const __m128i high = _mm_loadu_si128(reinterpret_cast<const __m128i*>(limits + 16));
-  for (int k = 0; k < 3; ++k) {
-    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(inks[k]));
-    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(inks[k] + 16));
-    const auto dotsLow = static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_min_epu8(a, low), a)));
-    const auto dotsHigh = static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_min_epu8(b, high), b)));
-    bits[k] = dotsLow | dotsHigh << 16;
+  bits[0] = bits[1] = bits[2] = 0;
+  for (int g = 0; g < kDitherStretch / 8; ++g) {
+    const auto* in = reinterpret_cast<const __m128i*>(inks + 8 * g);
+    const auto* limit = reinterpret_cast<const __m128i*>(limits + 8 * g);
+    const __m128i first = InkGroups(_mm_loadu_si128(in), _mm_loadu_si128(limit));
+    const __m128i second = InkGroups(_mm_loadu_si128(in + 1), _mm_loadu_si128(limit + 1));
+    // Cyan and magenta bytes, then yellow and black: positions 7..4 before 3..0.
+    const auto cm = static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_unpacklo_epi32(second, first)));
+    const auto yk = static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_unpackhi_epi32(second, first)));
+    bits[0] |= (cm & 0xFF) << (8 * g);
+    bits[1] |= (cm >> 8) << (8 * g);
+    bits[2] |= (yk & 0xFF) << (8 * g);
   }
 }
 
-INKWEAVE_TARGET_AVX2 void DitherStretchAvx2(const std::uint8_t (*inks)[kDitherStretch], const std::uint8_t* limits,
+INKWEAVE_TARGET_AVX2 void DitherStretchAvx2(const std::uint32_t* inks, const std::uint32_t* limits,
                                             std::uint32_t* bits) {
-  const __m256i limit = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(limits));
-  for (int k = 0; k < 3; ++k) {
-    const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(inks[k]));
-    bits[k] = static_cast<std::uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(_mm256_min_epu8(a, limit), a)));
+  const __m256i byInk = _mm256_setr_epi8(12, 8, 4, 0, 13, 9, 5, 1, 14, 10, 6, 2, 15, 11, 7, 3,  //
+                                         12, 8, 4, 0, 13, 9, 5, 1, 14, 10, 6, 2, 15, 11, 7, 3);
+  // Each ink's group of positions 7..4 (the upper half), then 3..0.
+  const __m256i side = _mm256_setr_epi32(4, 0, 5, 1, 6, 2, 7, 3);
+  bits[0] = bits[1] = bits[2] = 0;
+  for (int g = 0; g < kDitherStretch / 8; ++g) {
+    const __m256i in = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(inks + 8 * g));
+    const __m256i limit = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(limits + 8 * g));
+    const __m256i dots = _mm256_shuffle_epi8(_mm256_cmpeq_epi8(_mm256_min_epu8(in, limit), in), byInk);
+    const auto mask = static_cast<std::uint32_t>(_mm256_movemask_epi8(_mm256_permutevar8x32_epi32(dots, side)));
+    bits[0] |= (mask & 0xFF) << (8 * g);
+    bits[1] |= ((mask >> 8) & 0xFF) << (8 * g);
+    bits[2] |= ((mask >> 16) & 0xFF) << (8 * g);
   }
 }
 

@@ -9,12 +9,12 @@
 
 namespace inkweave::detail {
 
-// Dots of a stretch of 32 ordered-dither positions. inks[k][j] is the lightness of ink k (cyan,
-// magenta, yellow) and limits[j] the threshold minus 1 at position j; a dot is ink <= limit. Bit j of
-// bits[k] is the dot at position j.
+// Dots of a stretch of 32 ordered-dither positions. inks[j] is the packed lightness of position j (cyan
+// in the lowest byte, then magenta, yellow, black; 255 no ink) and limits[j] the threshold minus 1 at
+// position j in each of its four bytes; a dot is ink <= limit. Bit j ^ 7 of bits[k] is the dot of ink k
+// (cyan, magenta, yellow) at position j: byte b of bits[k] is the plane byte of positions 8b..8b+7.
 inline constexpr int kDitherStretch = 32;
-using DitherStretchFn = void (*)(const std::uint8_t (*inks)[kDitherStretch], const std::uint8_t* limits,
-                                 std::uint32_t* bits);
+using DitherStretchFn = void (*)(const std::uint32_t* inks, const std::uint32_t* limits, std::uint32_t* bits);
 
 DitherStretchFn DitherStretchFor(InstructionSet set);
 

@@ -173,22 +173,24 @@ void ConvertStretch(ColorStripe& s, const std::uint32_t* keys, int count, std::u
     ConvertThroughMemory(s.colors, s.convert, keys, count, out, *s.state);
 }
 
-// The cyan, magenta and yellow lightness of one stretch of dots x0..x0+31 into inks, dot x at index
-// (x - x0) ^ 7 (the bit order of a plane byte); dots outside lo..hi-1 stay white. The pixels that differ
-// from the one before them are converted in one call. Answers false when no dot of the stretch can be
-// set (all white).
+// The packed lightness of one stretch of dots x0..x0+31 into inks, dot x at index x - x0; dots outside
+// lo..hi-1 stay white (255 in every byte). The pixels that differ from the one before them are converted
+// in one call. `wide`: every pixel of the stretch may be read as four bytes (its next byte lies in the
+// band too). Answers false when no dot of the stretch can be set (all white).
 bool FillStretch(ColorStripe& s, const std::uint8_t* bits, std::ptrdiff_t base, std::ptrdiff_t step, int x0, int lo,
-                 int hi, std::uint8_t (*inks)[detail::kDitherStretch]) {
+                 int hi, bool wide, std::uint32_t* inks) {
   constexpr int kStretch = detail::kDitherStretch;
   const std::uint8_t* first = bits + base + step * lo;
+  const bool whole = hi - lo == kStretch;
+  if (!whole) std::fill(inks, inks + kStretch, 0xFFFFFFFFu);
 
   // A stretch of one colour (portrait, whole): one memory look-up.
-  if (step == 3 && hi - lo == kStretch && std::memcmp(first, first + 3, 3 * (kStretch - 1)) == 0) {
+  if (step == 3 && whole && std::memcmp(first, first + 3, 3 * (kStretch - 1)) == 0) {
     const std::uint32_t key = PixelKey(first);
     if (key != s.memory.key) ConvertStretch(s, &key, 1, &s.memory.inks), s.memory.key = key;
     const std::uint32_t v = s.memory.inks;
     if ((v & 0xFFFFFF) == 0xFFFFFF) return false;
-    for (int k = 0; k < 3; ++k) std::memset(inks[k], static_cast<int>((v >> (8 * k)) & 0xFF), kStretch);
+    std::fill(inks, inks + kStretch, v);
     return true;
   }
 
@@ -197,48 +199,47 @@ bool FillStretch(ColorStripe& s, const std::uint8_t* bits, std::ptrdiff_t base, 
   // that the memory starts with is not converted); the three inks alike.
   if (s.state->ColorMode == 1) {
     std::uint32_t keys[kStretch];
-    std::uint32_t light[kStretch];
+    std::uint32_t* light = inks + (lo - x0);
     const int count = hi - lo;
     for (int x = lo; x < hi; ++x) keys[x - lo] = PixelKey(bits + base + step * x);
     s.convert(keys, count, light, *s.state);
-    std::memset(inks, 0xFF, sizeof(std::uint8_t) * 3 * kStretch);
     std::uint32_t all = 0xFF;
     for (int i = 0; i < count; ++i) {
       if (keys[i] == s.memory.key)
         light[i] = s.memory.inks;
       else
         s.memory = {keys[i], light[i]};
-      inks[0][(lo + i - x0) ^ 7] = static_cast<std::uint8_t>(light[i]);
       all &= light[i];
     }
-    std::memcpy(inks[1], inks[0], kStretch);
-    std::memcpy(inks[2], inks[0], kStretch);
     return (all & 0xFF) != 0xFF;
   }
 
   std::uint32_t keys[kStretch];
   std::uint32_t fresh[kStretch];
-  std::uint32_t converted[kStretch];
   int count = 0;
   std::uint32_t last = s.memory.key;
   for (int x = lo; x < hi; ++x) {
-    const std::uint32_t key = PixelKey(bits + base + step * x);
+    const std::uint8_t* pixel = bits + base + step * x;
+    const std::uint32_t key = wide ? PixelKeyWide(pixel) : PixelKey(pixel);
     keys[x - x0] = key;
     if (key != last) fresh[count++] = last = key;
   }
+  // Every pixel differs from the one before it (photographs): the conversions are the inks.
+  if (whole && count == kStretch) {
+    ConvertStretch(s, fresh, count, inks);
+    s.memory = {last, inks[kStretch - 1]};
+    return true;
+  }
+  std::uint32_t converted[kStretch];
   if (count > 0) ConvertStretch(s, fresh, count, converted);
 
-  std::memset(inks, 0xFF, sizeof(std::uint8_t) * 3 * kStretch);
   std::uint32_t v = s.memory.inks;
   std::uint32_t white = 0xFFFFFF;
   last = s.memory.key;
   for (int x = lo, next = 0; x < hi; ++x) {
     const std::uint32_t key = keys[x - x0];
     if (key != last) v = converted[next++], last = key;
-    const int j = (x - x0) ^ 7;
-    inks[0][j] = static_cast<std::uint8_t>(v);
-    inks[1][j] = static_cast<std::uint8_t>(v >> 8);
-    inks[2][j] = static_cast<std::uint8_t>(v >> 16);
+    inks[x - x0] = v;
     white &= v;
   }
   s.memory = {last, v};
@@ -262,10 +263,10 @@ std::uint32_t DitherColor(DeviceState& state, int firstLine, int width, const Ba
     const std::ptrdiff_t lineStart = kLine * l;
     if (lineStart >= kBufferBytes) break;
 
-    // The thresholds minus 1 in the bit order of the plane bytes (dot x at index x ^ 7).
+    // The thresholds minus 1, each in the four bytes of a packed lightness.
     const std::uint8_t* threshold = ThresholdRow((firstLine + l + offset) & 127);
-    alignas(32) std::uint8_t limits[kDitherSize];
-    for (int i = 0; i < kDitherSize; ++i) limits[i] = static_cast<std::uint8_t>(threshold[i ^ 7] - 1);
+    alignas(32) std::uint32_t limits[kDitherSize];
+    for (int i = 0; i < kDitherSize; ++i) limits[i] = static_cast<std::uint8_t>(threshold[i] - 1) * 0x01010101u;
 
     // Where dot x's pixel lies in the band.
     const std::ptrdiff_t line = firstLine + l;
@@ -273,11 +274,13 @@ std::uint32_t DitherColor(DeviceState& state, int firstLine, int width, const Ba
         landscape ? (static_cast<std::ptrdiff_t>(width) - 1) * stride + 3 * line : line * stride;
     const std::ptrdiff_t step = landscape ? -stride : 3;
     const DotRun run = InsideRun(window, base, step, 3, width);
+    const DotRun wide = InsideRun(window, base, step, 4, width);  // a pixel's next byte is in the band too
 
     // Cyan, magenta and yellow dots, a stretch of 32 at a time, ORed into the planes.
     for (int x0 = run.first & ~(kStretch - 1); x0 < run.last; x0 += kStretch) {
-      alignas(32) std::uint8_t inks[3][kStretch];
-      if (!FillStretch(s, band.Bits, base, step, x0, std::max(x0, run.first), std::min(x0 + kStretch, run.last), inks))
+      alignas(32) std::uint32_t inks[kStretch];
+      if (!FillStretch(s, band.Bits, base, step, x0, std::max(x0, run.first), std::min(x0 + kStretch, run.last),
+                       x0 >= wide.first && x0 + kStretch <= wide.last, inks))
         continue;
       std::uint32_t dots[3];
       s.dither(inks, limits + (x0 & (kDitherSize - 1)), dots);
