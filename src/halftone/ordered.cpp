@@ -151,11 +151,20 @@ std::uint64_t ExtractBlack(std::uint8_t* planes, std::ptrdiff_t lineStart, int w
 }
 
 // The conversion memory of a colour stripe: the last pixel converted and its inks (cyan lowest). It
-// starts as white with no ink, so that white pixels are not converted until another colour was seen.
+// starts as white with no ink, so that white pixels are not converted until another colour was seen;
+// from the first conversion on, its inks are always its key's conversion (`converted`).
 struct PixelMemory {
   std::uint32_t key = kWhiteKey;
   std::uint32_t inks = 0xFFFFFFFF;
+  bool converted = false;
 };
+
+// Whether some ink of count packed lightness values is below 255 (a dot can be set).
+bool AnyInk(const std::uint32_t* inks, int count) {
+  std::uint32_t all = 0xFFFFFFFF;
+  for (int i = 0; i < count; ++i) all &= inks[i];
+  return (all & 0xFFFFFF) != 0xFFFFFF;
+}
 
 // What a colour stripe works with: its kernels and its conversion memory.
 struct ColorStripe {
@@ -187,7 +196,7 @@ bool FillStretch(ColorStripe& s, const std::uint8_t* bits, std::ptrdiff_t base, 
   // A stretch of one colour (portrait, whole): one memory look-up.
   if (step == 3 && whole && std::memcmp(first, first + 3, 3 * (kStretch - 1)) == 0) {
     const std::uint32_t key = PixelKey(first);
-    if (key != s.memory.key) ConvertStretch(s, &key, 1, &s.memory.inks), s.memory.key = key;
+    if (key != s.memory.key) ConvertStretch(s, &key, 1, &s.memory.inks), s.memory.key = key, s.memory.converted = true;
     const std::uint32_t v = s.memory.inks;
     if ((v & 0xFFFFFF) == 0xFFFFFF) return false;
     std::fill(inks, inks + kStretch, v);
@@ -201,17 +210,22 @@ bool FillStretch(ColorStripe& s, const std::uint8_t* bits, std::ptrdiff_t base, 
     std::uint32_t keys[kStretch];
     std::uint32_t* light = inks + (lo - x0);
     const int count = hi - lo;
-    for (int x = lo; x < hi; ++x) keys[x - lo] = PixelKey(bits + base + step * x);
-    s.convert(keys, count, light, *s.state);
-    std::uint32_t all = 0xFF;
-    for (int i = 0; i < count; ++i) {
-      if (keys[i] == s.memory.key)
-        light[i] = s.memory.inks;
-      else
-        s.memory = {keys[i], light[i]};
-      all &= light[i];
+    for (int x = lo; x < hi; ++x) {
+      const std::uint8_t* pixel = bits + base + step * x;
+      keys[x - lo] = wide ? PixelKeyWide(pixel) : PixelKey(pixel);
     }
-    return (all & 0xFF) != 0xFF;
+    s.convert(keys, count, light, *s.state);
+    if (!s.memory.converted) {
+      for (int i = 0; i < count; ++i) {
+        if (keys[i] == s.memory.key)
+          light[i] = s.memory.inks;
+        else
+          s.memory = {keys[i], light[i], true};
+      }
+    }
+    // A converted memory gives an equal pixel what converting it gives.
+    if (s.memory.converted) s.memory = {keys[count - 1], light[count - 1], true};
+    return AnyInk(light, count);
   }
 
   std::uint32_t keys[kStretch];
@@ -227,8 +241,8 @@ bool FillStretch(ColorStripe& s, const std::uint8_t* bits, std::ptrdiff_t base, 
   // Every pixel differs from the one before it (photographs): the conversions are the inks.
   if (whole && count == kStretch) {
     ConvertStretch(s, fresh, count, inks);
-    s.memory = {last, inks[kStretch - 1]};
-    return true;
+    s.memory = {last, inks[kStretch - 1], true};
+    return AnyInk(inks, kStretch);
   }
   std::uint32_t converted[kStretch];
   if (count > 0) ConvertStretch(s, fresh, count, converted);
@@ -242,7 +256,7 @@ bool FillStretch(ColorStripe& s, const std::uint8_t* bits, std::ptrdiff_t base, 
     inks[x - x0] = v;
     white &= v;
   }
-  s.memory = {last, v};
+  s.memory = {last, v, s.memory.converted || count > 0};
   return white != 0xFFFFFF;
 }
 
