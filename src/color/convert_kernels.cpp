@@ -121,8 +121,8 @@ inline void GrayInksAt(const std::uint32_t* index, int count, std::uint32_t* out
   for (int j = 0; j < count; ++j) out[j] = gray[index[j]] * 0x01010101u;
 }
 
-INKWEAVE_TARGET_SSE41 void GrayPixelsSse41(const std::uint32_t* keys, int count, std::uint32_t* out,
-                                           const std::uint8_t* gray) {
+[[gnu::noinline]] INKWEAVE_TARGET_SSE41 void GrayPixelsSse41(const std::uint32_t* keys, int count, std::uint32_t* out,
+                                                             const std::uint8_t* gray) {
   int i = 0;
   for (; i + 4 <= count; i += 4) {
     alignas(16) std::uint32_t index[4];
@@ -133,8 +133,8 @@ INKWEAVE_TARGET_SSE41 void GrayPixelsSse41(const std::uint32_t* keys, int count,
   for (; i < count; ++i) out[i] = GrayInks(keys[i], gray);
 }
 
-INKWEAVE_TARGET_AVX2 void GrayPixelsAvx2(const std::uint32_t* keys, int count, std::uint32_t* out,
-                                         const std::uint8_t* gray) {
+[[gnu::noinline]] INKWEAVE_TARGET_AVX2 void GrayPixelsAvx2(const std::uint32_t* keys, int count, std::uint32_t* out,
+                                                           const std::uint8_t* gray) {
   int i = 0;
   for (; i + 8 <= count; i += 8) {
     const __m256i k = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(keys + i));
@@ -153,9 +153,10 @@ INKWEAVE_TARGET_SSE41 void ConvertPixelsSse41(const std::uint32_t* keys, int cou
                                               const DeviceState& state) {
   const std::uint8_t* curves = state.ToneCurves;
   const std::uint8_t* lut = state.ColorLut;
-  if (state.ColorMode == 1 && curves != nullptr) return GrayPixelsSse41(keys, count, out, curves + kCurveGray * 256);
-  if (state.ColorMode == 1 || curves == nullptr || lut == nullptr)
+  if (state.ColorMode == 1 || curves == nullptr || lut == nullptr) {
+    if (state.ColorMode == 1 && curves != nullptr) return GrayPixelsSse41(keys, count, out, curves + kCurveGray * 256);
     return ConvertPixelsPortable(keys, count, out, state);
+  }
   // Each corner's weight in the four 16-bit lanes of its inks (-1: a zero byte).
   const __m128i spread04 = _mm_setr_epi8(0, -1, 0, -1, 0, -1, 0, -1, 4, -1, 4, -1, 4, -1, 4, -1);
   const __m128i spread15 = _mm_setr_epi8(1, -1, 1, -1, 1, -1, 1, -1, 5, -1, 5, -1, 5, -1, 5, -1);
@@ -196,9 +197,10 @@ INKWEAVE_TARGET_AVX2 void ConvertPixelsAvx2(const std::uint32_t* keys, int count
                                             const DeviceState& state) {
   const std::uint8_t* curves = state.ToneCurves;
   const std::uint8_t* lut = state.ColorLut;
-  if (state.ColorMode == 1 && curves != nullptr) return GrayPixelsAvx2(keys, count, out, curves + kCurveGray * 256);
-  if (state.ColorMode == 1 || curves == nullptr || lut == nullptr)
+  if (state.ColorMode == 1 || curves == nullptr || lut == nullptr) {
+    if (state.ColorMode == 1 && curves != nullptr) return GrayPixelsAvx2(keys, count, out, curves + kCurveGray * 256);
     return ConvertPixelsPortable(keys, count, out, state);
+  }
   // Lanes 0..7 hold corners 0 and 4 (2 and 6), lanes 8..15 corners 1 and 5 (3 and 7).
   const __m256i spreadA = _mm256_setr_epi8(0, -1, 0, -1, 0, -1, 0, -1, 4, -1, 4, -1, 4, -1, 4, -1,  //
                                            1, -1, 1, -1, 1, -1, 1, -1, 5, -1, 5, -1, 5, -1, 5, -1);
