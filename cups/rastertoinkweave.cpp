@@ -19,6 +19,7 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -26,6 +27,8 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <utility>
+#include <variant>
 #include <vector>
 
 #include <cups/raster.h>
@@ -51,18 +54,147 @@ extern "C" void OnTerminate(int) { gCanceled = 1; }
 // (A compressed version-2 stream is read ahead by libcups: when it is cut inside the header that
 // follows a complete page, the cut can fall into what was already read and then reads as the end.)
 // ---------------------------------------------------------------------------------------------------
+
+// libcups sets up each page of a compressed (version-2) stream as soon as it has read its header, and
+// allocates a row of the header's bytes per line before the filter sees the header: a hostile header
+// claims rows of up to 4 GiB. So a compressed stream is followed as it is read: each page header is
+// planned as the filter will plan the page, and a header the filter would refuse never reaches libcups
+// (the stream ends just before its last byte). Following the stream takes its row framing: per group of
+// equal rows a repeat byte (rows - 1), then codes until the row is full: 128, the rest of the row is
+// blank; 129 to 255, 257 - code literal pixels; 0 to 127, code + 1 copies of the one pixel that
+// follows. The filter reads exactly the header's height in rows of every page it goes on with.
+class HeaderGuard {
+ public:
+  explicit HeaderGuard(const inkweave::cups::JobOptions& options) : options_(options) {}
+
+  // How many of `size` bytes, the next ones of the stream, may go to libcups: all, or those before
+  // the last byte of a header the filter refuses (Refusal() then says why).
+  std::size_t Pass(const std::uint8_t* bytes, std::size_t size) {
+    std::size_t at = 0;
+    while (at < size && step_ != Step::Off) {
+      switch (step_) {
+        case Step::Sync:
+        case Step::Header: {
+          const std::size_t take = std::min(size - at, want_ - held_.size());
+          held_.insert(held_.end(), bytes + at, bytes + at + take);
+          at += take;
+          if (held_.size() == want_ && !Held()) return at - 1;
+          break;
+        }
+        case Step::RowStart:
+          rows_ = bytes[at++] + 1u;
+          lineLeft_ = bytesPerLine_;
+          step_ = Step::Code;
+          break;
+        case Step::Code: Code(bytes[at++]); break;
+        case Step::Skip: {
+          const std::size_t take = static_cast<std::size_t>(std::min<std::uint64_t>(size - at, skip_));
+          at += take;
+          skip_ -= take;
+          if (skip_ == 0) Continue();
+          break;
+        }
+        case Step::Off: break;
+      }
+    }
+    return size;
+  }
+
+  // Why the filter refuses the header held back; empty while none is.
+  const std::string& Refusal() const { return refusal_; }
+
+ private:
+  enum class Step { Sync, Header, RowStart, Code, Skip, Off };
+
+  // The sync word or a page header is complete. False when the header is refused.
+  bool Held() {
+    if (step_ == Step::Sync) {
+      std::uint32_t sync;
+      std::memcpy(&sync, held_.data(), sizeof sync);
+      swapped_ = sync == CUPS_RASTER_REVSYNCv2;
+      step_ = sync == CUPS_RASTER_SYNCv2 || swapped_ ? Step::Header : Step::Off;  // others allocate nothing
+      held_.clear();
+      want_ = sizeof(cups_page_header2_t);
+      return true;
+    }
+    cups_page_header2_t header;
+    std::memcpy(&header, held_.data(), sizeof header);
+    held_.clear();
+    if (swapped_) {  // the 81 numbers from AdvanceDistance to cupsReal, as libcups swaps them
+      auto* word = reinterpret_cast<std::uint8_t*>(&header.AdvanceDistance);
+      for (int i = 0; i < 81; ++i, word += 4) {
+        std::swap(word[0], word[3]);
+        std::swap(word[1], word[2]);
+      }
+    }
+    auto planned = inkweave::cups::PlanPage(header, options_);
+    if (auto* message = std::get_if<std::string>(&planned)) {
+      refusal_ = *message;
+      step_ = Step::Off;
+      return false;
+    }
+    const auto& plan = std::get<PagePlan>(planned);
+    bytesPerLine_ = plan.BytesPerLine;
+    pixelBytes_ = static_cast<std::uint32_t>(plan.Channels);  // 8 bits a colour, chunked for RGB
+    rowsLeft_ = plan.RasterHeight;
+    step_ = Step::RowStart;
+    return true;
+  }
+
+  void Code(std::uint8_t code) {
+    if (code == 128) {
+      lineLeft_ = 0;
+    } else if (code > 128) {
+      skip_ = std::min<std::uint64_t>((257u - code) * pixelBytes_, lineLeft_);
+      lineLeft_ -= skip_;
+    } else {
+      const std::uint64_t count = std::min<std::uint64_t>((code + 1u) * pixelBytes_, lineLeft_);
+      lineLeft_ -= count;
+      skip_ = pixelBytes_;
+    }
+    if (skip_ > 0)
+      step_ = Step::Skip;
+    else
+      Continue();
+  }
+
+  // After a code and its pixels: the row goes on, the next group of rows, or the next page's header.
+  void Continue() {
+    if (lineLeft_ > 0) {
+      step_ = Step::Code;
+      return;
+    }
+    rowsLeft_ -= std::min(rows_, rowsLeft_);
+    step_ = rowsLeft_ > 0 ? Step::RowStart : Step::Header;
+  }
+
+  const inkweave::cups::JobOptions& options_;
+  Step step_ = Step::Sync;
+  std::vector<std::uint8_t> held_;  // the sync word or header so far
+  std::size_t want_ = 4;            // bytes of the sync word or header
+  bool swapped_ = false;            // written in the other byte order
+  std::uint32_t bytesPerLine_ = 0, pixelBytes_ = 1, rowsLeft_ = 0, rows_ = 0;
+  std::uint64_t lineLeft_ = 0;  // bytes of the row still to come
+  std::uint64_t skip_ = 0;      // pixel bytes still to pass
+  std::string refusal_;
+};
+
 struct Input {
+  explicit Input(const inkweave::cups::JobOptions& options) : Guard(options) {}
   int Fd = 0;
   std::uint64_t Delivered = 0;  // bytes handed to libcups
   bool Ended = false;           // the stream has ended
   int Error = 0;                // errno of a failed read
+  HeaderGuard Guard;
 };
 
 extern "C" ssize_t ReadInput(void* context, unsigned char* buffer, size_t length) {
   Input& input = *static_cast<Input*>(context);
+  if (!input.Guard.Refusal().empty()) return 0;
   for (;;) {
-    const ssize_t got = read(input.Fd, buffer, length);
+    ssize_t got = read(input.Fd, buffer, length);
     if (got >= 0) {
+      got = static_cast<ssize_t>(input.Guard.Pass(buffer, static_cast<std::size_t>(got)));
       input.Delivered += static_cast<std::uint64_t>(got);
       if (got == 0) input.Ended = true;
       return got;
@@ -198,9 +330,9 @@ void ReportReadError(const Input& input) {
 // The job, in four steps: open, read a page header, print the page, finish.
 // ---------------------------------------------------------------------------------------------------
 struct Job {
-  Input In;
-  Output Out;
   inkweave::cups::JobOptions Options;
+  Input In{Options};
+  Output Out;
   std::unique_ptr<host::PluginLibrary> Library;
   std::unique_ptr<Device> Printer;  // after Library and Out: it goes first, while both still exist
   cups_raster_t* Raster = nullptr;
@@ -273,7 +405,9 @@ bool ReadPageHeader(Job& job, cups_page_header2_t& header) {
   }
   if (gCanceled) return false;
   const std::uint64_t read = job.In.Delivered - before;
-  if (job.In.Error)
+  if (!job.In.Guard.Refusal().empty())
+    std::fprintf(stderr, "ERROR: Page %d: %s\n", job.Page + 1, job.In.Guard.Refusal().c_str());
+  else if (job.In.Error)
     ReportReadError(job.In);
   else if (read != 0 && job.In.Ended && read < sizeof header)
     std::fprintf(stderr, "ERROR: The raster stream ends inside the header of page %d\n", job.Page + 1);

@@ -4,6 +4,9 @@
 // decoder: pages, every row printed once, the ink where the raster put it.
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <random>
+
 #include "cups/page_plan.h"
 #include "host/papers.h"
 #include "tests/cups/cups_support.h"
@@ -199,6 +202,85 @@ TEST(Filter, RefusesBadInputWithAClearError) {
     EXPECT_EQ(run.Exit, 1);
     EXPECT_NE(run.Err.find("ERROR: "), std::string::npos) << run.Err;
     EXPECT_NE(run.Err.find(c.Expect), std::string::npos) << run.Err;
+  }
+}
+
+// A version-2 stream of the pages, every group of rows coded with random codes of every kind (libcups'
+// own writer uses only some): a blank rest of the row, literal runs and repeats cut by the row's end,
+// groups of rows running past the page. `swapped`: in the other byte order. A page with rows over
+// 1 MB gets its header only.
+std::string CodedStream(const std::vector<cups_page_header2_t>& headers, bool swapped, std::mt19937& random) {
+  std::string out;
+  const auto put = [&out](const void* bytes, std::size_t size) { out.append(static_cast<const char*>(bytes), size); };
+  const std::uint32_t sync = swapped ? CUPS_RASTER_REVSYNCv2 : CUPS_RASTER_SYNCv2;
+  put(&sync, sizeof sync);
+  for (cups_page_header2_t header : headers) {
+    const unsigned height = header.cupsHeight, rowBytes = header.cupsBytesPerLine, pixel = header.cupsBitsPerPixel / 8;
+    if (swapped)
+      for (unsigned* word = &header.AdvanceDistance; word < &header.AdvanceDistance + 81; ++word)
+        *word = __builtin_bswap32(*word);
+    put(&header, sizeof header);
+    if (rowBytes > 1000000) break;
+    const auto bytes = [&](unsigned n) {
+      for (unsigned i = 0; i < n; ++i) out += static_cast<char>(random());
+    };
+    for (unsigned rows = 0; rows < height;) {
+      const unsigned group = random() % 8 == 0 ? 255 : random() % 3;
+      out += static_cast<char>(group);
+      rows += group + 1;
+      for (unsigned left = rowBytes; left > 0;) {
+        const unsigned kind = random() % 16, n = 1 + random() % 128;
+        if (kind == 0) {  // the rest of the row blank
+          out += static_cast<char>(128);
+          break;
+        }
+        const bool literal = kind < 8;  // else one pixel repeated
+        const unsigned count = literal ? std::max(n, 2u) : n, take = std::min(count * pixel, left);
+        if (literal) {
+          out += static_cast<char>(257 - count);
+          bytes(take);
+        } else {
+          out += static_cast<char>(count - 1);
+          bytes(pixel);
+        }
+        left -= take;
+      }
+    }
+  }
+  return out;
+}
+
+// The filter follows compressed streams coded in every way to each next page header, and refuses a
+// header claiming 500 MB rows by its size before libcups allocates such a row for it (the filter runs
+// with little memory, where that allocation would fail and the page pass for an invalid header).
+TEST(Filter, RefusesAHostileCompressedHeaderBeforeLibcupsSetsItUp) {
+  cups_page_header2_t hostile = PageHeader(500000000, 1000, kDpi, CUPS_CSPACE_W);
+#if defined(__SANITIZE_ADDRESS__)
+  const std::vector<std::string> env = {kPluginEnv,
+                                        "ASAN_OPTIONS=allocator_may_return_null=1:max_allocation_size_mb=256"};
+  const std::vector<std::string> limit;
+#else
+  const std::vector<std::string> env = {kPluginEnv};
+  const std::vector<std::string> limit = {"/usr/bin/prlimit", "--as=" + std::to_string(400 << 20), "--"};
+#endif
+  std::mt19937 random(15);
+  for (const bool swapped : {false, true}) {
+    for (const cups_cspace_t space : {CUPS_CSPACE_RGB, CUPS_CSPACE_K}) {
+      SCOPED_TRACE(std::string(swapped ? "swapped, " : "") + "colour space " + std::to_string(space));
+      TempDir dir("coded");
+      const cups_page_header2_t page = BoxPage(space, 0, 0).Header;
+      std::ofstream(dir / "in.ras", std::ios::binary) << CodedStream({page, page, hostile}, swapped, random);
+      std::vector<std::string> argv = limit;
+      for (const char* arg : {kFilter.c_str(), "7", "user", "title", "1", "", ""}) argv.push_back(arg);
+      argv.back() = (dir / "in.ras").string();
+      const RunResult run = RunProgram(argv, {}, dir.Path(), env);
+      EXPECT_EQ(run.ExitCode, 1) << run.Err;
+      EXPECT_NE(run.Err.find("ERROR: Page 3: Raster page of 500000000 x 1000 pixels at 150 dpi is larger than any "
+                             "paper"),
+                std::string::npos)
+          << run.Err;
+      EXPECT_EQ(Print(run.Out).size(), 2u);
+    }
   }
 }
 
