@@ -5,10 +5,9 @@
 
 #include <pappl/pappl.h>
 
-namespace inkweave::printerapp {
+#include "printer-app/bands.h"
 
-// Rows per band handed to the plug-in.
-inline constexpr int kBandHeight = 128;
+namespace inkweave::printerapp {
 
 bool StartRasterJob(pappl_job_t* job, pappl_pr_options_t* options, pappl_device_t* device);
 bool StartRasterPage(pappl_job_t* job, pappl_pr_options_t* options, pappl_device_t* device, unsigned page);
