@@ -273,8 +273,8 @@ TEST(Filter, RefusesAHostileCompressedHeaderBeforeLibcupsSetsItUp) {
       std::vector<std::string> argv = limit;
       for (const char* arg : {kFilter.c_str(), "7", "user", "title", "1", "", ""}) argv.push_back(arg);
       argv.back() = (dir / "in.ras").string();
-      const RunResult run = RunProgram(argv, {}, dir.Path(), env);
-      EXPECT_EQ(run.ExitCode, 1) << run.Err;
+      const RunResult run = RunProgram(argv, {}, env);
+      EXPECT_EQ(run.Exit, 1) << run.Err;
       EXPECT_NE(run.Err.find("ERROR: Page 3: Raster page of 500000000 x 1000 pixels at 150 dpi is larger than any "
                              "paper"),
                 std::string::npos)
