@@ -25,6 +25,7 @@
 #include <cups/raster.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cmath>
@@ -541,7 +542,10 @@ TEST(PrinterApp, DriverlessCupsQueuePrintsAPdf) {
   ASSERT_EQ(printed.Exit, 0) << Describe(printed);
   ASSERT_TRUE(cupsd->WaitForJobs(300s)) << cupsd->ErrorLog();
   const ProcessResult waited = WaitForJob(app, "inkweave", "1");
-  EXPECT_EQ(Shown(waited.Out, "job-state"), "completed") << waited.Out << app.Log();
+  const std::string schedulerLog = cupsd->ErrorLog();  // how the queue's job went, the end of it
+  EXPECT_EQ(Shown(waited.Out, "job-state"), "completed")
+      << waited.Out << app.Log() << "\nThe scheduler's log, its end:\n"
+      << schedulerLog.substr(schedulerLog.size() - std::min<std::size_t>(schedulerLog.size(), 20000));
   ExpectStream(TakeStream(dir / "out", dir / "cups.prn"), {"cups",
                                                            kLetter,
                                                            300,
