@@ -10,6 +10,7 @@
 #include "cups/page_plan.h"
 #include "host/papers.h"
 #include "tests/cups/cups_support.h"
+#include "tests/support/sanitizers.h"
 
 namespace inkweave::cupstest {
 namespace {
@@ -255,7 +256,7 @@ std::string CodedStream(const std::vector<cups_page_header2_t>& headers, bool sw
 // with little memory, where that allocation would fail and the page pass for an invalid header).
 TEST(Filter, RefusesAHostileCompressedHeaderBeforeLibcupsSetsItUp) {
   cups_page_header2_t hostile = PageHeader(500000000, 1000, kDpi, CUPS_CSPACE_W);
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(INKWEAVE_ASAN)
   const std::vector<std::string> env = {kPluginEnv,
                                         "ASAN_OPTIONS=allocator_may_return_null=1:max_allocation_size_mb=256"};
   const std::vector<std::string> limit;

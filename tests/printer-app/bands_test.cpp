@@ -9,15 +9,10 @@
 #include <vector>
 
 #include "printer-app/bands.h"
+#include "tests/support/sanitizers.h"
 
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define INKWEAVE_ASAN 1
-#endif
-#endif
-#if defined(__SANITIZE_ADDRESS__) || defined(INKWEAVE_ASAN)
+#if defined(INKWEAVE_ASAN)
 #include <sanitizer/asan_interface.h>
-#define INKWEAVE_ASAN 1
 #endif
 
 namespace inkweave::printerapp {

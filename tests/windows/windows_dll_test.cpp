@@ -23,6 +23,7 @@
 
 #include "host/host.h"
 #include "tests/support/files.h"
+#include "tests/support/sanitizers.h"
 #include "tests/windows/strings_table.h"
 #include "windows/hosttest/jobs.h"
 
@@ -183,7 +184,7 @@ std::string FirstDifference(const std::vector<std::uint8_t>& a, const std::vecto
 
 // Under the sanitizers (slow, and nothing of the Windows side is instrumented) the comparison is left
 // to the plain build.
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(INKWEAVE_ASAN)
 constexpr bool kSanitized = true;
 #else
 constexpr bool kSanitized = false;
