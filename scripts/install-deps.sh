@@ -15,7 +15,8 @@ for group in "$@"; do
     windows) packages+=(g++-mingw-w64-x86-64 wine64) ;;
     # the benchmarks and their peers: Gutenprint's CUPS filter, Ghostscript, hyperfine
     bench) packages+=(libbenchmark-dev hyperfine printer-driver-gutenprint ghostscript) ;;
-    clang) packages+=(clang) ;;  # the clang sanitizer run and the libFuzzer harnesses
+    # the clang sanitizer run and the libFuzzer harnesses: the runtimes are only recommended by clang
+    clang) packages+=(clang libclang-rt-14-dev) ;;
     *) echo "install-deps: unknown group '$group' (known: image, cups, pappl, windows, bench, clang)" >&2; exit 2 ;;
   esac
 done
