@@ -97,6 +97,26 @@ inline InkAmounts SplitInks(std::uint32_t packed, const std::int16_t (*split)[4]
   return SplitInks(lightness, split, yellowCap);
 }
 
+// The same in the 16-bit lanes of one word (lane k: ink k), for tables whose entries lie within
+// +-1024 (the vector chain's range, VectorChainInRange). Every lane is (255 - lightness) - row, worked
+// out without a borrow between lanes: the row's lanes with their low 15 bits flipped lie in
+// 0x7BFF..0x83FF, so adding 0x100 and taking the lightness byte off stays inside each lane, and the
+// result's top bit flipped is the amount.
+inline std::uint64_t PackedInks(std::uint32_t packed, const std::int16_t (*split)[4], int yellowCap) {
+  constexpr std::uint64_t kLanes = 0x0001000100010001u;
+  std::uint64_t row;
+  std::memcpy(&row, split[255 - (packed >> 24)], sizeof row);
+  std::uint64_t lightness = packed;  // a byte to a lane
+  lightness = (lightness | lightness << 16) & 0x0000FFFF0000FFFFu;
+  lightness = (lightness | lightness << 8) & 0x00FF00FF00FF00FFu;
+  std::uint64_t amounts = ((row ^ 0x7FFF * kLanes) + 0x100 * kLanes - lightness) ^ 0x8000 * kLanes;
+  constexpr int kYellowShift = 16 * kYellowPlane;
+  if (static_cast<std::int16_t>(amounts >> kYellowShift) > yellowCap)
+    amounts = (amounts & ~(std::uint64_t{0xFFFF} << kYellowShift)) |
+              std::uint64_t{static_cast<std::uint16_t>(yellowCap)} << kYellowShift;
+  return amounts;
+}
+
 // The one-entry conversion cache of a call: a pixel equal to the last key reuses its amounts. It
 // starts on white with no ink, so white never reaches ConvertPixel until another colour was seen.
 struct ConversionCache {
@@ -104,6 +124,7 @@ struct ConversionCache {
   ColorMemory Colors;       // the colours converted lately
   std::uint32_t Key;        // PixelKey of the last pixel
   InkAmounts Amounts;
+  std::uint64_t Packed;  // the same in 16-bit lanes (PackedInks), kept by AmountsOfStretchPacked only
   const std::int16_t (*Split)[4];
   int YellowCap;
 };
@@ -120,6 +141,7 @@ inline ConversionCache StartConversion(const DeviceState& state) {
   cache.YellowCap = 255 - out[2];
   cache.Key = kWhiteKey;
   cache.Amounts = SplitInks(0xFFFFFFFF, cache.Split, cache.YellowCap);
+  cache.Packed = PackedInks(0xFFFFFFFF, cache.Split, cache.YellowCap);
   return cache;
 }
 
@@ -137,6 +159,25 @@ inline const InkAmounts& AmountsOf(ConversionCache& cache, const std::uint8_t* p
   return cache.Amounts;
 }
 
+// The converted pixels of a stretch: fresh[0..distinct - 1] are the keys that differ from the one
+// before them (the first from the remembered pixel), converted into converted[].
+inline int ConvertFresh(ConversionCache& cache, const std::uint32_t* keys, int count, std::uint32_t* fresh,
+                        std::uint32_t* converted, const DeviceState& state) {
+  int distinct = 0;
+  std::uint32_t last = cache.Key;
+  for (int i = 0; i < count; ++i) {
+    fresh[distinct] = keys[i];
+    distinct += keys[i] != last;
+    last = keys[i];
+  }
+  // Monochrome converts for less than a look-up in the colour memory costs.
+  if (state.ColorMode == 1)
+    cache.Convert(fresh, distinct, converted, state);
+  else
+    ConvertThroughMemory(cache.Colors, cache.Convert, fresh, distinct, converted, state);
+  return distinct;
+}
+
 // The amounts of a stretch of pixels given by their keys into amounts[i]: the pixels that differ from
 // the one before them are converted in one call of the kernel. Answers the OR of every amount (0: the
 // stretch is white).
@@ -148,16 +189,7 @@ inline std::int32_t AmountsOfStretch(ConversionCache& cache, const std::uint32_t
   std::int32_t any = 0;
   for (int done = 0; done < count; done += kMost) {
     const int n = count - done < kMost ? count - done : kMost;
-    int distinct = 0;
-    std::uint32_t last = cache.Key;
-    for (int i = done; i < done + n; ++i) {
-      if (keys[i] != last) fresh[distinct++] = last = keys[i];
-    }
-    // Monochrome converts for less than a look-up in the colour memory costs.
-    if (state.ColorMode == 1)
-      cache.Convert(fresh, distinct, converted, state);
-    else
-      ConvertThroughMemory(cache.Colors, cache.Convert, fresh, distinct, converted, state);
+    ConvertFresh(cache, keys + done, n, fresh, converted, state);
     const std::int32_t* a = cache.Amounts.Amount;
     if (n > 0 && keys[done] == cache.Key) any |= a[0] | a[1] | a[2] | a[3];  // the remembered pixel's
     for (int i = done, next = 0; i < done + n; ++i) {
@@ -168,6 +200,34 @@ inline std::int32_t AmountsOfStretch(ConversionCache& cache, const std::uint32_t
       }
       std::memcpy(amounts[i], a, sizeof amounts[i]);
     }
+  }
+  return any;
+}
+
+// AmountsOfStretch with the amounts in 16-bit lanes (PackedInks): amounts[i * stride] is pixel i's word.
+// Only for tables within PackedInks' range. Answers the OR of every word (0: the stretch is white).
+inline std::uint64_t AmountsOfStretchPacked(ConversionCache& cache, const std::uint32_t* keys, int count,
+                                            std::uint64_t* amounts, int stride, const DeviceState& state) {
+  constexpr int kMost = 256;
+  std::uint32_t fresh[kMost];
+  std::uint32_t converted[kMost];
+  std::uint64_t any = 0;
+  for (int done = 0; done < count; done += kMost) {
+    const int n = count - done < kMost ? count - done : kMost;
+    ConvertFresh(cache, keys + done, n, fresh, converted, state);
+    std::uint32_t key = cache.Key;
+    std::uint64_t packed = cache.Packed;
+    any |= packed & -std::uint64_t{n > 0 && keys[done] == key};  // the remembered pixel's
+    for (int i = done, next = 0; i < done + n; ++i) {
+      if (keys[i] != key) {
+        key = keys[i];
+        packed = PackedInks(converted[next++], cache.Split, cache.YellowCap);
+        any |= packed;
+      }
+      amounts[std::ptrdiff_t{i} * stride] = packed;
+    }
+    cache.Key = key;
+    cache.Packed = packed;
   }
   return any;
 }

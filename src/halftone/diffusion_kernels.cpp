@@ -117,9 +117,20 @@ template <Quantiser kQ, int kStep, bool kBlank>
   __m128i here = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(previous[2 * kStep]));
   __m128i ahead1 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(previous[3 * kStep]));
 
-  // The run's arrays in locals: the stores below could otherwise alias the record.
-  const std::int32_t(*amount)[4] = run.Amount;
-  const std::int32_t(*threshold)[4] = run.Threshold;
+  // The amounts and thresholds as 16-bit lanes (those given as 32-bit values packed first), in
+  // locals: the stores below could otherwise alias the record.
+  const std::uint64_t* amount = run.PackedAmount;
+  const std::uint64_t* threshold = run.PackedThreshold;
+  alignas(16) std::uint64_t packed[kBlank ? 1 : 2][kBlank ? 1 : kRunDots];
+  if (!kBlank && (amount == nullptr || threshold == nullptr)) {
+    for (int i = 0; i < count; ++i) {
+      const __m128i both = _mm_packs_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(run.Amount[i])),
+                                           _mm_loadu_si128(reinterpret_cast<const __m128i*>(run.Threshold[i])));
+      _mm_storel_epi64(reinterpret_cast<__m128i*>(&packed[0][i]), both);
+      _mm_storel_epi64(reinterpret_cast<__m128i*>(&packed[1][i]), _mm_unpackhi_epi64(both, both));
+    }
+    amount = packed[0], threshold = packed[1];
+  }
   std::uint8_t* const planes0 = run.Planes[0];
   std::uint8_t* const planes1 = run.Planes[1];
   const int planeBytes = run.PlaneBytes;
@@ -150,10 +161,8 @@ template <Quantiser kQ, int kStep, bool kBlank>
       r = _mm_andnot_si128(clamp, _mm_add_epi16(q, offset));
     } else {
       // The amounts and thresholds (in lanes 0..3), the column's floors.
-      const __m128i both = _mm_packs_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(amount[i])),
-                                           _mm_loadu_si128(reinterpret_cast<const __m128i*>(threshold[i])));
-      const __m128i a = both;
-      const __m128i ta = _mm_sub_epi16(_mm_unpackhi_epi64(both, both), a);
+      const __m128i a = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(&amount[i]));
+      const __m128i ta = _mm_sub_epi16(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(&threshold[i])), a);
       const __m128i none = _mm_cmpeq_epi16(a, zero);
 
       if constexpr (kQ == Quantiser::Top) {
@@ -233,6 +242,37 @@ INKWEAVE_TARGET_AVX2 void ChainRunAvx2(const ChainRun& run, ChainState& state) {
   ChainRunBody<kQ, kStep, kBlank>(run, state);
 }
 
+// Sixteen dots a step: the map's bytes of the next sixteen positions in one load (reversed right to
+// left), each byte spread over the four 16-bit lanes of its dot's word, two dots a store.
+[[gnu::always_inline]] INKWEAVE_TARGET_SSE41 inline void SpreadThresholdsBody(const std::uint8_t* doubled, int x,
+                                                                              int step, int n, std::uint64_t* out) {
+  const __m128i reverse = _mm_setr_epi8(15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0);
+  const __m128i pair = _mm_setr_epi8(0, -1, 0, -1, 0, -1, 0, -1, 1, -1, 1, -1, 1, -1, 1, -1);
+  int i = 0;
+  for (; i + 16 <= n; i += 16, x += 16 * step) {
+    // Positions x .. x + 15 lie at doubled[x & 127 ..]; x .. x - 15 at doubled[(x & 127) + 113 ..].
+    __m128i bytes;
+    if (step > 0) {
+      bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(doubled + (x & 127)));
+    } else {
+      bytes = _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(doubled + (x & 127) + 113)), reverse);
+    }
+    for (int k = 0; k < 16; k += 2, bytes = _mm_srli_si128(bytes, 2))
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i + k), _mm_shuffle_epi8(bytes, pair));
+  }
+  for (; i < n; ++i, x += step) out[i] = doubled[x & 127] * std::uint64_t{0x0001000100010001};
+}
+
+INKWEAVE_TARGET_SSE41 void SpreadThresholdsSse41(const std::uint8_t* doubled, int x, int step, int n,
+                                                 std::uint64_t* out) {
+  SpreadThresholdsBody(doubled, x, step, n, out);
+}
+
+INKWEAVE_TARGET_AVX2 void SpreadThresholdsAvx2(const std::uint8_t* doubled, int x, int step, int n,
+                                               std::uint64_t* out) {
+  SpreadThresholdsBody(doubled, x, step, n, out);
+}
+
 template <Quantiser kQ, bool kBlank>
 ChainRunFn Pick(InstructionSet set, int step) {
   if (set == InstructionSet::kAvx2) return step > 0 ? &ChainRunAvx2<kQ, 1, kBlank> : &ChainRunAvx2<kQ, -1, kBlank>;
@@ -260,6 +300,16 @@ ChainRunFn ChainRunFor(InstructionSet set, Quantiser quantiser, int step, bool b
 #endif
   static_cast<void>(set), static_cast<void>(quantiser), static_cast<void>(step), static_cast<void>(blank);
   return nullptr;
+}
+
+SpreadThresholdsFn SpreadThresholdsFor(InstructionSet set) {
+#if INKWEAVE_X86_KERNELS
+  if (ChainRunFor(set, Quantiser::Mid, 1, false) == nullptr) return nullptr;
+  return set == InstructionSet::kAvx2 ? &SpreadThresholdsAvx2 : &SpreadThresholdsSse41;
+#else
+  static_cast<void>(set);
+  return nullptr;
+#endif
 }
 
 }  // namespace inkweave::detail

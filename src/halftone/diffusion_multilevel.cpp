@@ -111,6 +111,11 @@ struct MultiStripe {
   std::int16_t* Error[4];      // error lines by ink
   unsigned JitterIndex;        // 0..1023
   std::uint32_t Result;
+  // With the vector chain: the thresholds' spreading kernel, and in monochrome (Gray) the amounts of
+  // each gray byte, so that every pixel is converted (eight keys a step) and looked up with no cache walk.
+  detail::SpreadThresholdsFn SpreadThresholds;
+  bool Gray;
+  std::uint64_t GrayAmounts[256];
 };
 
 // One ink's state along an output line: its error rows and planes, the five previous-row errors
@@ -130,10 +135,17 @@ struct InkLine {
 // (the jitter draws in the fixed ink order), then the inks along the run: all four at once in the
 // lanes of a vector (kernels.h), or two at a time with their state in registers.
 
-// The amounts and thresholds of a run, by dot.
-struct RunInputs {
-  std::int32_t Amount[kRunDots][4];
-  std::int32_t Threshold[kRunDots][4];
+// The amounts and thresholds of a run, by dot: for the renderer's own loop as 32-bit values, for the
+// vector chain as 16-bit lanes (ink k in lane k of each word: amounts, then thresholds). A call uses one.
+union RunInputs {
+  struct {
+    std::int32_t Amount[kRunDots][4];
+    std::int32_t Threshold[kRunDots][4];
+  } Wide;
+  struct {
+    std::uint64_t Amount[kRunDots];
+    std::uint64_t Threshold[kRunDots];
+  } Packed;
 };
 
 // Stores the collected bytes of one ink at plane byte `byte` and starts the next byte.
@@ -179,8 +191,9 @@ template <Quantiser kQ, int kStep>
 // Diffuses inks a and b (indexes ia, ib) over the n dots x, x + kStep, ... of a run: two independent
 // chains of errors, so that the processor works on one while the other waits for its last error.
 template <Quantiser kQ, int kStep>
-void DiffuseInkPair(InkLine& lineA, int ia, InkLine& lineB, int ib, const RunInputs& run, int x, int n,
+void DiffuseInkPair(InkLine& lineA, int ia, InkLine& lineB, int ib, const RunInputs& inputs, int x, int n,
                     std::uint32_t& result) {
+  const auto& run = inputs.Wide;
   // The inks' states in locals, so that the loop keeps them in registers.
   InkLine a = lineA, b = lineB;
   std::uint32_t inked = 0;
@@ -201,14 +214,16 @@ void DiffuseInkPair(InkLine& lineA, int ia, InkLine& lineB, int ib, const RunInp
 // Diffuses a run with the four inks in the lanes of one vector.
 void DiffuseRunInLanes(detail::ChainRunFn chain, const InkLine (&inks)[4], const RunInputs& run, int x, int n,
                        std::uint8_t* planes0, std::uint8_t* planes1, int planeBytes, detail::ChainState& state) {
-  chain({run.Amount,
-         run.Threshold,
+  chain({nullptr,
+         nullptr,
          {inks[0].Previous, inks[1].Previous, inks[2].Previous, inks[3].Previous},
          {inks[0].Current, inks[1].Current, inks[2].Current, inks[3].Current},
          x,
          n,
          {planes0, planes1},
-         planeBytes},
+         planeBytes,
+         run.Packed.Amount,
+         run.Packed.Threshold},
         state);
 }
 
@@ -219,21 +234,105 @@ void DiffuseRunInLanes(detail::ChainRunFn chain, const InkLine (&inks)[4], const
 struct SourceAmounts {
   static constexpr int kPixels = Layout<Quantiser::Top>::kPlaneDots / 2;
   int First;
-  alignas(16) std::int16_t Amount[kPixels][4];
+  std::uint64_t Amount[kPixels];  // 16-bit lanes (detail::PackedInks)
 };
 
-// Converts pixels first..first + count - 1 of a source line into `line`; `scratch` holds a run's worth.
-void ConvertSourceLine(MultiStripe& s, detail::SourceLine src, int first, int count, SourceAmounts& line,
-                       std::int32_t (*scratch)[4]) {
+// The amounts (16-bit lanes) of n <= kRunDots pixels given by their keys into amounts[i * stride]; the
+// OR of them all (0: white).
+std::uint64_t PackedAmountsOf(MultiStripe& s, const std::uint32_t* keys, int n, std::uint64_t* amounts, int stride) {
+  if (!s.Gray || n == 0) return detail::AmountsOfStretchPacked(s.Cache, keys, n, amounts, stride, *s.State);
+  // Monochrome gives the gray byte in all four bytes of a conversion.
+  std::uint32_t converted[kRunDots];
+  s.Cache.Convert(keys, n, converted, *s.State);
+  std::uint64_t any = 0;
+  for (int i = 0; i < n; ++i) {
+    const std::uint64_t packed = s.GrayAmounts[converted[i] >> 24];
+    amounts[std::ptrdiff_t{i} * stride] = packed;
+    any |= packed;
+  }
+  s.Cache.Key = keys[n - 1];
+  s.Cache.Packed = amounts[std::ptrdiff_t{n - 1} * stride];
+  return any;
+}
+
+// Converts pixels first..first + count - 1 of a source line into `line`.
+void ConvertSourceLine(MultiStripe& s, detail::SourceLine src, int first, int count, SourceAmounts& line) {
   line.First = first;
   std::uint32_t keys[kRunDots];
   for (int done = 0; done < count; done += kRunDots) {
     const int n = count - done < kRunDots ? count - done : kRunDots;
     for (int i = 0; i < n; ++i) keys[i] = PixelKey(s.Source + (src.Origin + src.Step * (first + done + i)));
-    detail::AmountsOfStretch(s.Cache, keys, n, scratch, *s.State);
-    for (int i = 0; i < n; ++i)
-      for (int ink = 0; ink < 4; ++ink) line.Amount[done + i][ink] = static_cast<std::int16_t>(scratch[i][ink]);
+    PackedAmountsOf(s, keys, n, line.Amount + done, 1);
   }
+}
+
+// The keys of a run's dots x, x + kStep, ...: two dots of a pixel share its key. Answers whether any
+// differs from the remembered pixel's.
+template <int kScale, int kStep>
+bool RunKeys(const MultiStripe& s, detail::SourceLine src, int x, int n, std::uint32_t* keys) {
+  std::uint32_t differs = 0;
+  if constexpr (kScale == 1) {
+    std::ptrdiff_t at = src.Origin + src.Step * x;
+    const std::ptrdiff_t step = src.Step * kStep;
+    for (int i = 0; i < n; ++i, at += step) differs |= (keys[i] = PixelKey(s.Source + at)) ^ s.Cache.Key;
+  } else {
+    int lastPixel = -1;
+    for (int i = 0; i < n; ++i, x += kStep) {
+      const int pixel = x / kScale;
+      if (pixel != lastPixel)
+        keys[i] = PixelKey(s.Source + (src.Origin + src.Step * pixel)), lastPixel = pixel;
+      else
+        keys[i] = keys[i - 1];
+      differs |= keys[i] ^ s.Cache.Key;
+    }
+  }
+  return differs != 0;
+}
+
+// The vector chain's inputs of a run of dots x, x + kStep, ... (16-bit lanes): the amounts from the
+// source line's (`pixels`) or through the conversion, then, unless every amount is 0 (the blank chain
+// takes the run and draws no jitter), the thresholds from `doubledMap` (the map's line twice over).
+// Answers whether any amount is not 0.
+template <Quantiser kQ, int kStep>
+bool PrepareRunPacked(MultiStripe& s, detail::SourceLine src, const SourceAmounts* pixels,
+                      const std::uint8_t* doubledMap, int jitterColumn, int jitterLow, int jitterHigh, int x, int n,
+                      std::uint64_t* amounts, std::uint64_t* thresholds) {
+  using L = Layout<kQ>;
+  std::uint64_t any = 0;
+  if (pixels != nullptr) {
+    const std::uint64_t* amount = pixels->Amount;
+    const int first = pixels->First;
+    const int lo = (kStep > 0 ? x : x - n + 1) / L::kScale - first,
+              hi = (kStep > 0 ? x + n - 1 : x) / L::kScale - first;
+    for (int p = lo; p <= hi; ++p) any |= amount[p];
+    if (any == 0) return false;
+    for (int i = 0, at = x; i < n; ++i, at += kStep) amounts[i] = amount[at / L::kScale - first];
+  } else {
+    std::uint32_t keys[kRunDots];
+    if (RunKeys<L::kScale, kStep>(s, src, x, n, keys)) {
+      any = PackedAmountsOf(s, keys, n, amounts, 1);
+    } else {
+      any = s.Cache.Packed;  // a run of the remembered pixel
+      if (any == 0) return false;
+      for (int i = 0; i < n; ++i) amounts[i] = any;
+    }
+    if (any == 0) return false;
+  }
+  s.SpreadThresholds(doubledMap, x, kStep, n, thresholds);
+  // The jitter columns (x & 3 == jitterColumn), every fourth dot of the run in its order: a draw for
+  // each mid-tone ink, in the fixed ink order.
+  for (int i = (kStep * (jitterColumn - x)) & 3; i < n; i += 4) {
+    for (const int ink : detail::kInkOrder) {
+      const int shift = 16 * ink;
+      const int amount = static_cast<std::int16_t>(amounts[i] >> shift);
+      if (amount >= jitterLow && amount <= jitterHigh) {
+        const auto draw = static_cast<std::uint16_t>((ThresholdJitterWide[s.JitterIndex] >> 4) + 200);
+        thresholds[i] = (thresholds[i] & ~(std::uint64_t{0xFFFF} << shift)) | std::uint64_t{draw} << shift;
+        s.JitterIndex = (s.JitterIndex + 1) & 1023u;
+      }
+    }
+  }
+  return true;
 }
 
 // Output line `line` in the direction kStep over dots first..first + count - 1. `pixels`, when given,
@@ -276,85 +375,50 @@ void DiffuseMultiLine(MultiStripe& s, int line, const std::uint8_t* mapRow, deta
   RunInputs run;
   if (pixels != nullptr && convert && count > 0) {
     const int firstPixel = first / L::kScale;
-    ConvertSourceLine(s, src, firstPixel, (first + count - 1) / L::kScale - firstPixel + 1, *pixels, run.Amount);
+    ConvertSourceLine(s, src, firstPixel, (first + count - 1) / L::kScale - firstPixel + 1, *pixels);
   }
   const detail::ChainRunFn chain = s.Chain[0][kStep > 0 ? 0 : 1];
   detail::ChainState chainState{};
+  std::uint8_t doubledMap[256];  // the vector chain's thresholds are spread from the map's line twice over
+  if (chain != nullptr) std::memcpy(doubledMap, mapRow, 128), std::memcpy(doubledMap + 128, mapRow, 128);
   for (int done = 0; done < count; done += kRunDots) {
     const int n = count - done < kRunDots ? count - done : kRunDots;
     const int runStart = begin + kStep * done;
-
-    // The run's amounts (through the conversion cache, or from the source line's) and thresholds: the
-    // map's, or on the jitter column a draw for each mid-tone ink, drawn in the fixed ink order. At the
-    // highest resolution two dots share a pixel and its key.
-    std::int32_t any = 0;
-    if (pixels != nullptr) {
-      // The run's pixels: any amount not 0 among them, then each dot's.
-      const int lo = (kStep > 0 ? runStart : runStart - n + 1) / L::kScale - pixels->First;
-      const int hi = (kStep > 0 ? runStart + n - 1 : runStart) / L::kScale - pixels->First;
-      std::uint64_t inked = 0;
-      for (int p = lo; p <= hi; ++p) {
-        std::uint64_t pixel;
-        std::memcpy(&pixel, pixels->Amount[p], sizeof pixel);
-        inked |= pixel;
-      }
-      any = inked != 0;
-      for (int i = 0, x = runStart; i < n; ++i, x += kStep) {
-        const std::int16_t* a = pixels->Amount[x / L::kScale - pixels->First];
-        std::int32_t* to = run.Amount[i];
-        to[0] = a[0], to[1] = a[1], to[2] = a[2], to[3] = a[3];
-      }
-    } else {
-      std::uint32_t keys[kRunDots];
-      std::uint32_t differs = 0;  // from the remembered pixel
-      int lastPixel = -1;
-      for (int i = 0, x = runStart; i < n; ++i, x += kStep) {
-        const int pixel = x / L::kScale;
-        if (pixel != lastPixel)
-          keys[i] = PixelKey(s.Source + (src.Origin + src.Step * pixel)), lastPixel = pixel;
-        else
-          keys[i] = keys[i - 1];
-        differs |= keys[i] ^ s.Cache.Key;
-      }
-      // A run of the remembered pixel has its amounts throughout; all 0 (white), the blank chain
-      // needs none of them.
-      const std::int32_t* remembered = s.Cache.Amounts.Amount;
-      any = differs == 0 ? remembered[0] | remembered[1] | remembered[2] | remembered[3]
-                         : detail::AmountsOfStretch(s.Cache, keys, n, run.Amount, *s.State);
-      if (differs == 0 && (any != 0 || chain == nullptr)) {
-        for (int i = 0; i < n; ++i) std::memcpy(run.Amount[i], remembered, sizeof run.Amount[i]);
-      }
-    }
-    // A white run needs no thresholds (and draws none): the blank chain takes it.
     if (chain != nullptr) {
-      if (any == 0) {
-        DiffuseRunInLanes(s.Chain[1][kStep > 0 ? 0 : 1], inks, run, runStart, n, planes0, planes1, L::kPlaneBytes,
-                          chainState);
-        continue;
-      }
+      // The four inks in the lanes of a vector; a white run takes the blank chain.
+      const bool inked = PrepareRunPacked<kQ, kStep>(s, src, pixels, doubledMap, jitterColumn, jitterLow, jitterHigh,
+                                                     runStart, n, run.Packed.Amount, run.Packed.Threshold);
+      DiffuseRunInLanes(s.Chain[inked ? 0 : 1][kStep > 0 ? 0 : 1], inks, run, runStart, n, planes0, planes1,
+                        L::kPlaneBytes, chainState);
+      continue;
+    }
+
+    // The run's amounts (through the conversion cache) and thresholds: the map's, or on the jitter
+    // column a draw for each mid-tone ink, drawn in the fixed ink order. At the highest resolution two
+    // dots share a pixel and its key.
+    std::uint32_t keys[kRunDots];
+    if (RunKeys<L::kScale, kStep>(s, src, runStart, n, keys)) {
+      detail::AmountsOfStretch(s.Cache, keys, n, run.Wide.Amount, *s.State);
+    } else {
+      for (int i = 0; i < n; ++i) std::memcpy(run.Wide.Amount[i], s.Cache.Amounts.Amount, sizeof run.Wide.Amount[i]);
     }
     for (int i = 0, x = runStart; i < n; ++i, x += kStep) {
       const std::int32_t mapThreshold = mapRow[x & 127];
-      for (int ink = 0; ink < 4; ++ink) run.Threshold[i][ink] = mapThreshold;
+      for (int ink = 0; ink < 4; ++ink) run.Wide.Threshold[i][ink] = mapThreshold;
     }
     // The jitter columns (x & 3 == jitterColumn), every fourth dot of the run in its order.
     for (int i = (kStep * (jitterColumn - runStart)) & 3; i < n; i += 4) {
       for (const int ink : detail::kInkOrder) {
-        const int amount = run.Amount[i][ink];
+        const int amount = run.Wide.Amount[i][ink];
         if (amount >= jitterLow && amount <= jitterHigh) {
-          run.Threshold[i][ink] = (ThresholdJitterWide[s.JitterIndex] >> 4) + 200;
+          run.Wide.Threshold[i][ink] = (ThresholdJitterWide[s.JitterIndex] >> 4) + 200;
           s.JitterIndex = (s.JitterIndex + 1) & 1023u;
         }
       }
     }
-
-    if (chain != nullptr) {
-      DiffuseRunInLanes(chain, inks, run, runStart, n, planes0, planes1, L::kPlaneBytes, chainState);
-    } else {
-      // The inks along the run, two at a time.
-      DiffuseInkPair<kQ, kStep>(inks[0], 0, inks[1], 1, run, runStart, n, s.Result);
-      DiffuseInkPair<kQ, kStep>(inks[2], 2, inks[3], 3, run, runStart, n, s.Result);
-    }
+    // The inks along the run, two at a time.
+    DiffuseInkPair<kQ, kStep>(inks[0], 0, inks[1], 1, run, runStart, n, s.Result);
+    DiffuseInkPair<kQ, kStep>(inks[2], 2, inks[3], 3, run, runStart, n, s.Result);
   }
 
   // The partial byte at the far end of the line (left to right: its last byte; right to left: the
@@ -407,6 +471,12 @@ std::uint32_t DiffuseMulti(DeviceState& state, int firstLine, int height, const 
     s.Chain[blank][1] = detail::ChainRunFor(set, kQ, -1, blank != 0);
   }
   s.Cache = detail::StartConversion(state);
+  s.SpreadThresholds = detail::SpreadThresholdsFor(set);
+  s.Gray = state.ColorMode == 1 && s.Chain[0][0] != nullptr;
+  if (s.Gray) {
+    for (std::uint32_t gray = 0; gray < 256; ++gray)
+      s.GrayAmounts[gray] = detail::PackedInks(gray * 0x01010101u, s.Cache.Split, s.Cache.YellowCap);
+  }
   s.Source = band.Bits;
   for (int ink = 0; ink < 4; ++ink) s.Error[ink] = state.LineBuffers[ink];
   s.JitterIndex = state.DiffusionCursor & 1023u;

@@ -30,7 +30,8 @@ enum class Quantiser { Mid, High, Top };
 inline constexpr int kRunDots = 256;
 
 // One run of a multi-level diffusion line, the four inks (cyan, magenta, yellow, black) side by side:
-// dot i of the run is position X + i Step.
+// dot i of the run is position X + i Step. Its amounts and thresholds come as 16-bit lanes in
+// PackedAmount and PackedThreshold or, when those are null, as 32-bit values in Amount and Threshold.
 struct ChainRun {
   const std::int32_t (*Amount)[4];     // [i]: the inks' amounts
   const std::int32_t (*Threshold)[4];  // [i]: the inks' thresholds (the map's or a jitter draw)
@@ -40,6 +41,9 @@ struct ChainRun {
   int Count;
   std::uint8_t* Planes[2];  // the line's planes in the first and second PlaneBuffer (null when one bit)
   int PlaneBytes;           // bytes per plane
+  // [i]: the inks' amounts and thresholds, ink k in the 16-bit lane k of the word
+  const std::uint64_t* PackedAmount = nullptr;
+  const std::uint64_t* PackedThreshold = nullptr;
 };
 
 // What a line carries from run to run: the errors just stored for the one and two dots before, the
@@ -59,5 +63,12 @@ struct ChainState {
 using ChainRunFn = void (*)(const ChainRun& run, ChainState& state);
 
 ChainRunFn ChainRunFor(InstructionSet set, Quantiser quantiser, int step, bool blank);
+
+// The thresholds of a run of n dots from a threshold map's line: out[i] holds the byte at position
+// (x + i step) & 127 of `doubled` (the line's 128 bytes twice over) in each of its four 16-bit lanes.
+// Null where ChainRunFor is null.
+using SpreadThresholdsFn = void (*)(const std::uint8_t* doubled, int x, int step, int n, std::uint64_t* out);
+
+SpreadThresholdsFn SpreadThresholdsFor(InstructionSet set);
 
 }  // namespace inkweave::detail
