@@ -306,7 +306,15 @@ bool PrepareRunPacked(MultiStripe& s, detail::SourceLine src, const SourceAmount
               hi = (kStep > 0 ? x + n - 1 : x) / L::kScale - first;
     for (int p = lo; p <= hi; ++p) any |= amount[p];
     if (any == 0) return false;
-    for (int i = 0, at = x; i < n; ++i, at += kStep) amounts[i] = amount[at / L::kScale - first];
+    if constexpr (L::kScale == 2) {
+      // The dots of a pixel in pairs; the run's first dot alone when its pixel's other dot came before.
+      int i = 0, at = x;
+      if ((at & 1) == (kStep > 0 ? 1 : 0)) amounts[i++] = amount[(at >> 1) - first], at += kStep;
+      for (; i + 1 < n; i += 2, at += 2 * kStep) amounts[i] = amounts[i + 1] = amount[(at >> 1) - first];
+      if (i < n) amounts[i] = amount[(at >> 1) - first];
+    } else {
+      for (int i = 0, at = x; i < n; ++i, at += kStep) amounts[i] = amount[at / L::kScale - first];
+    }
   } else {
     std::uint32_t keys[kRunDots];
     if (RunKeys<L::kScale, kStep>(s, src, x, n, keys)) {
@@ -321,11 +329,12 @@ bool PrepareRunPacked(MultiStripe& s, detail::SourceLine src, const SourceAmount
   s.SpreadThresholds(doubledMap, x, kStep, n, thresholds);
   // The jitter columns (x & 3 == jitterColumn), every fourth dot of the run in its order: a draw for
   // each mid-tone ink, in the fixed ink order.
+  const auto span = static_cast<std::uint16_t>(jitterHigh - jitterLow);
   for (int i = (kStep * (jitterColumn - x)) & 3; i < n; i += 4) {
     for (const int ink : detail::kInkOrder) {
       const int shift = 16 * ink;
-      const int amount = static_cast<std::int16_t>(amounts[i] >> shift);
-      if (amount >= jitterLow && amount <= jitterHigh) {
+      // jitterLow <= amount <= jitterHigh, in one unsigned compare of the lane
+      if (static_cast<std::uint16_t>((amounts[i] >> shift) - jitterLow) <= span) {
         const auto draw = static_cast<std::uint16_t>((ThresholdJitterWide[s.JitterIndex] >> 4) + 200);
         thresholds[i] = (thresholds[i] & ~(std::uint64_t{0xFFFF} << shift)) | std::uint64_t{draw} << shift;
         s.JitterIndex = (s.JitterIndex + 1) & 1023u;
