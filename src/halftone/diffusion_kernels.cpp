@@ -90,12 +90,97 @@ bool VectorChainInRange() {
   return v;
 }
 
+// One dot of a run: dot i, whose column's floors are at `floors`. The window, the chain and the bits
+// move on.
 template <Quantiser kQ, int kStep, bool kBlank>
-[[gnu::always_inline]] INKWEAVE_TARGET_SSE41 inline void ChainRunBody(const ChainRun& run, ChainState& state) {
+[[gnu::always_inline]] INKWEAVE_TARGET_SSE41 inline void ChainDot(
+    const std::int16_t (*previous)[4], std::int16_t (*current)[4], const std::uint64_t* amount,
+    const std::uint64_t* threshold, const std::int16_t* floors, int i, __m128i& behind2, __m128i& behind1,
+    __m128i& here, __m128i& ahead1, __m128i& c1, __m128i& c2, __m128i& bits) {
   const __m128i zero = _mm_setzero_si128();
   const __m128i big = _mm_set1_epi16(0x7FFF);
   const __m128i c255 = _mm_set1_epi16(255);
   const __m128i bitIn = _mm_set1_epi16(kStep > 0 ? 1 : 0x80);
+  const __m128i ahead2 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(previous[(i + 4) * kStep]));
+  const __m128i window =
+      _mm_add_epi16(_mm_add_epi16(_mm_slli_epi16(here, 2), _mm_slli_epi16(_mm_add_epi16(behind1, ahead1), 1)),
+                    _mm_add_epi16(behind2, ahead2));
+  behind2 = behind1, behind1 = here, here = ahead1, ahead1 = ahead2;
+  const __m128i known = Settled(_mm_add_epi16(window, _mm_add_epi16(c2, c2)));
+
+  const __m128i floor = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(floors));
+  const __m128i g = _mm_add_epi16(known, _mm_slli_epi16(c1, 2));
+  const __m128i q = _mm_sign_epi16(_mm_srli_epi16(_mm_abs_epi16(g), 4), g);
+
+  __m128i r, first = zero, second = zero;
+  if constexpr (kBlank) {
+    // Every amount 0: q > f: q - step, else min(q + step, 0); no dot. The decisions come from g
+    // itself, before its division: q > f exactly where g > 16 f (+ 15 when f >= 0), and
+    // q + step > 0 where g > -16 step; the error is then q + (-step or +step), or 0.
+    constexpr std::int16_t kStepSize = kQ == Quantiser::Top ? 16 : 32;
+    const __m128i limit =
+        _mm_add_epi16(_mm_slli_epi16(floor, 4), _mm_andnot_si128(_mm_cmpgt_epi16(zero, floor), _mm_set1_epi16(15)));
+    const __m128i above = _mm_cmpgt_epi16(g, limit);
+    const __m128i clamp = _mm_andnot_si128(above, _mm_cmpgt_epi16(g, _mm_set1_epi16(-16 * kStepSize)));
+    const __m128i offset = _mm_blendv_epi8(_mm_set1_epi16(kStepSize), _mm_set1_epi16(-kStepSize), above);
+    r = _mm_andnot_si128(clamp, _mm_add_epi16(q, offset));
+  } else {
+    // The amounts and thresholds (in lanes 0..3), the column's floors.
+    const __m128i a = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(&amount[i]));
+    const __m128i ta = _mm_sub_epi16(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(&threshold[i])), a);
+    const __m128i none = _mm_cmpeq_epi16(a, zero);
+
+    if constexpr (kQ == Quantiser::Top) {
+      // Amount 0: q > f: q - 16, else min(q + 16, 0). Others: q + a >= t + 5: a dot, q + a - 350.
+      const __m128i k1 = _mm_blendv_epi8(_mm_add_epi16(ta, _mm_set1_epi16(4)), floor, none);
+      const __m128i x0 = _mm_min_epi16(_mm_add_epi16(q, Settled(_mm_blendv_epi8(a, _mm_set1_epi16(16), none))),
+                                       _mm_andnot_si128(none, big));
+      const __m128i x1 =
+          _mm_add_epi16(q, Settled(_mm_blendv_epi8(_mm_sub_epi16(a, _mm_set1_epi16(350)), _mm_set1_epi16(-16), none)));
+      const __m128i m1 = _mm_cmpgt_epi16(q, k1);
+      r = _mm_blendv_epi8(x0, x1, m1);
+      first = _mm_andnot_si128(none, m1);
+    } else {
+      // Amounts 0 and 255: q > f: -32, else +32 (amount 0: at most 0). Between: the thresholds
+      // t + 5, then t + 208 and t + 255 (three sizes) or t + 200 (two sizes).
+      constexpr bool kMid = kQ == Quantiser::Mid;
+      const __m128i full = _mm_cmpeq_epi16(a, c255);
+      const __m128i edge = _mm_or_si128(none, full);
+      const __m128i k1 = _mm_blendv_epi8(_mm_add_epi16(ta, _mm_set1_epi16(4)), floor, edge);
+      const __m128i k2 = _mm_blendv_epi8(_mm_add_epi16(ta, _mm_set1_epi16(kMid ? 207 : 199)), big, edge);
+      const __m128i x0 = _mm_min_epi16(_mm_add_epi16(q, Settled(_mm_blendv_epi8(a, _mm_set1_epi16(32), edge))),
+                                       _mm_andnot_si128(none, big));
+      const __m128i x1 = _mm_add_epi16(
+          q, Settled(_mm_blendv_epi8(_mm_sub_epi16(a, _mm_set1_epi16(kMid ? 100 : 212)), _mm_set1_epi16(-32), edge)));
+      const __m128i x2 = _mm_add_epi16(q, Settled(_mm_sub_epi16(a, _mm_set1_epi16(kMid ? 248 : 255))));
+      const __m128i m1 = _mm_cmpgt_epi16(q, k1);
+      const __m128i m2 = _mm_cmpgt_epi16(q, k2);
+      const __m128i small = _mm_andnot_si128(edge, _mm_andnot_si128(m2, m1));
+      first = _mm_or_si128(m2, full);
+      if constexpr (kMid) {
+        const __m128i k3 = _mm_blendv_epi8(_mm_add_epi16(ta, _mm_set1_epi16(254)), big, edge);
+        const __m128i x3 = _mm_add_epi16(q, Settled(_mm_sub_epi16(a, c255)));
+        const __m128i m3 = _mm_cmpgt_epi16(q, k3);
+        r = _mm_blendv_epi8(x0, _mm_blendv_epi8(x1, _mm_blendv_epi8(x2, x3, m3), m2), m1);
+        second = _mm_or_si128(_mm_or_si128(small, m3), full);
+      } else {
+        r = _mm_blendv_epi8(x0, _mm_blendv_epi8(x1, x2, m2), m1);
+        second = small;
+      }
+    }
+  }
+
+  // Store the error, move the chain on, collect the bits.
+  _mm_storel_epi64(reinterpret_cast<__m128i*>(current[i * kStep]), r);
+  c2 = c1;
+  c1 = r;
+  const __m128i dots = _mm_and_si128(_mm_unpacklo_epi64(first, second), bitIn);
+  bits = _mm_or_si128(kStep > 0 ? _mm_slli_epi16(bits, 1) : _mm_srli_epi16(bits, 1), dots);
+}
+
+template <Quantiser kQ, int kStep, bool kBlank>
+[[gnu::always_inline]] INKWEAVE_TARGET_SSE41 inline void ChainRunBody(const ChainRun& run, ChainState& state) {
+  const __m128i zero = _mm_setzero_si128();
 
   __m128i c1 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(state.C1));
   __m128i c2 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(state.C2));
@@ -135,85 +220,27 @@ template <Quantiser kQ, int kStep, bool kBlank>
   std::uint8_t* const planes1 = run.Planes[1];
   const int planeBytes = run.PlaneBytes;
   int x = run.X;
-  for (int i = 0; i < count; ++i, x += kStep) {
-    const __m128i ahead2 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(previous[(i + 4) * kStep]));
-    const __m128i window =
-        _mm_add_epi16(_mm_add_epi16(_mm_slli_epi16(here, 2), _mm_slli_epi16(_mm_add_epi16(behind1, ahead1), 1)),
-                      _mm_add_epi16(behind2, ahead2));
-    behind2 = behind1, behind1 = here, here = ahead1, ahead1 = ahead2;
-    const __m128i known = Settled(_mm_add_epi16(window, _mm_add_epi16(c2, c2)));
-
-    const __m128i floor = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(&DiffusionSeedErrors[(4 * x) & 255]));
-    const __m128i g = _mm_add_epi16(known, _mm_slli_epi16(c1, 2));
-    const __m128i q = _mm_sign_epi16(_mm_srli_epi16(_mm_abs_epi16(g), 4), g);
-
-    __m128i r, first = zero, second = zero;
-    if constexpr (kBlank) {
-      // Every amount 0: q > f: q - step, else min(q + step, 0); no dot. The decisions come from g
-      // itself, before its division: q > f exactly where g > 16 f (+ 15 when f >= 0), and
-      // q + step > 0 where g > -16 step; the error is then q + (-step or +step), or 0.
-      constexpr std::int16_t kStepSize = kQ == Quantiser::Top ? 16 : 32;
-      const __m128i limit =
-          _mm_add_epi16(_mm_slli_epi16(floor, 4), _mm_andnot_si128(_mm_cmpgt_epi16(zero, floor), _mm_set1_epi16(15)));
-      const __m128i above = _mm_cmpgt_epi16(g, limit);
-      const __m128i clamp = _mm_andnot_si128(above, _mm_cmpgt_epi16(g, _mm_set1_epi16(-16 * kStepSize)));
-      const __m128i offset = _mm_blendv_epi8(_mm_set1_epi16(kStepSize), _mm_set1_epi16(-kStepSize), above);
-      r = _mm_andnot_si128(clamp, _mm_add_epi16(q, offset));
+  for (int i = 0; i < count;) {
+    // The dots to the end of x's byte or of the run; within a byte the columns' floors lie side by
+    // side ((4 x) & 255 does not wrap), and a byte is stored when the line leaves it.
+    const int toByteEnd = kStep > 0 ? 8 - (x & 7) : (x & 7) + 1;
+    const int n = count - i < toByteEnd ? count - i : toByteEnd;
+    const std::int16_t* floors = &DiffusionSeedErrors[(4 * x) & 255];
+    if (n == 8) {
+#pragma GCC unroll 8
+      for (int k = 0; k < 8; ++k)
+        ChainDot<kQ, kStep, kBlank>(previous, current, amount, threshold, floors + 4 * kStep * k, i + k, behind2,
+                                    behind1, here, ahead1, c1, c2, bits);
     } else {
-      // The amounts and thresholds (in lanes 0..3), the column's floors.
-      const __m128i a = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(&amount[i]));
-      const __m128i ta = _mm_sub_epi16(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(&threshold[i])), a);
-      const __m128i none = _mm_cmpeq_epi16(a, zero);
-
-      if constexpr (kQ == Quantiser::Top) {
-        // Amount 0: q > f: q - 16, else min(q + 16, 0). Others: q + a >= t + 5: a dot, q + a - 350.
-        const __m128i k1 = _mm_blendv_epi8(_mm_add_epi16(ta, _mm_set1_epi16(4)), floor, none);
-        const __m128i x0 = _mm_min_epi16(_mm_add_epi16(q, Settled(_mm_blendv_epi8(a, _mm_set1_epi16(16), none))),
-                                         _mm_andnot_si128(none, big));
-        const __m128i x1 = _mm_add_epi16(
-            q, Settled(_mm_blendv_epi8(_mm_sub_epi16(a, _mm_set1_epi16(350)), _mm_set1_epi16(-16), none)));
-        const __m128i m1 = _mm_cmpgt_epi16(q, k1);
-        r = _mm_blendv_epi8(x0, x1, m1);
-        first = _mm_andnot_si128(none, m1);
-      } else {
-        // Amounts 0 and 255: q > f: -32, else +32 (amount 0: at most 0). Between: the thresholds
-        // t + 5, then t + 208 and t + 255 (three sizes) or t + 200 (two sizes).
-        constexpr bool kMid = kQ == Quantiser::Mid;
-        const __m128i full = _mm_cmpeq_epi16(a, c255);
-        const __m128i edge = _mm_or_si128(none, full);
-        const __m128i k1 = _mm_blendv_epi8(_mm_add_epi16(ta, _mm_set1_epi16(4)), floor, edge);
-        const __m128i k2 = _mm_blendv_epi8(_mm_add_epi16(ta, _mm_set1_epi16(kMid ? 207 : 199)), big, edge);
-        const __m128i x0 = _mm_min_epi16(_mm_add_epi16(q, Settled(_mm_blendv_epi8(a, _mm_set1_epi16(32), edge))),
-                                         _mm_andnot_si128(none, big));
-        const __m128i x1 = _mm_add_epi16(
-            q, Settled(_mm_blendv_epi8(_mm_sub_epi16(a, _mm_set1_epi16(kMid ? 100 : 212)), _mm_set1_epi16(-32), edge)));
-        const __m128i x2 = _mm_add_epi16(q, Settled(_mm_sub_epi16(a, _mm_set1_epi16(kMid ? 248 : 255))));
-        const __m128i m1 = _mm_cmpgt_epi16(q, k1);
-        const __m128i m2 = _mm_cmpgt_epi16(q, k2);
-        const __m128i small = _mm_andnot_si128(edge, _mm_andnot_si128(m2, m1));
-        first = _mm_or_si128(m2, full);
-        if constexpr (kMid) {
-          const __m128i k3 = _mm_blendv_epi8(_mm_add_epi16(ta, _mm_set1_epi16(254)), big, edge);
-          const __m128i x3 = _mm_add_epi16(q, Settled(_mm_sub_epi16(a, c255)));
-          const __m128i m3 = _mm_cmpgt_epi16(q, k3);
-          r = _mm_blendv_epi8(x0, _mm_blendv_epi8(x1, _mm_blendv_epi8(x2, x3, m3), m2), m1);
-          second = _mm_or_si128(_mm_or_si128(small, m3), full);
-        } else {
-          r = _mm_blendv_epi8(x0, _mm_blendv_epi8(x1, x2, m2), m1);
-          second = small;
-        }
-      }
+      for (int k = 0; k < n; ++k)
+        ChainDot<kQ, kStep, kBlank>(previous, current, amount, threshold, floors + 4 * kStep * k, i + k, behind2,
+                                    behind1, here, ahead1, c1, c2, bits);
     }
-
-    // Store the error, move the chain on, collect the bits; a byte is stored when the line leaves it.
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(current[i * kStep]), r);
-    c2 = c1;
-    c1 = r;
-    const __m128i dots = _mm_and_si128(_mm_unpacklo_epi64(first, second), bitIn);
-    bits = _mm_or_si128(kStep > 0 ? _mm_slli_epi16(bits, 1) : _mm_srli_epi16(bits, 1), dots);
-    if ((x & 7) == (kStep > 0 ? 7 : 0)) {
+    i += n;
+    x += kStep * n;
+    if (n == toByteEnd) {
+      const int byte = (x - kStep) >> 3;
       const auto bytes = static_cast<std::uint64_t>(_mm_cvtsi128_si64(_mm_packus_epi16(bits, bits)));
-      const int byte = x >> 3;
       for (int ink = 0; ink < 4; ++ink) {
         planes0[ink * planeBytes + byte] = static_cast<std::uint8_t>(bytes >> (8 * ink));
         if constexpr (kQ != Quantiser::Top)
