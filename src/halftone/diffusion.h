@@ -178,57 +178,52 @@ inline int ConvertFresh(ConversionCache& cache, const std::uint32_t* keys, int c
   return distinct;
 }
 
-// The amounts of a stretch of pixels given by their keys into amounts[i]: the pixels that differ from
-// the one before them are converted in one call of the kernel. Answers the OR of every amount (0: the
-// stretch is white).
+// The most pixels a stretch (AmountsOfStretch, AmountsOfStretchPacked) may hold.
+inline constexpr int kStretchPixels = 256;
+
+// The amounts of a stretch of count <= kStretchPixels pixels given by their keys into amounts[i]: the
+// pixels that differ from the one before them are converted in one call of the kernel. Answers the OR
+// of every amount (0: the stretch is white).
 inline std::int32_t AmountsOfStretch(ConversionCache& cache, const std::uint32_t* keys, int count,
                                      std::int32_t (*amounts)[4], const DeviceState& state) {
-  constexpr int kMost = 256;
-  std::uint32_t fresh[kMost];
-  std::uint32_t converted[kMost];
-  std::int32_t any = 0;
-  for (int done = 0; done < count; done += kMost) {
-    const int n = count - done < kMost ? count - done : kMost;
-    ConvertFresh(cache, keys + done, n, fresh, converted, state);
-    const std::int32_t* a = cache.Amounts.Amount;
-    if (n > 0 && keys[done] == cache.Key) any |= a[0] | a[1] | a[2] | a[3];  // the remembered pixel's
-    for (int i = done, next = 0; i < done + n; ++i) {
-      if (keys[i] != cache.Key) {
-        cache.Key = keys[i];
-        cache.Amounts = SplitInks(converted[next++], cache.Split, cache.YellowCap);
-        any |= a[0] | a[1] | a[2] | a[3];
-      }
-      std::memcpy(amounts[i], a, sizeof amounts[i]);
+  if (count <= 0) return 0;
+  std::uint32_t fresh[kStretchPixels];
+  std::uint32_t converted[kStretchPixels];
+  ConvertFresh(cache, keys, count, fresh, converted, state);
+  const std::int32_t* a = cache.Amounts.Amount;
+  std::int32_t any = keys[0] == cache.Key ? a[0] | a[1] | a[2] | a[3] : 0;  // the remembered pixel's
+  for (int i = 0, next = 0; i < count; ++i) {
+    if (keys[i] != cache.Key) {
+      cache.Key = keys[i];
+      cache.Amounts = SplitInks(converted[next++], cache.Split, cache.YellowCap);
+      any |= a[0] | a[1] | a[2] | a[3];
     }
+    std::memcpy(amounts[i], a, sizeof amounts[i]);
   }
   return any;
 }
 
-// AmountsOfStretch with the amounts in 16-bit lanes (PackedInks): amounts[i * stride] is pixel i's word.
-// Only for tables within PackedInks' range. Answers the OR of every word (0: the stretch is white).
+// The same with the amounts in 16-bit lanes (PackedInks): amounts[i * stride] is pixel i's word. Only
+// for tables within PackedInks' range. Answers the OR of every word (0: the stretch is white).
 inline std::uint64_t AmountsOfStretchPacked(ConversionCache& cache, const std::uint32_t* keys, int count,
                                             std::uint64_t* amounts, int stride, const DeviceState& state) {
-  constexpr int kMost = 256;
-  std::uint32_t fresh[kMost];
-  std::uint32_t converted[kMost];
-  std::uint64_t any = 0;
-  for (int done = 0; done < count; done += kMost) {
-    const int n = count - done < kMost ? count - done : kMost;
-    ConvertFresh(cache, keys + done, n, fresh, converted, state);
-    std::uint32_t key = cache.Key;
-    std::uint64_t packed = cache.Packed;
-    any |= packed & -std::uint64_t{n > 0 && keys[done] == key};  // the remembered pixel's
-    for (int i = done, next = 0; i < done + n; ++i) {
-      if (keys[i] != key) {
-        key = keys[i];
-        packed = PackedInks(converted[next++], cache.Split, cache.YellowCap);
-        any |= packed;
-      }
-      amounts[std::ptrdiff_t{i} * stride] = packed;
+  if (count <= 0) return 0;
+  std::uint32_t fresh[kStretchPixels];
+  std::uint32_t converted[kStretchPixels];
+  ConvertFresh(cache, keys, count, fresh, converted, state);
+  std::uint32_t key = cache.Key;
+  std::uint64_t packed = cache.Packed;
+  std::uint64_t any = keys[0] == key ? packed : 0;  // the remembered pixel's
+  for (int i = 0, next = 0; i < count; ++i) {
+    if (keys[i] != key) {
+      key = keys[i];
+      packed = PackedInks(converted[next++], cache.Split, cache.YellowCap);
+      any |= packed;
     }
-    cache.Key = key;
-    cache.Packed = packed;
+    amounts[std::ptrdiff_t{i} * stride] = packed;
   }
+  cache.Key = key;
+  cache.Packed = packed;
   return any;
 }
 

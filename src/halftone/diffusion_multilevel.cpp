@@ -40,6 +40,8 @@ using detail::InkAmounts;
 using detail::kRunDots;
 using detail::Quantiser;
 
+static_assert(kRunDots <= detail::kStretchPixels, "a run's pixels are converted as one stretch");
+
 // The plane layout of a quantiser: the top pair renders at level 6, the others below it.
 template <Quantiser kQ>
 struct Layout {
