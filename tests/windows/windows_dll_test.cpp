@@ -6,23 +6,20 @@
 // Skipped, saying why, when the cross build, the MinGW objdump or wine64 is missing. The build
 // directory can be moved with INKWEAVE_WINDOWS_BUILD.
 #include <gtest/gtest.h>
-#include <stdio.h>
-#include <stdlib.h>
 
 #include <cctype>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <set>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "host/host.h"
-#include "tests/support/files.h"
+#include "tests/support/bytes.h"
+#include "tests/support/process.h"
 #include "tests/support/sanitizers.h"
 #include "tests/windows/strings_table.h"
 #include "windows/hosttest/jobs.h"
@@ -54,37 +51,11 @@ fs::path FindProgram(std::initializer_list<const char*> candidates) {
   return {};
 }
 
-// Runs a shell command; answers its output (stdout and stderr) and sets *status to its exit status.
-std::string RunShell(const std::string& command, int* status) {
-  std::string output;
-  FILE* pipe = popen((command + " 2>&1").c_str(), "r");
-  if (!pipe) {
-    *status = -1;
-    return output;
-  }
-  char buffer[4096];
-  for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) output.append(buffer, n);
-  const int raw = pclose(pipe);
-  *status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-  return output;
-}
-
-std::string Quote(const fs::path& path) {
-  std::string quoted("'");
-  quoted.append(path.string()).append("'");
-  return quoted;
-}
-
-std::vector<std::string> Lines(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::vector<std::string> lines;
-  for (std::string line; std::getline(in, line);) lines.push_back(line);
-  return lines;
-}
-
-std::string Lower(std::string text) {
-  for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return text;
+// A program's output (standard output and error); *status is its exit status (-1 when it did not end).
+std::string RunProgram(const std::vector<std::string>& argv, int* status, const std::vector<std::string>& env = {}) {
+  const inkweave::testing::ProcessResult run = inkweave::testing::RunProcess(argv, std::chrono::seconds(600), env);
+  *status = run.Exit;
+  return run.Out + run.Err;
 }
 
 // What objdump -p says a PE file imports and exports.
@@ -96,7 +67,7 @@ struct PeTables {
 PeTables ReadPeTables(const fs::path& objdump, const fs::path& file, std::string* error) {
   PeTables tables;
   int status = 0;
-  const std::string dump = RunShell(Quote(objdump) + " -p " + Quote(file), &status);
+  const std::string dump = RunProgram({objdump, "-p", file}, &status);
   if (status != 0) {
     *error = dump;
     return tables;
@@ -105,7 +76,11 @@ PeTables ReadPeTables(const fs::path& objdump, const fs::path& file, std::string
   bool inNames = false;
   for (std::string line; std::getline(lines, line);) {
     const std::size_t dll = line.find("DLL Name: ");
-    if (dll != std::string::npos) tables.Imports.insert(Lower(line.substr(dll + 10)));
+    if (dll != std::string::npos) {
+      std::string name = line.substr(dll + 10);
+      for (char& c : name) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+      tables.Imports.insert(name);
+    }
     if (line.rfind("[Ordinal/Name Pointer] Table", 0) == 0) {
       inNames = true;
       continue;
@@ -175,13 +150,6 @@ std::string WinePath(const fs::path& path) {
   return name;
 }
 
-std::string FirstDifference(const std::vector<std::uint8_t>& a, const std::vector<std::uint8_t>& b) {
-  std::size_t at = 0;
-  while (at < a.size() && at < b.size() && a[at] == b[at]) ++at;
-  return "sizes " + std::to_string(a.size()) + " and " + std::to_string(b.size()) + ", first difference at byte " +
-         std::to_string(at);
-}
-
 // Under the sanitizers (slow, and nothing of the Windows side is instrumented) the comparison is left
 // to the plain build.
 #if defined(INKWEAVE_ASAN)
@@ -205,20 +173,28 @@ TEST(WindowsDll, UnderWineAnswersAndWritesAsTheLinuxLibrary) {
   ASSERT_FALSE(temp.Path().empty());
   const fs::path out = temp.Path() / "out";
   fs::create_directory(out);
-  const std::string env = "env -u DISPLAY -u WAYLAND_DISPLAY WINEPREFIX=" + Quote(temp.Path() / "prefix") +
-                          " WINEDEBUG=-all WINEDLLOVERRIDES='mscoree,mshtml=' LC_ALL=C LANG=C ";
+  // Headless: no display for Wine to open.
+  const std::vector<std::string> headless = {"env", "-u", "DISPLAY", "-u", "WAYLAND_DISPLAY"};
+  const std::vector<std::string> env = {"WINEPREFIX=" + (temp.Path() / "prefix").string(), "WINEDEBUG=-all",
+                                        "WINEDLLOVERRIDES=mscoree,mshtml=", "LC_ALL=C", "LANG=C"};
+  const auto wineRun = [&](std::vector<std::string> args, int* status) {
+    args.insert(args.begin(), headless.begin(), headless.end());
+    return RunProgram(args, status, env);
+  };
   int status = 0;
   const auto start = std::chrono::steady_clock::now();
-  std::string log = RunShell(env + Quote(wine) + " wineboot --init", &status);
+  std::string log = wineRun({wine, "wineboot", "--init"}, &status);
   const auto booted = std::chrono::steady_clock::now();
   ASSERT_EQ(status, 0) << "wineboot --init failed:\n" << log;
-  log = RunShell(env + Quote(wine) + " " + Quote(exe) + " '" + WinePath(dll) + "' '" + WinePath(out) + "'", &status);
+  log = wineRun({wine, exe, WinePath(dll), WinePath(out)}, &status);
   const auto ran = std::chrono::steady_clock::now();
-  if (!wineserver.empty()) RunShell(env + Quote(wineserver) + " -k", &status);
+  if (!wineserver.empty()) wineRun({wineserver, "-k"}, &status);
   using seconds = std::chrono::duration<double>;
   std::cout << "wineboot --init " << seconds(booted - start).count() << " s, inkweave-hosttest "
             << seconds(ran - booted).count() << " s\n";
-  const std::vector<std::string> report = Lines(out / "report.txt");
+  std::vector<std::string> report;
+  std::istringstream reportText(inkweave::testing::ReadText(out / "report.txt"));
+  for (std::string line; std::getline(reportText, line);) report.push_back(line);
   ASSERT_FALSE(report.empty()) << "inkweave-hosttest wrote no report:\n" << log;
 
   std::vector<std::string> probes, jobs, strings, loaded, version;
@@ -245,8 +221,8 @@ TEST(WindowsDll, UnderWineAnswersAndWritesAsTheLinuxLibrary) {
     const hosttest::JobResult onLinux = hosttest::RunJob(library->Entry(), list[i]);
     const std::vector<std::uint8_t> windows = ReadBytes(out / (list[i].Name + ".bin"));
     EXPECT_GT(onLinux.Stream.size(), 10000u);
-    EXPECT_TRUE(windows == onLinux.Stream)
-        << FirstDifference(windows, onLinux.Stream) << " (run ./build-windows.sh if the sources changed since)";
+    EXPECT_TRUE(windows == onLinux.Stream) << inkweave::testing::FirstDifference(windows, onLinux.Stream)
+                                           << " (run ./build-windows.sh if the sources changed since)";
     EXPECT_EQ(jobs[i], hosttest::JobLine(list[i], onLinux));
   }
 
