@@ -25,30 +25,8 @@ namespace inkweave::cupstest {
 
 namespace fs = std::filesystem;
 
-// A fresh directory under the system's temporary directory, removed with the object. Other users may
-// enter it (not list it): a CUPS scheduler runs filters and backends as lp, and the build tree may sit
-// where lp cannot go.
-class TempDir {
- public:
-  explicit TempDir(const std::string& name) {
-    const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    std::string pattern =
-        (fs::temp_directory_path() / ("inkweave-" + name + "-" + (info ? std::string(info->name()) : "x") + "-XXXXXX"))
-            .string();
-    if (!mkdtemp(pattern.data())) throw std::runtime_error("cannot create a directory like " + pattern);
-    path_ = pattern;
-    fs::permissions(path_, fs::perms::owner_all | fs::perms::group_exec | fs::perms::others_exec);
-  }
-  ~TempDir() { fs::remove_all(path_); }
-  const fs::path& Path() const { return path_; }
-  fs::path operator/(const std::string& name) const { return path_ / name; }
-
- private:
-  fs::path path_;
-};
-
 using inkweave::testing::ReadText;
-inline std::string ReadFile(const fs::path& path) { return ReadText(path); }
+using inkweave::testing::TempDir;
 using RunResult = inkweave::testing::ProcessResult;
 
 // Runs argv with standard input from `input` (empty: /dev/null), `env` added to ours; `whileRunning`

@@ -273,7 +273,7 @@ TEST(Filter, RefusesAHostileCompressedHeaderBeforeLibcupsSetsItUp) {
       std::ofstream(dir / "in.ras", std::ios::binary) << CodedStream({page, page, hostile}, swapped, random);
       std::vector<std::string> argv = limit;
       for (const char* arg : {kFilter.c_str(), "7", "user", "title", "1", "", ""}) argv.push_back(arg);
-      argv.back() = (dir / "in.ras").string();
+      argv.back() = dir / "in.ras";
       const RunResult run = RunProgram(argv, {}, env);
       EXPECT_EQ(run.Exit, 1) << run.Err;
       EXPECT_NE(run.Err.find("ERROR: Page 3: Raster page of 500000000 x 1000 pixels at 150 dpi is larger than any "
@@ -291,15 +291,14 @@ TEST(Filter, RefusesBadArgumentsAndAMissingPlugin) {
   RunResult run = RunProgram({kFilter, "7", "user"}, {});
   EXPECT_EQ(run.Exit, 1);
   EXPECT_NE(run.Err.find("Usage: "), std::string::npos);
-  run = RunProgram({kFilter, "7", "user", "title", "1", "", (dir / "missing.ras").string()}, {}, {kPluginEnv});
+  run = RunProgram({kFilter, "7", "user", "title", "1", "", dir / "missing.ras"}, {}, {kPluginEnv});
   EXPECT_EQ(run.Exit, 1);
   EXPECT_NE(run.Err.find("ERROR: Unable to open raster file"), std::string::npos) << run.Err;
-  run = RunFilter(dir / "in.ras", {"INKWEAVE_PLUGIN=" + (dir / "none.so").string()});
+  run = RunFilter(dir / "in.ras", {"INKWEAVE_PLUGIN=" + (dir / "none.so")});
   EXPECT_EQ(run.Exit, 1);
   EXPECT_NE(run.Err.find("ERROR: Unable to load the render plug-in"), std::string::npos) << run.Err;
   // The raster as the file argument, and an unknown option value only warns.
-  run = RunProgram({kFilter, "7", "user", "title", "1", "InkweaveHalftone=Stipple", (dir / "in.ras").string()}, {},
-                   {kPluginEnv});
+  run = RunProgram({kFilter, "7", "user", "title", "1", "InkweaveHalftone=Stipple", dir / "in.ras"}, {}, {kPluginEnv});
   EXPECT_EQ(run.Exit, 0) << run.Err;
   EXPECT_NE(run.Err.find("WARNING: Unknown InkweaveHalftone value \"Stipple\""), std::string::npos) << run.Err;
   EXPECT_EQ(Print(run.Out).size(), 1u);

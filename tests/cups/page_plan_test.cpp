@@ -151,7 +151,7 @@ TEST(JobOptions, TakeThePpdDefaultsUnderTheJobsOptions) {
     ppd.replace(at, std::strlen(from), to);
   }
   std::ofstream(dir / "queue.ppd") << ppd;
-  const std::string path = (dir / "queue.ppd").string();
+  const std::string path = dir / "queue.ppd";
 
   std::vector<std::string> warnings;
   cups::JobOptions options = cups::ReadJobOptions(path.c_str(), "", &warnings);

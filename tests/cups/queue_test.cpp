@@ -1,7 +1,9 @@
 // A real CUPS queue made from the PPD (a scheduler of the test's own, tests/support/cupsd.h): what IPP
 // clients are told it offers (ipptool get-printer-attributes: qualities, paper types, colour modes,
-// papers), and what they get: each way of choosing a quality prints at its resolution, a paper type by
-// its IPP keyword (in media-col, as IPP clients send it) prints with its command.
+// papers), and what they get through the whole filter chain (pdftopdf, gstoraster, rastertoinkweave):
+// each way of choosing a quality prints at its resolution, a paper type by its IPP keyword (in
+// media-col, as IPP clients send it) prints with its command, the PPD's own options take effect, and
+// the PDF's rectangle lands where the PDF put it, measured from the printable area's corner.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -80,8 +82,8 @@ TEST(CupsQueue, IppClientsSeeAndGetTheQualitiesPaperTypesAndColourModes) {
       << attributes.Out;
 
   // Jobs: the resolution and paper type each way of asking gives.
-  std::ofstream(dir / "doc.pdf", std::ios::binary)
-      << inkweave::testing::MakePdf(595, 842, {{72, 72, 144, 144, "0 0 1 rg"}});
+  const inkweave::testing::PdfRect rect{72, 72, 144, 144, "0 0 1 rg"};
+  std::ofstream(dir / "doc.pdf", std::ios::binary) << inkweave::testing::MakePdf(595, 842, {rect});
   struct Case {
     std::vector<std::string> Options;
     int Dpi;
@@ -94,6 +96,8 @@ TEST(CupsQueue, IppClientsSeeAndGetTheQualitiesPaperTypesAndColourModes) {
       {{"cupsPrintQuality=High"}, 600, 0, true},
       {{"Resolution=600dpi"}, 600, 0, true},  // Normal quality leaves the resolution chosen
       {{"print-quality=4", "media-col={media-type=photographic}", "print-color-mode=monochrome"}, 300, 3, false},
+      {{"Resolution=600dpi", "InkweaveHalftone=Diffusion", "ColorModel=Gray", "MediaType=Inkjet"}, 600, 1, false},
+      {{"InkweaveHighRes=HighRes600"}, 1200, 0, true},
   };
   for (const Case& c : cases) {
     std::string label;
@@ -103,12 +107,12 @@ TEST(CupsQueue, IppClientsSeeAndGetTheQualitiesPaperTypesAndColourModes) {
       label += option + " ";
     }
     SCOPED_TRACE(label);
-    lp.push_back((dir / "doc.pdf").string());
+    lp.push_back(dir / "doc.pdf");
     fs::remove(out / "job.prn");
     const ProcessResult printed = cupsd->Run(lp);
     ASSERT_EQ(printed.Exit, 0) << printed.Err;
     ASSERT_TRUE(cupsd->WaitForJobs(300s)) << cupsd->ErrorLog();
-    const std::string stream = ReadFile(out / "job.prn");
+    const std::string stream = ReadText(out / "job.prn");
     const auto job = decode::ParseJob(std::span(reinterpret_cast<const std::uint8_t*>(stream.data()), stream.size()));
     ASSERT_TRUE(std::holds_alternative<decode::Job>(job)) << cupsd->ErrorLog();
     const auto pages = decode::PrintJob(std::get<decode::Job>(job));
@@ -117,6 +121,19 @@ TEST(CupsQueue, IppClientsSeeAndGetTheQualitiesPaperTypesAndColourModes) {
     EXPECT_EQ(page.Dpi, c.Dpi);
     EXPECT_EQ(page.Medium, c.Medium);
     EXPECT_EQ(page.Color, c.Color);
+    if (!c.Color) {
+      EXPECT_TRUE(InkBox(page, {0, 1, 2}).Empty()) << "colour ink on a monochrome page";
+    }
+    const int dpi = std::min(c.Dpi, 600), scale = c.Dpi / dpi;  // the high-resolution mode doubles the rows
+    const host::PrintableArea area = host::PrintableAreaOf(*host::FindPaper("a4"), dpi);
+    const double dots = dpi / 72.0, tolerance = 2 + dpi / 150.0;
+    const double left = rect.X * dots - area.Left, top = (842 - rect.Y - rect.Height) * dots - area.Top;
+    const Box box = InkBox(page, {0, 1, 2, 3});
+    ExpectRowsInkedOnce(page, box);
+    EXPECT_NEAR(box.Left / scale, left, tolerance);
+    EXPECT_NEAR(box.Top / scale, top, tolerance);
+    EXPECT_NEAR((box.Right + 1) / scale, left + rect.Width * dots, tolerance);
+    EXPECT_NEAR((box.Bottom + 1) / scale, top + rect.Height * dots, tolerance);
   }
 }
 

@@ -33,12 +33,6 @@ inline Bytes Hex(std::string_view text) {
 
 inline Bytes Zeros(std::size_t n) { return Bytes(n, 0); }
 
-inline Bytes Concat(std::initializer_list<Bytes> parts) {
-  Bytes out;
-  for (const Bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
-  return out;
-}
-
 inline Bytes operator+(Bytes a, const Bytes& b) {
   a.reserve(a.size() + b.size());
   for (std::uint8_t byte : b) a.push_back(byte);  // (a range insert trips a false -Warray-bounds at -O3)

@@ -27,12 +27,17 @@ inline void WriteText(const std::filesystem::path& path, const std::string& text
   std::ofstream(path, std::ios::binary) << text;
 }
 
-// A fresh directory (/tmp/inkweave-<name>-XXXXXX), removed with its contents when the object goes.
+// A fresh directory (/tmp/inkweave-<name>-XXXXXX), removed with its contents when the object goes. Other
+// users may enter it (not list it): a CUPS scheduler runs filters and backends as lp, and the build tree
+// may sit where lp cannot go.
 class TempDir {
  public:
   explicit TempDir(const std::string& name = "test") {
     std::string pattern = (std::filesystem::temp_directory_path() / ("inkweave-" + name + "-XXXXXX")).string();
-    if (mkdtemp(pattern.data())) path_ = pattern;
+    if (!mkdtemp(pattern.data())) return;
+    path_ = pattern;
+    using std::filesystem::perms;
+    std::filesystem::permissions(path_, perms::owner_all | perms::group_exec | perms::others_exec);
   }
   ~TempDir() {
     std::error_code ignored;
