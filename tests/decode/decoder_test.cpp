@@ -1,0 +1,402 @@
+// The stream decoder and printer model on hand-written streams, for what the whole-stream suite never
+// sends: the row decoders' limits, the stream forms the plug-in writes only for some papers and jobs,
+// every malformed stream with its offset and words, double prints and gaps, the ink a dot carries and
+// the sheet the paper command names. Where every mode's rows land is pinned by the whole-stream suite.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+#include <tuple>
+
+#include "tests/decode/streams.h"
+
+namespace inkweave::decode {
+namespace {
+
+using namespace testing;
+using inkweave::testing::HexText;
+using Decoder = std::variant<Bytes, Error> (*)(std::span<const std::uint8_t>, std::size_t, std::vector<std::size_t>*);
+
+Bytes Repeat(const Bytes& part, int times) {
+  Bytes out;
+  for (int i = 0; i < times; ++i) out = out + part;
+  return out;
+}
+
+// A literal-coded record of `row` (pattern coder), or "Z" for an empty row.
+Bytes Row(const Bytes& row) {
+  return row.empty() ? Blanks(1) : Coded(Bytes{static_cast<std::uint8_t>(row.size() - 1)} + row);
+}
+Bytes Rows(const std::vector<Bytes>& rows) {
+  Bytes out;
+  for (const Bytes& row : rows) out = out + Row(row);
+  return out;
+}
+
+Bytes Head(const std::string& resolution, const std::string& ink) {
+  return JobStart() + ModeSettings(resolution, ink, "05") + PageStart(resolution, ink, "05");
+}
+
+PrintedPage PrintOne(const std::string& resolution, const std::string& ink, const Bytes& body) {
+  auto pages = MustPrint(OnePage(resolution, ink, "05", body));
+  return pages.size() == 1 ? pages[0] : PrintedPage{};
+}
+
+// Black row: eight bytes 80 00 .. 00 01 as one literal.
+const Bytes kBlackCodes = Hex("07 80 00 00 00 00 00 00 01");
+
+TEST(RowDecoders, WorkedRowsCodeLimitsAndMalformedCodes) {
+  const struct {
+    Decoder Decode;
+    Bytes Codes, Row;  // the row, when the codes are whole
+    std::size_t Limit = 5120, Offset = 0;
+    const char* Says = nullptr;  // else the error at Offset
+  } kCases[] = {
+      {DecodePattern, Hex("AC 00 8C 00"), Zeros(16)},  // three groups of zeros, then four bytes at byte level
+      {DecodePattern, Repeat(Hex("FF 00 00 00 00"), 9) + Hex("FD 00 00 FC 00 EC 00 8C 00"), Zeros(1280)},
+      {DecodePattern, Hex("95 12 34 03 12 34 12 34"), Repeat(Hex("12 34"), 8)},  // six two-byte units, a literal
+      {DecodePattern, Hex("FC 00 8C 00"), Zeros(36)},  // the large codes use the run up: no closing code
+      {DecodePattern, Hex("FC 55"), Bytes(32, 0x55)},
+      {DecodePattern, Hex("85 AB CD"), Hex("AB CD AB CD")},
+      {DecodePattern, Hex("FF 01 02 03 04"), Repeat(Hex("01 02 03 04"), 32)},
+      {DecodePattern, Hex("7F") + Bytes(128, 9), Bytes(128, 9)},
+      {DecodePackBits, Hex("FE 77"), Hex("77 77 77")},
+      {DecodePackBits, Hex("81 00"), Zeros(128)},
+      {DecodePackBits, Hex("7E") + Bytes(127, 3) + Hex("00 04"), Bytes(127, 3) + Hex("04")},
+      {DecodePattern, Hex("AC 00 82 00"), {}, 5120, 2, "names no unit"},  // unit code 10
+      {DecodePattern, Hex("03 01 02"), {}, 5120, 0, "needs 4 data bytes"},
+      {DecodePattern, Hex("AC 00 87 01 02"), {}, 5120, 2, "needs 4 data bytes"},  // a four-byte unit cut off
+      {DecodePattern, Hex("FC"), {}, 5120, 0, "needs 1 data bytes"},
+      {DecodePattern, Repeat(Hex("FF 00 00 00 00"), 2), {}, 200, 5, ""},  // the code that passes the limit
+      {DecodePackBits, Hex("00 01 80 00"), {}, 5120, 2, ""},              // the unused code 80
+      {DecodePackBits, Hex("FE"), {}, 5120, 0, ""},
+      {DecodePackBits, Hex("81 00 81 00"), {}, 200, 2, ""},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(HexText(c.Codes));
+    const auto result = c.Decode(c.Codes, c.Limit, nullptr);
+    if (!c.Says) {
+      ASSERT_TRUE(std::holds_alternative<Bytes>(result)) << std::get<Error>(result).Message;
+      EXPECT_EQ(std::get<Bytes>(result), c.Row);
+      continue;
+    }
+    ASSERT_TRUE(std::holds_alternative<Error>(result));
+    EXPECT_EQ(std::get<Error>(result).Offset, c.Offset);
+    EXPECT_NE(std::get<Error>(result).Message.find(c.Says), std::string::npos) << std::get<Error>(result).Message;
+  }
+  std::vector<std::size_t> boundaries;  // the decoded length after every code
+  DecodePattern(Hex("AC 00 8C 00 01 05 06"), 5120, &boundaries);
+  EXPECT_EQ(boundaries, (std::vector<std::size_t>{12, 16, 18}));
+}
+
+// Offsets, settings and statistics of a two-pass colour page; the second pass two-bit after an "I".
+TEST(ParseJob, OffsetsSettingsAndStatistics) {
+  const Bytes cyan = Hex("00 00 00 F0 0F 00 00 00");
+  const Bytes twoBit = Hex("87 FF 00 FF 00 8C 00 03 00 00 00 01");  // halves FF 00 .. and 00 .. 01
+  const Bytes head = Head("01 01", "10");
+  const Bytes pass1 = Blanks(4) + Coded(kBlackCodes) + Blanks(1) + RawRow(cyan) + Blanks(1);
+  const Bytes pass2 = Coded(twoBit) + Blanks(3);
+  const Bytes body = Feed(140) + pass1 + Feed(140) + Hex("49 31") + pass2;
+  const Job job = MustParse(head + body + PageEnd() + JobEnd());
+  EXPECT_TRUE(job.Ended && !job.Aborted);
+  EXPECT_EQ(job.FinalSettings.InkMode, 0x31);
+  ASSERT_EQ(job.Pages.size(), 1u);
+  const Page& page = job.Pages[0];
+  EXPECT_EQ(page.Offset, JobStart().size() + ModeSettings("01 01", "10", "05").size());  // with its settings
+  EXPECT_EQ(page.EndOffset, head.size() + body.size());
+  EXPECT_EQ(std::tie(page.Mode, page.PageSettings.Dpi, page.PageSettings.Paper, page.RowBytes),
+            std::make_tuple(2, 300, 0x01, 8));
+  ASSERT_EQ(page.Passes.size(), 2u);
+  const Pass& first = page.Passes[0];
+  EXPECT_EQ(std::tie(first.Offset, first.FeedOffset, first.Bytes),
+            std::make_tuple(head.size() + 3, head.size(), pass1.size()));
+  EXPECT_EQ(first.HeadRows, 2);
+  EXPECT_EQ(first.Records.at(4).Offset, head.size() + 3 + 4);
+  EXPECT_TRUE(first.Records.at(6).Raw);
+  EXPECT_EQ(page.Passes[1].PaperAdvance, 280);
+  EXPECT_EQ(page.Passes[1].Records.at(0).Second, Hex("00 00 00 00 00 00 00 01"));
+  const StreamStats& stats = page.Stats;
+  EXPECT_EQ(std::tie(stats.Passes, stats.Feeds, stats.TotalFeed), std::make_tuple(2, 2, 280));
+  EXPECT_EQ(std::tie(stats.Records, stats.BlankRecords, stats.CompressedRecords, stats.RawRecords),
+            std::make_tuple(std::size_t{12}, std::size_t{9}, std::size_t{2}, std::size_t{1}));
+  EXPECT_EQ(stats.CompressedSize, kBlackCodes.size() + cyan.size() + twoBit.size());
+  EXPECT_EQ(stats.UncompressedSize, 8u + 8u + 16u);
+  EXPECT_EQ(stats.PassBytes, pass1.size() + pass2.size());
+  EXPECT_EQ(stats.StreamBytes, page.EndOffset + 1 - page.Offset);
+}
+
+TEST(ParseJob, PaperJobEndAndRecordForms) {
+  const auto page = [](const Bytes& paper, const Bytes& body) {
+    return MustParse(JobStart() + ModeSettings("01 01", "00", "05") + Hex("59 00 00 58 00 00") + paper + body +
+                     PageEnd() + JobEnd())
+        .Pages.at(0);
+  };
+  // 46 6E 00 right after the paper command is the envelope's "Fn"; anywhere else a feed of 110.
+  const Page dl = page(Hex("73 0A 46 6E 00"), Feed(140));
+  EXPECT_TRUE(dl.PageSettings.Envelope);
+  EXPECT_EQ(dl.Stats.TotalFeed, 140);
+  const Page fed = page(Hex("73 01"), Feed(140) + Hex("46 6E 00"));
+  EXPECT_FALSE(fed.PageSettings.Envelope);
+  EXPECT_EQ(fed.Stats.TotalFeed, 250);
+  EXPECT_TRUE(page(Hex("73 FF E8 02"), Feed(140)).PageSettings.PaperLong);  // Letter and Legal
+  EXPECT_FALSE(page(Hex("73 FF"), Feed(140)).PageSettings.PaperLong);
+
+  // Job ends: a reset; the abort tail after a finished page; a stream cut between pages.
+  const Bytes start = JobStart() + ModeSettings("01 01", "10", "05");
+  const Bytes onePage = PageStart("01 01", "10", "05") + Feed(140) + Blanks(3) + Coded(kBlackCodes) + PageEnd();
+  const Job two = MustParse(start + onePage + onePage + JobEnd());
+  EXPECT_EQ(two.Pages.size(), 2u);
+  EXPECT_TRUE(two.Ended && !two.Aborted);
+  const Job aborted = MustParse(start + onePage + Hex("00 00 0C 1B 40"));
+  EXPECT_TRUE(aborted.Ended && aborted.Aborted);
+  EXPECT_EQ(aborted.Commands.back().Name, "AbortTail");
+  const Job cut = MustParse(start + onePage);
+  EXPECT_EQ(cut.Pages.size(), 1u);
+  EXPECT_FALSE(cut.Ended);
+
+  // Records: a one-bit record under a two-bit "I" read by its length and flagged; compression off;
+  // PackBits two-bit halves split where the codes reach half the total.
+  const Bytes row = Hex("01 02 03 04 05 06 07 08");
+  const Pass mixed =
+      MustParse(OnePage("01 01", "30", "05", Feed(140) + Hex("49 30") + RawRow(row + row) + Coded(Hex("07") + row)))
+          .Pages.at(0)
+          .Passes.at(0);
+  EXPECT_EQ(mixed.Records.at(0).Second, row);
+  EXPECT_TRUE(mixed.Records.at(1).DepthMismatch);
+  EXPECT_EQ(mixed.Records.at(1).BitsPerDot, 1);
+  EXPECT_EQ(
+      MustParse(OnePage("01 01", "00", "00", Feed(140) + Record(8, row))).Pages.at(0).Passes.at(0).Records.at(0).First,
+      row);
+  const Pass packed =
+      MustParse(OnePage("01 01", "00", "02", Feed(140) + Hex("49 30") + Coded(Hex("FD 11 FE 22 00 33 00 33 FA 00"))))
+          .Pages.at(0)
+          .Passes.at(0);
+  EXPECT_EQ(packed.Records.at(0).First, Hex("11 11 11 11 22 22 22 33"));
+  EXPECT_EQ(packed.Records.at(0).Second, Hex("33 00 00 00 00 00 00 00"));
+}
+
+TEST(ParseJob, PassesAreRunsOfRecordsAndTheModeComesFromTheResolutionOrTheCaller) {
+  const Bytes black = Coded(kBlackCodes);
+  // Blank padding rows join the pass after them; consecutive feeds add up; "I" starts a new pass even
+  // without a feed; records before any feed form a pass with no feed.
+  const Bytes body = black + Feed(70) + Feed(70) + Blanks(2) + black + Hex("49 00") + black + Feed(140) + Feed(140);
+  const Page page = MustParse(OnePage("01 01", "00", "05", body)).Pages.at(0);
+  ASSERT_EQ(page.Passes.size(), 3u);
+  EXPECT_EQ(std::tie(page.Passes[0].Feed, page.Passes[0].HeadRows), std::make_tuple(0, 1));
+  EXPECT_EQ(std::tie(page.Passes[1].Feed, page.Passes[1].HeadRows), std::make_tuple(140, 3));
+  EXPECT_EQ(std::tie(page.Passes[2].Feed, page.Passes[2].PaperAdvance), std::make_tuple(0, 140));
+  EXPECT_EQ(std::tie(page.Stats.TotalFeed, page.Stats.Feeds), std::make_tuple(420, 4));
+  for (const auto& [resolution, asked, mode] :
+       {std::tuple{"01 00", 0, 1}, std::tuple{"02 02", 0, 4}, std::tuple{"03 03", 0, 6}, std::tuple{"01 01", 3, 3},
+        std::tuple{"02 02", 5, 5}})
+    EXPECT_EQ(MustParse(OnePage(resolution, "00", "05", Feed(280) + black), {asked}).Pages.at(0).Mode, mode);
+}
+
+// Malformed streams, parsed and printed: the offset of the fault and the words that name it.
+TEST(DecodeJob, MalformedStreamsNameTheOffset) {
+  const Bytes head = Head("01 01", "10"), mono = Head("01 01", "00");
+  const std::size_t h = head.size();
+  const Bytes tail = PageEnd() + JobEnd();
+  const Bytes black = Coded(kBlackCodes);
+  struct Case {
+    const char* Name;
+    Bytes Stream;
+    std::size_t Offset;
+    const char* Says;
+    DecodeOptions Options = {};
+  };
+  const Case cases[] = {
+      {"unknown letter", head + Feed(140) + Hex("51 00") + tail, h + 3, "unknown command byte 51"},
+      {"header cut off", head + Feed(140) + Hex("47 09"), h + 3, "cut off"},
+      {"data past the end", head + Feed(140) + Hex("47 09 00 07 80"), h + 3, "runs past the end"},
+      {"feed cut off", head + Hex("46 8C"), h, "cut off"},
+      {"bad code", head + Feed(140) + Blanks(3) + Coded(Hex("82 00")) + tail, h + 6 + 3, "names no unit"},
+      {"wrong length", head + Feed(140) + Blanks(3) + black + Blanks(3) + Coded(Hex("0B") + Bytes(12, 1)) + tail,
+       h + 6 + black.size() + 3, "this page's rows are 8 bytes"},
+      {"partial colour row", head + Feed(140) + Blanks(3) + black + Blanks(2) + Feed(140) + tail,
+       h + 6 + black.size() + 2, "not a whole number of colour rows"},
+      {"too many head rows", head + Feed(140) + Blanks(4 * 106) + Blanks(1) + tail, h + 3 + 424, "more than 106"},
+      {"absurd feed", head + Feed(9000) + Feed(9000) + tail, h + 3, "page limit"},
+      {"no form feed", head + Feed(140) + Blanks(4), h + 7, "no form feed"},
+      {"escape", head + Hex("1B 41") + tail, h, "unknown escape"},
+      {"reset inside page", head + Feed(140) + Hex("1B 40"), h + 3, "inside the page"},
+      {"resolution inside page", head + Feed(140) + Hex("52 01 01") + tail, h + 3, "inside the page"},
+      {"unknown ink mode", head + Hex("49 20") + tail, h, "unknown ink mode"},
+      {"empty record", head + Feed(140) + Blanks(3) + Hex("47 00 00") + tail, h + 6, "no data"},
+      {"huge raw row", head + Feed(140) + Hex("47 FF FF") + tail, h + 3, "record limit"},
+      {"no resolution", JobStart() + Hex("49 10 4D 05 46 8C 00 0C 1B 40"), JobStart().size() + 4, "no resolution"},
+      {"no ink mode", JobStart() + Hex("52 01 01 4D 05 46 8C 00 5A 0C 1B 40"), JobStart().size() + 8,
+       "before any ink-mode"},
+      {"beyond the memory budget",
+       head + Feed(600) + Blanks(3) + black + tail,
+       h + 6,
+       "memory budget of",
+       {0, 3 * sizeof(PlaneRow) + 1}},  // the three blank records fit, the coded one does not
+      {"weave mode against the resolution",
+       Head("02 02", "00") + Feed(280) + black + tail,
+       h - 8,
+       "weave mode 3",
+       {3}},  // named at the page's position commands
+      // 281 units at 300 dpi are 210.75 rows.
+      {"fractional feed", mono + Feed(281) + Row(Hex("80")) + tail, h, "not a whole number of page rows"},
+      {"mode-1 dot not doubled", Head("01 00", "00") + Feed(280) + Rows({Hex("00 00"), Hex("40 00")}) + tail, h + 9,
+       "not sent twice"},
+      // 140 units are 105 rows at 300 dpi: nozzle h lands on 2h - 105; blank rows above the top are dropped.
+      {"ink above the page top", mono + Feed(140) + Blanks(52) + Row(Hex("80")) + tail, h + 55,
+       "above the page top (page row -1)"},
+      {"odd nozzle in mode 3", mono + Feed(280) + Rows({{}, Hex("80")}) + tail, h + 4, "odd nozzle", {3}},
+      {"page too wide", mono + Feed(280) + RawRow(Bytes(1282, 0x80)) + tail, h + 3, "10240-dot page limit"},
+      {"row too long", mono + Feed(280) + Coded(Repeat(Hex("FF 00 00 00 00"), 21)) + tail, h + 3,
+       "beyond the 2560-byte row limit"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.Name);
+    const Error error = MustFail(c.Stream, c.Options);
+    EXPECT_EQ(error.Offset, c.Offset) << error.Message;
+    EXPECT_NE(error.Message.find(c.Says), std::string::npos) << error.Message;
+  }
+  // Parsed within the default budget, the printed page does not fit: the error names the page.
+  const Bytes stream = head + Feed(600) + Blanks(3) + black + tail;
+  auto printed = PrintJob(MustParse(stream), {0, 1});
+  ASSERT_TRUE(std::holds_alternative<Error>(printed));
+  EXPECT_EQ(std::get<Error>(printed).Offset, MustParse(stream).Pages[0].Offset);
+}
+
+TEST(PrintJob, GapsDoublePrintsAndBlankRowsAboveTheTop) {
+  // 300 dpi, pitch 2. Pass A lands on rows 0, 2, 4 (its middle row blank); a feed of 4 units is 3 rows,
+  // so pass B lands on 3, 5, 7. Rows 1 and 6 are never printed. A zero feed prints A's rows again.
+  const Bytes a = Rows({Hex("80"), {}, Hex("80")}), b = Rows({Hex("40"), Hex("40"), Hex("40")});
+  const PrintedPage interleaved = PrintOne("01 01", "00", Feed(280) + a + Feed(4) + b);
+  EXPECT_EQ(std::tie(interleaved.RowsPrinted, interleaved.UnprintedRows, interleaved.RowsPrintedTwice,
+                     interleaved.InkedRows, interleaved.LastPrintedRow),
+            std::make_tuple(6, 2, 0, 5, 7));
+  EXPECT_EQ(interleaved.PrintCounts, (std::vector<std::uint16_t>{1, 0, 1, 1, 1, 1, 0, 1}));  // a blank row printed
+  EXPECT_EQ(interleaved.InkCounts[2], 0);
+  const PrintedPage doubled = PrintOne("01 01", "00", Feed(280) + a + Feed(0) + b);
+  EXPECT_EQ(std::tie(doubled.RowsPrintedTwice, doubled.RowsInkedTwice, doubled.UnprintedRows),
+            std::make_tuple(3, 2, 2));
+  EXPECT_EQ(doubled.InkCounts[0], 2);
+  EXPECT_EQ(doubled.Bits[3][0].Rows[0], Hex("C0"));  // ORed
+  const PrintedPage top = PrintOne("01 01", "00", Feed(140) + Blanks(53) + Row(Hex("80")));
+  EXPECT_EQ(std::tie(top.FirstPrintedRow, top.RowsPrinted), std::make_tuple(1, 1));
+  EXPECT_EQ(DotAt(top, 3, 0, 1), 1);
+  const PrintedPage blank = PrintOne("01 01", "10", Feed(140) + Feed(140));  // feeds only
+  EXPECT_EQ(std::tie(blank.HeightRows, blank.Stats.Passes, blank.Stats.TotalFeed), std::make_tuple(0, 0, 280));
+}
+
+// One dot of each value in each mode carries the ink its halftoner books for it (in 1/255 of a cell).
+TEST(PrintJob, DotsCarryTheInkOfTheirSizeInEveryMode) {
+  const struct {
+    const char* Resolution;
+    const char* Ink;
+    Bytes Body;
+    int Expected[4];  // ink of page dots 0..3 of the black plane
+  } kCases[] = {
+      {"01 00", "00", Row(Hex("F0 00")), {255, 255, 0, 0}},       // 150 dpi: wire dots doubled
+      {"01 01", "00", Row(Hex("C0")), {255, 255, 0, 0}},          // 300 dpi, one bit (dither)
+      {"01 01", "30", RawRow(Hex("C0 A0")), {255, 248, 100, 0}},  // 300 dpi: large, medium, small
+      {"02 02", "30", RawRow(Hex("C0 A0")), {255, 255, 212, 0}},  // 600 dpi: large, small
+      {"03 03", "00", Row(Hex("00 C0")), {0, 0, 0, 0}},           // high resolution: dots 8 and 9
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(std::string(c.Resolution) + " I " + c.Ink);
+    const PrintedPage page = PrintOne(c.Resolution, c.Ink, Feed(280) + c.Body);
+    for (int x = 0; x < 4; ++x) EXPECT_NEAR(MeanInk(page, x, 0, 1, 1).Ink[3] * 255, c.Expected[x], 1e-9) << "dot " << x;
+    EXPECT_NEAR(MeanInk(page, 0, 0, 1, 1).Ink[0], 0, 1e-12);  // no cyan
+  }
+  EXPECT_NEAR(MeanInk(PrintOne("03 03", "00", Feed(280) + Row(Hex("00 C0"))), 8, 0, 2, 1).Ink[3], 350.0 / 255, 1e-9);
+  // Means over boxes: two dots of 255 in a 4 x 1 box give half a cell of ink; cells off the page are paper.
+  const PrintedPage one = PrintOne("01 01", "00", Feed(280) + Row(Hex("C0")));
+  const InkGrid grid = GatherInk(one, 0, 0, 4, 1, 2, 1);
+  ASSERT_EQ(grid.Boxes.size(), 2u);
+  EXPECT_NEAR(grid.Boxes[0].Ink[3], 1.0, 1e-12);
+  EXPECT_NEAR(grid.Boxes[0].BlackCells, 1.0, 1e-12);
+  EXPECT_NEAR(grid.Boxes[1].Ink[3], 0.0, 1e-12);
+  EXPECT_NEAR(MeanInk(one, -2, 0, 4, 1).Ink[3], 0.5, 1e-12);
+}
+
+// A grid made strip by strip is the grid made whole, box for box, for grids finer and coarser than the
+// dots, over rectangles reaching past the page.
+TEST(GatherInk, StripsMakeTheWholeGrid) {
+  std::vector<Bytes> rows;
+  for (int r = 0; r < 40; ++r) rows.push_back(r % 3 ? Bytes{static_cast<std::uint8_t>(37 * r), 0xA5} : Bytes{});
+  const PrintedPage page = PrintOne("01 01", "00", Feed(280) + Rows(rows));
+  ASSERT_GT(page.HeightRows, 30);
+  for (const auto& [y, h, gridRows] :
+       {std::tuple{0, page.HeightRows, 7}, std::tuple{-5, 60, 60}, std::tuple{3, 20, 45}})
+    for (int strip : {1, 4, 9}) {
+      SCOPED_TRACE(::testing::Message() << "rows " << y << "+" << h << " in " << gridRows << ", strips of " << strip);
+      const InkGrid whole = GatherInk(page, -3, y, 19, h, 5, gridRows);
+      for (int first = 0; first < gridRows; first += strip) {
+        const int count = std::min(strip, gridRows - first);
+        const InkGrid part = GatherInkRows(page, -3, y, 19, h, 5, gridRows, first, count);
+        ASSERT_EQ(part.Boxes.size(), static_cast<std::size_t>(5 * count));
+        for (std::size_t b = 0; b < part.Boxes.size(); ++b) {
+          const AreaInk& a = part.Boxes[b];
+          const AreaInk& w = whole.Boxes[static_cast<std::size_t>(first) * 5 + b];
+          ASSERT_EQ(std::tie(a.Ink, a.BlackCells, a.UnderBlack), std::tie(w.Ink, w.BlackCells, w.UnderBlack))
+              << "box " << b << " of strip " << first;
+        }
+      }
+    }
+}
+
+// The sheet comes from the paper command: the smaller of a shared code unless the print runs past it,
+// the envelope sizes told by "Fn", and the print placed at the printer's margins.
+TEST(FindSheet, PaperCommandNamesTheSheet) {
+  const struct {
+    int Paper;
+    bool Long, Envelope;
+    int WidthDots, HeightRows;  // the print at 300 dpi
+    const char* Name;
+    double WidthMm, HeightMm;
+    bool Overrun;
+  } kCases[] = {
+      {0x01, false, false, 2400, 3400, "A4", 210, 297, false},
+      {0x01, false, false, 2400, 3600, "C4 envelope", 229, 324, false},  // runs past A4
+      {0x01, false, true, 100, 100, "C4 envelope", 229, 324, false},
+      {0xFF, true, false, 2400, 3200, "Letter", 215.9, 279.4, false},
+      {0xFF, true, false, 2400, 3300, "Legal", 215.9, 355.6, false},
+      {0x0A, false, true, 100, 100, "DL envelope", 110, 220, false},
+      {0x0D, false, true, 1200, 100, "Monarch envelope", 1200 * 25.4 / 300 + 2 * 3.4 + 0.02, 190.5, true},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.Name);
+    Settings settings;
+    settings.Paper = c.Paper;
+    settings.PaperLong = c.Long;
+    settings.Envelope = c.Envelope;
+    const Sheet sheet = FindSheet(settings, 300, c.WidthDots, c.HeightRows);
+    EXPECT_EQ(sheet.Name, c.Name);
+    EXPECT_TRUE(sheet.Known);
+    EXPECT_EQ(sheet.Overrun, c.Overrun);
+    EXPECT_NEAR(sheet.HeightMm, c.HeightMm, 0.01);
+    if (!c.Overrun) {
+      EXPECT_NEAR(sheet.WidthMm, c.WidthMm, 0.01);
+    }
+    EXPECT_GE(sheet.WidthDots, sheet.LeftDots + c.WidthDots);
+    EXPECT_EQ(std::tie(sheet.LeftDots, sheet.TopDots), std::make_tuple(40, 35));  // 3.4 mm and 3 mm
+  }
+  Settings unknown;
+  unknown.Paper = 0xFF;
+  const Sheet loose = FindSheet(unknown, 600, 1000, 2000);
+  EXPECT_EQ(loose.Name, "unknown");
+  EXPECT_FALSE(loose.Known);
+  EXPECT_EQ(loose.WidthDots, 2 * loose.LeftDots + 1000);
+}
+
+// docs/decoder.md shows the parser's own command table, between two markers.
+TEST(CommandTable, IsTheOneInTheDocs) {
+  std::ifstream in(std::string(INKWEAVE_SOURCE_DIR) + "/docs/decoder.md", std::ios::binary);
+  std::stringstream text;
+  text << in.rdbuf();
+  const std::string doc = text.str(), begin = "<!-- command table: CommandTableMarkdown() -->\n\n";
+  const std::size_t from = doc.find(begin), to = doc.find("\n<!-- end of the command table -->");
+  ASSERT_TRUE(from != std::string::npos && to != std::string::npos);
+  EXPECT_EQ(doc.substr(from + begin.size(), to - from - begin.size()), CommandTableMarkdown())
+      << "docs/decoder.md: put this table between the markers:\n"
+      << CommandTableMarkdown();
+}
+
+}  // namespace
+}  // namespace inkweave::decode
