@@ -1,6 +1,8 @@
 // The option values that are parsed by hand: page ranges, the scale, and where a page lands.
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "cli/options.h"
 
 namespace inkweave::cli {
@@ -49,49 +51,37 @@ TEST(ScaleOption, FitOrPercentWithinLimits) {
 
 TEST(Suggestions, CloseNamesOnlyAndTheClosest) {
   const std::vector<std::string> names = {"print", "proof", "decode", "--paper", "--pages", "--preview-dpi"};
-  struct Case {
-    const char* Typed;
-    const char* Expected;
-  } cases[] = {
-      {"prnt", "print"},
-      {"PRINT", "print"},
-      {"porof", "proof"},  // missing, case, swapped
-      {"decdoe", "decode"},
-      {"--papr", "--paper"},
-      {"--pagse", "--pages"},  // one edit in four letters
-      {"--preveiw-dpi", "--preview-dpi"},
-      {"prin", "print"},  // one edit in four letters
-      {"pr", ""},
-      {"dump", ""},
-      {"", ""},  // too short or too far
-      {"--pa", ""},
-      {"dekode-all", ""},
+  // Missing, case, swapped letters; one edit in four letters; too short or too far.
+  for (const auto& [typed, expected] :
+       std::vector<std::pair<const char*, const char*>>{{"prnt", "print"},
+                                                        {"PRINT", "print"},
+                                                        {"porof", "proof"},
+                                                        {"--pagse", "--pages"},
+                                                        {"--preveiw-dpi", "--preview-dpi"},
+                                                        {"prin", "print"},
+                                                        {"pr", ""},
+                                                        {"", ""},
+                                                        {"--pa", ""},
+                                                        {"dekode-all", ""}})
+    EXPECT_EQ(ClosestName(typed, names), expected) << typed;
+}
+
+TEST(Placement, FitKeepsAspectAndCentresAFixedScaleCropsAboutTheCentre) {
+  const struct {
+    int Width, Height;
+    Scale Fit;
+    std::int64_t Left, Top, PlacedWidth, PlacedHeight;
+  } kCases[] = {
+      {600, 400, {}, 0, (3413 - 1600) / 2, 2400, 1600},  // a landscape picture: the width fits, centred
+      {100, 1000, {}, (2400 - 341) / 2, 0, 341, 3413},   // a tall page: the height fits, never a dot over
+      {3000, 4000, Scale{100.0}, -300, (3413 - 4000) / 2, 3000, 4000},
+      {1000, 1000, Scale{50.0}, 950, (3413 - 500) / 2, 500, 500},
   };
-  for (const Case& c : cases) EXPECT_EQ(ClosestName(c.Typed, names), c.Expected) << c.Typed;
-}
-
-TEST(Placement, FitKeepsAspectAndCentres) {
-  // A landscape picture into a portrait area: the width fits exactly, centred vertically.
-  Placement p = PlacePage(600, 400, 2400, 3413, Scale{});
-  EXPECT_EQ(p.Width, 2400);
-  EXPECT_EQ(p.Height, 1600);
-  EXPECT_EQ(p.Left, 0);
-  EXPECT_EQ(p.Top, (3413 - 1600) / 2);
-  // A tall page: the height fits exactly and never comes out a dot over.
-  p = PlacePage(100, 1000, 2400, 3413, Scale{});
-  EXPECT_EQ(p.Height, 3413);
-  EXPECT_LE(p.Width, 2400);
-}
-
-TEST(Placement, FixedScaleCropsAboutTheCentre) {
-  const Placement p = PlacePage(3000, 4000, 2400, 3413, Scale{100.0});
-  EXPECT_EQ(p.Width, 3000);
-  EXPECT_EQ(p.Height, 4000);
-  EXPECT_EQ(p.Left, -300);
-  EXPECT_LT(p.Top, 0);
-  const Placement half = PlacePage(1000, 1000, 2400, 3413, Scale{50.0});
-  EXPECT_EQ(half.Width, 500);
-  EXPECT_EQ(half.Left, 950);
+  for (const auto& c : kCases) {
+    const Placement p = PlacePage(c.Width, c.Height, 2400, 3413, c.Fit);
+    EXPECT_EQ(std::tie(p.Left, p.Top, p.Width, p.Height), std::tie(c.Left, c.Top, c.PlacedWidth, c.PlacedHeight))
+        << c.Width << " x " << c.Height;
+  }
 }
 
 }  // namespace

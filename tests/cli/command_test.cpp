@@ -1,0 +1,263 @@
+// The inkweave command as a user runs it: one grid of invocations (every mistake a user can make, and
+// what info, proof, decode and dump show), each with its exit status, the words of its one error line
+// or of its output; no invocation touches an existing output file or leaves a temporary one. Then the
+// outputs that are not files (devices, pipes, a closed pipe) and damaged pictures of every format.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <functional>
+#include <thread>
+#include <vips/vips8>
+
+#include "tests/cli/page_compare.h"
+#include "tests/cli/run.h"
+#include "tests/decode/streams.h"
+
+namespace inkweave::cli::testing {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+// One line on stderr, starting with the program's name; a likely word offered only where one is expected.
+void ExpectOneLineError(const RunResult& run, int exit, const std::string& words) {
+  EXPECT_EQ(run.Exit, exit) << run.Err;
+  EXPECT_EQ(run.Err.rfind("inkweave: ", 0), 0u) << run.Err;
+  EXPECT_EQ(std::count(run.Err.begin(), run.Err.end(), '\n'), 1) << run.Err;
+  EXPECT_THAT(run.Err, HasSubstr(words));
+  if (words.find("did you mean") == std::string::npos) {
+    EXPECT_THAT(run.Err, Not(HasSubstr("did you mean")));
+  }
+}
+
+std::pair<int, int> PngSize(const std::vector<unsigned char>& file) {
+  const auto word = [&](std::size_t at) {
+    return (file.at(at) << 24) | (file.at(at + 1) << 16) | (file.at(at + 2) << 8) | file.at(at + 3);
+  };
+  return {word(16), word(20)};
+}
+
+// A 44 KB stream claiming a page of 10,240 x 3,406 dots at 150 dpi (one raw row of the widest kind at
+// the top and one 23 inches down).
+std::string HostileStream() {
+  using namespace decode::testing;
+  const Bytes pass = RawRow(Bytes(2560, 0xFF)) + Blanks(3) + Blanks(4 * 105);  // black, doubled across
+  const Bytes stream = Zeros(37000) + JobStart() + ModeSettings("01 00", "10", "05") + PageStart("01 00", "10", "05") +
+                       Feed(280) + pass + Feed(9000) + pass + PageEnd() + JobEnd();
+  return {stream.begin(), stream.end()};
+}
+
+TEST(Command, EveryInvocationExitsWithItsWordsAndLeavesTheOutputAlone) {
+  ScratchDir dir;
+  const std::string page = Example("testpage.png"), pdf = Example("testpage.pdf"), out = dir / "out.prn";
+  const std::string job = dir / "job.prn";  // the test page's two pages at 150 dpi
+  ASSERT_EQ(RunInkweave({"print", pdf, "--quality", "150", "-q", "-o", job}).Exit, 0);
+  const auto jobBytes = ReadFile(job);
+  WriteFile(dir / "cut.prn", std::string(jobBytes.begin(), jobBytes.begin() + static_cast<long>(jobBytes.size() / 3)));
+  WriteFile(dir / "garbage.prn", std::string(jobBytes.begin(), jobBytes.begin() + 64) + std::string(32, '\x7F'));
+  WriteFile(dir / "hostile.prn", HostileStream());
+  WriteFile(dir / "notes.txt", "just some text\n");
+  WriteFile(dir / "empty.png", "");
+  WriteFile(dir / "empty.pdf",  // a page tree without pages
+            "%PDF-1.4\n1 0 obj\n<< /Type /Catalog /Pages 2 0 R >>\nendobj\n2 0 obj\n<< /Type /Pages /Kids [] /Count 0 "
+            ">>\nendobj\nxref\n0 3\n0000000000 65535 f \n0000000009 00000 n \n0000000058 00000 n \ntrailer\n<< /Size 3 "
+            "/Root 1 0 R >>\nstartxref\n110\n%%EOF\n");
+  // A picture whose header reads fine: the damage shows only as its pixels are decoded, mid-job, after the
+  // output was opened; the decoder's reason follows the format.
+  const auto png = ReadFile(page);
+  WriteFile(dir / "cut.png", std::string(png.begin(), png.begin() + static_cast<long>(png.size() / 2)));
+  WriteFile(dir / "fake.so", "not a library");
+  const std::string print = "print";
+  struct Case {
+    std::vector<std::string> Args;
+    int Exit;
+    std::string Words;                  // in the error line, or in standard output when the exit is 0
+    std::vector<std::string> Out = {};  // more words in standard output
+  } cases[] = {
+      {{print, dir / "missing.pdf", "-o", out}, 1, "missing.pdf: No such file or directory"},
+      {{print, dir / "notes.txt", "-o", out}, 1, "notes.txt: not a format inkweave can read"},
+      {{print, dir / "empty.png", "-o", out}, 1, "empty.png: the file is empty"},
+      {{print, dir / "empty.pdf", "-o", out}, 1, "empty.pdf: the PDF has no pages"},
+      {{print, dir.Path().string(), "-o", out}, 1, "is a directory"},
+      {{print, pdf, dir / "cut.png", "-o", out}, 1, "cut.png: damaged PNG: vipspng: libpng read error"},
+      {{print, page, "-o", out, "--paper", "a3"}, 2, "unknown paper 'a3' (a4, letter,"},  // too short to guess at
+      {{print, page, "-o", out, "--paper", "Lettr"}, 2, "did you mean 'letter'?"},
+      {{print, page, "-o", out, "--quality", "1200"}, 2, "unknown quality '1200' (150, 300, 600)"},
+      {{print, page, "-o", out, "--media", "glosy"}, 2, "unknown paper type 'glosy'; did you mean 'glossy'?"},
+      {{print, page, "-o", out, "--media", "cardboard"}, 2, "--media"},
+      {{print, page, "-o", out, "--halftone=difusion"}, 2, "did you mean 'diffusion'?"},
+      {{print, page, "-o", out, "--halftone", "stochastic"}, 2, "--halftone"},
+      {{print, page, "-o", out, "--band-height", "20"}, 2, "multiple of 16"},
+      {{print, page, "-o", out, "--band-height", "0"}, 2, "--band-height"},
+      {{print, page, "-o", out, "--pages", "3-1"}, 2, "--pages 3-1: '3-1' runs backwards"},
+      {{print, page, "-o", out, "--pages", "5"}, 2, "only 1 page"},
+      {{print, page, "-o", out, "--scale", "2000%"}, 2, "--scale"},
+      {{print, page, "-o", out, "--high-res", "--quality", "300"}, 2, "--high-res"},
+      {{print, page, "-o", out, "--papr", "a4"}, 2, "print: unknown option '--papr'; did you mean '--paper'?"},
+      {{print, page, "-o", out, "--frobnicate"}, 2, "frobnicate"},
+      // C4 is 5248 dots across at 600 dpi; a line holds 5120.
+      {{print, page, "-o", out, "--paper", "c4", "--quality", "600"}, 2, "c4 is 5248 dots wide at 600 dpi"},
+      {{print, page, "-o", out, "--paper", "c4", "--high-res"}, 2, "c4 is 5248 dots wide at 600 dpi"},
+      {{print, page, "-o", out, "--plugin", dir / "fake.so"}, 1, "--plugin"},
+      {{print, page, "-o", dir / "no/such/dir/out.prn"}, 1, "does not exist"},
+      {{print, page, "-o", dir.Path().string()}, 1, "is a directory"},
+      {{print, page}, 2, "--output"},
+      {{"prnt", page, "-o", out}, 2, "unknown command 'prnt'; did you mean 'print'?"},
+      {{"frobnicate"}, 2, "unknown command 'frobnicate' (print, decode"},
+      {{"info", "--plugin", dir / "missing.so"}, 1, "--plugin"},
+      {{"info"},
+       0,
+       "signature \"318K\"",
+       {"interface version 0x10000", "Plain Paper", "Inkjet Paper", "Glossy Paper", "Photographic Paper",
+        "Erorr Diffusion", "4800 x 6826", "(too wide)"}},
+      {{"info", "--json"}, 0, "\"signature\": \"318K\"", {"\"1003\": \"Photographic Paper\""}},
+      {{"proof", "--quality", "150", "-o", dir / "proof.png"},
+       0,
+       "proof 150 dpi, dither, plain paper, colour: mean dE00 ",
+       {"relative to paper white, black-point compensated", "dark skin"}},
+      {{"proof", "--high-res", "--media", "photo", "--json"},
+       0,
+       "\"mode\": \"high-resolution, diffusion, photo paper, colour\"",
+       {"\"deltaE2000\": ", "\"greyFalls\": "}},
+      {{"proof", "--high-res", "--quality", "300"}, 2, "--high-res"},
+      {{"decode", job, "-o", dir / "preview.png", "--preview-dpi", "50"},
+       0,
+       "sheet: A4 (210.0 x 297.0 mm), the print 3.4 mm from its left edge",
+       {"page 1: ", "at 150 dpi", "ink coverage: cyan", "page 2: "}},
+      {{"decode", job, "--page", "2", "-o", dir / "two.png", "--json"}, 0, "\"page\": 2"},  // the name as given
+      {{"decode", job, "--page", "3"}, 2, "only 2 pages"},
+      {{"decode", job, "--previw-dpi", "100"}, 2, "did you mean '--preview-dpi'?"},
+      {{"decode", dir / "cut.prn"}, 1, "not a valid printer stream at byte "},
+      {{"dump", dir / "cut.prn"}, 1, "not a valid printer stream at byte "},
+      {{"decode", dir / "garbage.prn"}, 1, "not a valid printer stream at byte "},
+      {{"dump", dir / "garbage.prn"}, 1, "not a valid printer stream at byte "},
+      {{"decode", dir / "empty.png"}, 1, "the file is empty"},
+      {{"decode", dir / "missing.prn"}, 2, "missing.prn"},
+      // A hostile stream's preview either fits the preview budget or is refused saying what would fit.
+      {{"decode", dir / "hostile.prn", "-q", "-o", dir / "small.png", "--preview-dpi", "10"}, 0, ""},
+      {{"decode", dir / "hostile.prn", "-o", dir / "big.png", "--preview-dpi", "300"},
+       1,
+       "megapixels a preview may have; use --preview-dpi 2"},
+      {{"decode", dir / "hostile.prn", "-o", dir / "big.png", "--preview-dpi", "600"},
+       1,
+       "megapixels a preview may have; use --preview-dpi 2"},
+      {{"dump", job}, 0, "EnterRaster", {"FormFeed", " bytes)", "end of stream"}},  // long records abbreviated
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(::testing::PrintToString(c.Args));
+    WriteFile(out, "the user's earlier job");
+    const RunResult run = RunInkweave(c.Args);
+    if (c.Exit != 0) {
+      ExpectOneLineError(run, c.Exit, c.Words);
+    } else {
+      EXPECT_EQ(run.Exit, 0) << run.Err;
+      EXPECT_THAT(run.Out, HasSubstr(c.Words));
+    }
+    for (const std::string& words : c.Out) EXPECT_THAT(run.Out, HasSubstr(words));
+    EXPECT_EQ(inkweave::testing::ReadText(out), "the user's earlier job");
+  }
+  if (geteuid() != 0) {  // root reads everything
+    WriteFile(dir / "secret.png", "x");
+    chmod((dir / "secret.png").c_str(), 0);
+    ExpectOneLineError(RunInkweave({"print", dir / "secret.png", "-o", out}), 1, "Permission denied");
+    std::filesystem::remove(dir / "secret.png");
+  }
+  // Previews one per page, or by the name given for one page; nothing else left behind.
+  EXPECT_EQ(dir.Files(),
+            (std::vector<std::string>{"cut.png", "cut.prn", "empty.pdf", "empty.png", "fake.so", "garbage.prn",
+                                      "hostile.prn", "job.prn", "notes.txt", "out.prn", "preview-1.png",
+                                      "preview-2.png", "proof.png", "small.png", "two.png"}));
+  // The whole A4 sheet at 50 dpi (414 x 585 pixels), or with --crop the printed area only.
+  EXPECT_EQ(PngSize(ReadFile(dir / "preview-1.png")), std::make_pair(414, 585));
+  ASSERT_EQ(
+      RunInkweave({"decode", job, "--page", "1", "--crop", "-o", dir / "crop.png", "-q", "--preview-dpi", "50"}).Exit,
+      0);
+  const auto cropped = PngSize(ReadFile(dir / "crop.png"));
+  EXPECT_TRUE(cropped.first < 414 && cropped.second < 585);
+  EXPECT_EQ(ReadFile(dir / "proof.png").at(1), 'P');
+  // The dump's offsets ascend line by line from 0.
+  const RunResult dump = RunInkweave({"dump", job});
+  std::istringstream lines(dump.Out);
+  unsigned long last = 0, offset = 0;
+  for (std::string line; std::getline(lines, line); last = offset) {
+    offset = std::stoul(line.substr(0, 8), nullptr, 16);
+    ASSERT_GE(offset, last) << line;
+  }
+  EXPECT_EQ(dump.Out.rfind("00000000  ", 0), 0u);
+  EXPECT_EQ(RunInkweave({"print", page, "--paper", "c4", "--quality", "150", "-o", out}).Exit, 0);  // C4 fits here
+}
+
+TEST(Command, DevicesPipesAndAClosedPipe) {
+  ScratchDir dir;
+  const std::string in = Example("testpage.png");
+  ASSERT_EQ(RunInkweave({"print", in, "--quality", "150", "-q", "-o", dir / "job.prn"}).Exit, 0);
+  const auto expected = ReadFile(dir / "job.prn");
+  // A device is written directly, not replaced.
+  const RunResult device = RunInkweave({"print", in, "--quality", "150", "-o", "/dev/null"});
+  EXPECT_EQ(device.Exit, 0) << device.Err;
+  EXPECT_THAT(device.Err, HasSubstr("/dev/null: 1 page, " + std::to_string(expected.size()) + " bytes"));
+  // A named pipe gets the whole stream, and stays a pipe.
+  const std::string fifo = dir / "fifo";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  std::vector<unsigned char> received;
+  std::thread reader([&] { received = ReadFile(fifo); });
+  const RunResult piped = RunInkweave({"print", in, "--quality", "150", "-q", "-o", fifo});
+  reader.join();
+  EXPECT_EQ(piped.Exit, 0) << piped.Err;
+  EXPECT_EQ(received, expected);
+  struct stat st {};
+  EXPECT_TRUE(stat(fifo.c_str(), &st) == 0 && S_ISFIFO(st.st_mode));
+  // A reader that stops after 10 bytes: one clear line and a failure, not death by SIGPIPE.
+  const std::string command = "{ '" INKWEAVE_CLI "' print '" + Example("testpage.pdf") + "' -o - 2>'" + dir / "err" +
+                              "'; echo $? >'" + dir / "code" + "'; } | head -c 10 >'" + dir / "out" + "'";
+  ASSERT_EQ(std::system(command.c_str()), 0);
+  EXPECT_EQ(inkweave::testing::ReadText(dir / "code"), "1\n");
+  RunResult closed;
+  closed.Exit = 1, closed.Err = inkweave::testing::ReadText(dir / "err");
+  ExpectOneLineError(closed, 1, "standard output: write failed: the program reading it closed the pipe");
+  EXPECT_EQ(ReadFile(dir / "out").size(), 10u);
+}
+
+TEST(Command, DamagedPicturesAreCalledDamaged) {
+  // Each format cut early (within its header, half way, just before its end) or with bytes overwritten:
+  // one line naming the file and calling it a damaged file of its format, whether the damage shows when
+  // the job is planned or only as the pixels are decoded.
+  ScratchDir dir;
+  StartLibvips();
+  const vips::VImage picture = vips::VImage::new_from_file(Example("testpage.png").c_str());
+  const auto cut = [](double share) {
+    return [share](std::string b) { return b.substr(0, static_cast<std::size_t>(b.size() * share)); };
+  };
+  const auto keep = [](std::size_t bytes) { return [bytes](std::string b) { return b.substr(0, bytes); }; };
+  const auto overwrite = [](std::size_t at, std::string with) {
+    return [at, with](std::string b) { return b.replace(std::min(at, b.size()), with.size(), with); };
+  };
+  const struct {
+    std::string Target, Format;
+    std::vector<std::function<std::string(std::string)>> Damages;
+  } cases[] = {
+      {"p.png", "PNG", {keep(8), keep(30), cut(0.5), overwrite(200, std::string(64, '\xff'))}},
+      {"p.jpg", "JPEG", {keep(4), cut(0.5), overwrite(2, std::string(200, '\0'))}},
+      {"p.tif", "TIFF", {keep(8), cut(0.5), cut(0.99), overwrite(4, std::string("\xff\xff\xff\x0f", 4))}},
+      {"p-lzw.tif[compression=lzw]", "TIFF", {cut(0.5)}},
+      {"p.webp", "WebP", {cut(0.5)}},
+  };
+  for (const auto& c : cases) {
+    const std::string file = dir / c.Target.substr(0, c.Target.find('['));
+    picture.write_to_file((dir / c.Target).c_str());
+    const std::string whole = inkweave::testing::ReadText(file), extension = file.substr(file.rfind('.'));
+    for (std::size_t d = 0; d < c.Damages.size(); ++d) {
+      SCOPED_TRACE(c.Target + ", damage " + std::to_string(d));
+      WriteFile(dir / "damaged" + extension, c.Damages[d](whole));
+      ExpectOneLineError(RunInkweave({"print", dir / "damaged" + extension, "--quality", "150", "-o", dir / "out.prn"}),
+                         1, "damaged" + extension + ": damaged " + c.Format + ": ");
+    }
+  }
+  EXPECT_FALSE(std::filesystem::exists(dir / "out.prn"));
+}
+
+}  // namespace
+}  // namespace inkweave::cli::testing

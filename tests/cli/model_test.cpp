@@ -1,0 +1,207 @@
+// The printer model's colour: the ink model's fitted parameters pinned and held to their physics, the
+// colour proof in every mode (its neutral grey ramp holds the fit's balance of the inks), the printer's
+// ICC profiles against the model, and the sheet the model reads from the stream for every paper offered.
+#include <gtest/gtest.h>
+#include <lcms2.h>
+
+#include <random>
+
+#include "cli/plugin.h"
+#include "cli/proof.h"
+#include "decode/colorimetry.h"
+#include "decode/ink.h"
+#include "host/choices.h"
+#include "host/host.h"
+#include "host/papers.h"
+#include "tests/support/print_stream.h"
+#include "tests/support/process.h"
+
+namespace inkweave::cli {
+namespace {
+
+using decode::Lab;
+using decode::Reflectance;
+
+TEST(InkModel, FittedParametersAreWhatTheFitWrites) {
+  const std::string checkedIn = INKWEAVE_SOURCE_DIR "/decode/generated/ink_model.cpp";
+  const std::string fresh = ::testing::TempDir() + "ink_model_regen.cpp";
+  ASSERT_EQ(inkweave::testing::RunProcess({FIT_INK_MODEL, fresh}, std::chrono::seconds(600)).Exit, 0);
+  EXPECT_TRUE(inkweave::testing::ReadText(fresh) == inkweave::testing::ReadText(checkedIn))
+      << "decode/generated/ink_model.cpp is stale; update it with:\n  " << FIT_INK_MODEL << " " << checkedIn;
+}
+
+// For every medium and resolution: each ink alone at full strength prints its solid (cyan, magenta and
+// yellow in their hue sectors and clearly coloured, black neutral and the darkest; two inks the product of
+// their solids); more ink never lightens any channel, and darkens it wherever it covers more paper (dot
+// gain saturates the coverage before the last steps), each ink alone and all four together.
+TEST(InkModel, SolidsPrintTheirInksAndMoreInkDarkens) {
+  const struct { double HueFrom, HueTo; } kSectors[3] = {{200, 260}, {300, 360}, {80, 120}};
+  for (int medium = 0; medium < decode::kMediaCodes; ++medium)
+    for (int dpi : {150, 300, 600, 1200}) {
+      SCOPED_TRACE("medium " + std::to_string(medium) + " at " + std::to_string(dpi));
+      const decode::InkModel model = decode::InkModelFor(medium, dpi);
+      const Lab black = decode::LabOfReflectance(model.Solid[3]);
+      EXPECT_LT(decode::Chroma(black), 0.5);
+      for (std::size_t ink = 0; ink < 3; ++ink) {
+        const Lab lab = decode::LabOfReflectance(model.Solid[ink]);
+        EXPECT_GT(decode::Chroma(lab), 30) << "ink " << ink;
+        EXPECT_TRUE(decode::Hue(lab) >= kSectors[ink].HueFrom && decode::Hue(lab) < kSectors[ink].HueTo) << ink;
+        EXPECT_GT(lab.L, black.L) << "ink " << ink;
+      }
+      const Reflectance red = decode::PrintedColour(model, std::array<double, 4>{0, 1, 1, 0});
+      for (std::size_t ch = 0; ch < 3; ++ch) EXPECT_NEAR(red[ch], model.Solid[1][ch] * model.Solid[2][ch], 1e-12);
+      for (std::size_t ink = 0; ink <= 4; ++ink) {
+        Reflectance previous = {2, 2, 2};
+        double previousCoverage = -1;
+        for (int step = 0; step <= 20; ++step) {
+          std::array<double, 4> amounts{};
+          for (std::size_t i = 0; i < 4; ++i) amounts[i] = ink == 4 || ink == i ? step / 20.0 : 0;
+          const Reflectance colour = decode::PrintedColour(model, amounts);
+          const double coverage = decode::Coverage(model, step / 20.0);
+          for (std::size_t ch = 0; ch < 3; ++ch) {
+            EXPECT_LE(colour[ch], previous[ch] * (coverage > previousCoverage + 1e-4 ? 1 - 1e-6 : 1))
+                << "ink " << ink << ", step " << step << ", channel " << ch;
+            if (step == 20 && ink < 4) {
+              EXPECT_NEAR(colour[ch], model.Solid[ink][ch], 1e-12);
+            }
+          }
+          previous = colour;
+          previousCoverage = coverage;
+        }
+      }
+    }
+}
+
+// The proof through the plug-in's entry points in every mode (resolution x halftone x media, and
+// monochrome): black within 3 L* of the darkest patch the mode prints, the grey ramp falling at every
+// step with |a*| and |b*| at most 3, and the mean Delta E 2000 of the 24 checker patches within the goal
+// (5 on plain and inkjet paper, 4 on glossy and photographic paper) where the mode meets it, else what
+// docs/colour-proof.md explains it cannot better (the inks' chroma, one table serving resolutions whose
+// dots gain unlike, the monochrome tone curve of the core), rounded up. Small patches keep it quick.
+TEST(Proof, BlackIsBlackAndTheGreyRampNeutralAndFallingInEveryMode) {
+  for (int quality : {150, 300, 600, 0})
+    for (host::Halftone method : {host::Halftone::Dither, host::Halftone::Diffusion})
+      for (const std::string media : {"plain", "inkjet", "glossy", "photo", "mono"}) {
+        ProofSettings settings;
+        settings.Quality = quality == 0 ? 600 : quality;
+        settings.HighRes = quality == 0;
+        settings.Method = method;
+        settings.Mono = media == "mono";
+        settings.Media = settings.Mono ? "plain" : media;
+        settings.PatchMm = 3.5;
+        std::string error;
+        const auto report = MakeProof(settings, &error);
+        ASSERT_TRUE(report) << error;
+        SCOPED_TRACE(report->Summary());
+        EXPECT_TRUE(report->BlackMet());
+        EXPECT_TRUE(report->GreyMet());
+        const double bound = settings.Mono       ? (quality == 600 ? 18.5 : 13.5)
+                             : media == "plain"  ? report->MeanGoal()
+                             : media == "inkjet" ? (quality == 0 ? report->MeanGoal() : 7.5)
+                                                 : (quality == 0 ? 11.5 : 8.0);
+        EXPECT_LE(report->MeanDeltaE, bound);
+      }
+}
+
+// Each profile is an RGB output profile that predicts what the printer model prints for 40 colours off its
+// grid's nodes within Delta E 2000 of 1 on average and 4 at most (today 0.4 to 0.6 and 1.1 to 2.8), and
+// maps each printed colour back to an RGB that prints within 3.5 of it on average (today 2.0 to 2.7: the
+// inverse's 17-level Lab grid, 8-bit RGB).
+TEST(IccProfile, PredictsThePrinterModelOffItsGrid) {
+  std::mt19937 random(17);
+  std::uniform_int_distribution<int> level(1, 254);
+  std::vector<Colour> colours;
+  while (colours.size() < 40) {
+    Colour c = {static_cast<std::uint8_t>(level(random)), static_cast<std::uint8_t>(level(random)),
+                static_cast<std::uint8_t>(level(random))};
+    if (c[0] % 16 && c[1] % 16 && c[2] % 16) colours.push_back(c);
+  }
+  for (const host::Medium& medium : host::kMedia) {
+    SCOPED_TRACE(std::string(medium.Name));
+    const std::string path = std::string(INKWEAVE_PROFILES_PATH) + "/" + host::IccProfileName(medium);
+    std::unique_ptr<void, cmsBool (*)(cmsHPROFILE)> printer(cmsOpenProfileFromFile(path.c_str(), "r"), cmsCloseProfile),
+        lab(cmsCreateLab4Profile(nullptr), cmsCloseProfile);
+    ASSERT_NE(printer, nullptr) << path;
+    EXPECT_EQ(cmsGetDeviceClass(printer.get()), cmsSigOutputClass);
+    EXPECT_EQ(cmsGetColorSpace(printer.get()), cmsSigRgbData);
+    EXPECT_EQ(cmsGetPCS(printer.get()), cmsSigLabData);
+    std::unique_ptr<void, void (*)(cmsHTRANSFORM)> forward(
+        cmsCreateTransform(printer.get(), TYPE_RGB_8, lab.get(), TYPE_Lab_DBL, INTENT_RELATIVE_COLORIMETRIC, 0),
+        cmsDeleteTransform),
+        inverse(cmsCreateTransform(lab.get(), TYPE_Lab_DBL, printer.get(), TYPE_RGB_8, INTENT_RELATIVE_COLORIMETRIC, 0),
+                cmsDeleteTransform);
+    ASSERT_TRUE(forward && inverse);
+    ProofSettings settings;
+    settings.Media = medium.Name;
+    std::string error;
+    const auto printed = PrintPatches(settings, colours, &error);
+    ASSERT_TRUE(printed) << error;
+    double sum = 0, worst = 0, roundTrip = 0;
+    for (std::size_t i = 0; i < colours.size(); ++i) {
+      const Lab actual = decode::LabOfReflectance((*printed)[i]);
+      cmsCIELab predicted, back;
+      cmsDoTransform(forward.get(), colours[i].data(), &predicted, 1);
+      const double error00 = decode::DeltaE2000(actual, {predicted.L, predicted.a, predicted.b});
+      sum += error00;
+      worst = std::max(worst, error00);
+      const cmsCIELab wanted{actual.L, actual.a, actual.b};
+      Colour rgb;
+      cmsDoTransform(inverse.get(), &wanted, rgb.data(), 1);
+      cmsDoTransform(forward.get(), rgb.data(), &back, 1);
+      roundTrip += decode::DeltaE2000(actual, {back.L, back.a, back.b});
+    }
+    EXPECT_LT(sum / colours.size(), 1.0);
+    EXPECT_LT(worst, 4.0);
+    EXPECT_LT(roundTrip / colours.size(), 3.5);
+  }
+}
+
+// Every paper the host offers comes back from the stream as that sheet, the print at the margins the host
+// leaves: a page inked in its first and last rows, so that a shared paper code is told by the print's length.
+TEST(Sheets, TheStreamNamesEveryPaperTheHostOffers) {
+  std::string error;
+  auto library = OpenPlugin("", &error);
+  ASSERT_TRUE(library) << error;
+  for (const host::Paper& paper : host::Papers()) {
+    SCOPED_TRACE(std::string(paper.Name));
+    const host::PrintableArea area = host::PrintableAreaOf(paper, 150);
+    host::HostSession session(library->Entry());
+    ASSERT_EQ(session.Load(), S_OK);
+    host::DeviceSetup setup;
+    setup.PaperSize = paper.Code;
+    setup.Quality = 150;
+    setup.Color = false;
+    setup.PageWidth = area.Width;
+    setup.PageHeight = area.Height;
+    ASSERT_EQ(session.Enable(setup), S_OK);
+    host::SelectModes(session, false, false);
+    session.Command(host::kCallbackJobStart);
+    host::PageSource page;
+    page.Width = static_cast<std::int32_t>(area.Width);
+    page.Height = static_cast<std::int32_t>(area.Height);
+    page.Render = [&](std::int32_t, std::int32_t y, std::int32_t w, std::int32_t h, std::uint8_t* dst,
+                      std::size_t stride) {
+      for (std::int32_t row = 0; row < h; ++row)
+        if (y + row == 0 || y + row == page.Height - 1) std::fill(dst + row * stride, dst + row * stride + 3 * w, 0);
+      return true;
+    };
+    host::PrintPage(session, page, 256);
+    session.Command(host::kCallbackJobEnd);
+    session.Disable();
+    session.Unload();
+    std::vector<std::uint8_t> stream;
+    for (const auto& write : session.Spool().Writes())
+      stream.insert(stream.end(), write.Bytes.begin(), write.Bytes.end());
+    const auto printed = inkweave::testing::PrintStream(stream);
+    ASSERT_EQ(printed.size(), 1u);
+    const decode::Sheet& sheet = printed[0].Paper;
+    EXPECT_TRUE(sheet.Known && !sheet.Overrun);
+    EXPECT_NEAR(sheet.WidthMm, paper.WidthMm, 0.01);
+    EXPECT_NEAR(sheet.HeightMm, paper.HeightMm, 0.01);
+    EXPECT_EQ(static_cast<std::uint32_t>(sheet.LeftDots), area.Left);
+    EXPECT_EQ(static_cast<std::uint32_t>(sheet.TopDots), area.Top);
+  }
+}
+
+}  // namespace
+}  // namespace inkweave::cli
