@@ -12,7 +12,7 @@
 #include <thread>
 #include <vips/vips8>
 
-#include "tests/cli/page_compare.h"
+#include "host/papers.h"
 #include "tests/cli/run.h"
 #include "tests/decode/streams.h"
 
@@ -188,6 +188,28 @@ TEST(Command, EveryInvocationExitsWithItsWordsAndLeavesTheOutputAlone) {
   }
   EXPECT_EQ(dump.Out.rfind("00000000  ", 0), 0u);
   EXPECT_EQ(RunInkweave({"print", page, "--paper", "c4", "--quality", "150", "-o", out}).Exit, 0);  // C4 fits here
+}
+
+// Every paper the host offers, printed from a picture as tall as the page (so that a paper code two
+// sheets share is told by the print's length), comes back from the stream as that sheet, the print at
+// the margins the host leaves.
+TEST(Command, EveryPaperComesBackAsItsSheet) {
+  ScratchDir dir;
+  StartLibvips();
+  vips::VImage::black(2, 400).write_to_file((dir / "column.png").c_str());
+  for (const host::Paper& paper : host::Papers()) {
+    SCOPED_TRACE(std::string(paper.Name));
+    const auto area = host::PrintableAreaOf(paper, 150);
+    const std::string name(paper.Name);
+    ASSERT_EQ(
+        RunInkweave({"print", dir / "column.png", "--paper", name, "--quality", "150", "-q", "-o", dir / "p.prn"}).Exit,
+        0);
+    char sheet[160];
+    std::snprintf(sheet, sizeof sheet,
+                  "(%.1f x %.1f mm), the print %.1f mm from its left edge and %.1f mm from its top", paper.WidthMm,
+                  paper.HeightMm, area.Left * 25.4 / 150, area.Top * 25.4 / 150);
+    EXPECT_THAT(RunInkweave({"decode", dir / "p.prn"}).Out, HasSubstr(sheet));
+  }
 }
 
 TEST(Command, DevicesPipesAndAClosedPipe) {

@@ -1,19 +1,15 @@
 // The printer model's colour: the ink model's fitted parameters pinned and held to their physics, the
-// colour proof in every mode (its neutral grey ramp holds the fit's balance of the inks), the printer's
-// ICC profiles against the model, and the sheet the model reads from the stream for every paper offered.
+// colour proof in every mode (its neutral grey ramp holds the fit's balance of the inks), and the
+// printer's ICC profiles against the model.
 #include <gtest/gtest.h>
 #include <lcms2.h>
 
 #include <random>
 
-#include "cli/plugin.h"
 #include "cli/proof.h"
 #include "decode/colorimetry.h"
 #include "decode/ink.h"
 #include "host/choices.h"
-#include "host/host.h"
-#include "host/papers.h"
-#include "tests/support/print_stream.h"
 #include "tests/support/process.h"
 
 namespace inkweave::cli {
@@ -153,53 +149,6 @@ TEST(IccProfile, PredictsThePrinterModelOffItsGrid) {
     EXPECT_LT(sum / colours.size(), 1.0);
     EXPECT_LT(worst, 4.0);
     EXPECT_LT(roundTrip / colours.size(), 3.5);
-  }
-}
-
-// Every paper the host offers comes back from the stream as that sheet, the print at the margins the host
-// leaves: a page inked in its first and last rows, so that a shared paper code is told by the print's length.
-TEST(Sheets, TheStreamNamesEveryPaperTheHostOffers) {
-  std::string error;
-  auto library = OpenPlugin("", &error);
-  ASSERT_TRUE(library) << error;
-  for (const host::Paper& paper : host::Papers()) {
-    SCOPED_TRACE(std::string(paper.Name));
-    const host::PrintableArea area = host::PrintableAreaOf(paper, 150);
-    host::HostSession session(library->Entry());
-    ASSERT_EQ(session.Load(), S_OK);
-    host::DeviceSetup setup;
-    setup.PaperSize = paper.Code;
-    setup.Quality = 150;
-    setup.Color = false;
-    setup.PageWidth = area.Width;
-    setup.PageHeight = area.Height;
-    ASSERT_EQ(session.Enable(setup), S_OK);
-    host::SelectModes(session, false, false);
-    session.Command(host::kCallbackJobStart);
-    host::PageSource page;
-    page.Width = static_cast<std::int32_t>(area.Width);
-    page.Height = static_cast<std::int32_t>(area.Height);
-    page.Render = [&](std::int32_t, std::int32_t y, std::int32_t w, std::int32_t h, std::uint8_t* dst,
-                      std::size_t stride) {
-      for (std::int32_t row = 0; row < h; ++row)
-        if (y + row == 0 || y + row == page.Height - 1) std::fill(dst + row * stride, dst + row * stride + 3 * w, 0);
-      return true;
-    };
-    host::PrintPage(session, page, 256);
-    session.Command(host::kCallbackJobEnd);
-    session.Disable();
-    session.Unload();
-    std::vector<std::uint8_t> stream;
-    for (const auto& write : session.Spool().Writes())
-      stream.insert(stream.end(), write.Bytes.begin(), write.Bytes.end());
-    const auto printed = inkweave::testing::PrintStream(stream);
-    ASSERT_EQ(printed.size(), 1u);
-    const decode::Sheet& sheet = printed[0].Paper;
-    EXPECT_TRUE(sheet.Known && !sheet.Overrun);
-    EXPECT_NEAR(sheet.WidthMm, paper.WidthMm, 0.01);
-    EXPECT_NEAR(sheet.HeightMm, paper.HeightMm, 0.01);
-    EXPECT_EQ(static_cast<std::uint32_t>(sheet.LeftDots), area.Left);
-    EXPECT_EQ(static_cast<std::uint32_t>(sheet.TopDots), area.Top);
   }
 }
 

@@ -10,18 +10,12 @@
 #include <vips/vips8>
 
 #include "cli/pdf_page.h"
-#include "tests/cli/page_compare.h"
 #include "tests/cli/run.h"
 #include "tests/support/make_pdf.h"
 #include "tests/support/sha256.h"
 
 namespace inkweave::cli::testing {
 namespace {
-
-void StartVips() {
-  static const bool started = VIPS_INIT("pdf_page_test") == 0;
-  ASSERT_TRUE(started);
-}
 
 std::vector<std::uint8_t> ThroughPoppler(PdfPage& page, int x, int y, int w, int h) {
   std::vector<std::uint8_t> pixels(static_cast<std::size_t>(w) * static_cast<std::size_t>(h) * 3, 0);
@@ -31,7 +25,7 @@ std::vector<std::uint8_t> ThroughPoppler(PdfPage& page, int x, int y, int w, int
 }
 
 TEST(PdfPage, SizedLikeTheLibvipsLoaderAtEveryScale) {
-  StartVips();
+  StartLibvips();
   for (const int index : {0, 1}) {
     for (const double scale : {0.37, 1.9607843, 2.0833333, 7.843, 12.5}) {
       std::string error;
@@ -46,7 +40,7 @@ TEST(PdfPage, SizedLikeTheLibvipsLoaderAtEveryScale) {
 }
 
 TEST(PdfPage, BandsCutFromStripsEqualThePageRenderedWhole) {
-  StartVips();
+  StartLibvips();
   // 150 dpi on A4: a strip holds many bands, so most bands are cut from a strip rendered for an earlier
   // one; text and rules must not shift by a pixel at a band's or a strip's edge, down the page (rows)
   // or across it (columns the page's height, as landscape bands ask).
@@ -75,7 +69,7 @@ TEST(PdfPage, BandsCutFromStripsEqualThePageRenderedWhole) {
 }
 
 TEST(PdfPage, NotAPdfOrNoSuchPageIsAnError) {
-  StartVips();
+  StartLibvips();
   std::string error;
   EXPECT_FALSE(PdfPage::Open(Example("testpage.png"), 0, 1.0, &error));
   EXPECT_FALSE(error.empty());

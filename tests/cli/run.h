@@ -1,10 +1,13 @@
-// Running the inkweave program from a test, and scratch directories for its files.
+// Running the inkweave program from a test, scratch directories for its files, libvips started once for
+// the test program, and a printed stream decoded back.
 #pragma once
 
 #include <string>
 #include <vector>
 
+#include "cli/document.h"
 #include "tests/support/files.h"
+#include "tests/support/print_stream.h"
 #include "tests/support/process.h"
 
 namespace inkweave::cli::testing {
@@ -22,5 +25,14 @@ inline RunResult RunInkweave(const std::vector<std::string>& args) {
 inline std::string Example(const std::string& name) { return std::string(INKWEAVE_SOURCE_DIR) + "/examples/" + name; }
 inline std::vector<unsigned char> ReadFile(const std::string& path) { return inkweave::testing::ReadBytes(path); }
 inline void WriteFile(const std::string& path, const std::string& bytes) { inkweave::testing::WriteText(path, bytes); }
+
+inline void StartLibvips() {
+  static VipsRuntime vips("cli_test");
+  StartVips();
+}
+
+inline std::vector<decode::PrintedPage> DecodeStream(const std::string& path) {
+  return inkweave::testing::PrintStream(ReadFile(path));
+}
 
 }  // namespace inkweave::cli::testing
