@@ -15,6 +15,7 @@
 #include "host/papers.h"
 #include "tests/cli/run.h"
 #include "tests/decode/streams.h"
+#include "tests/support/make_pdf.h"
 
 namespace inkweave::cli::testing {
 namespace {
@@ -62,9 +63,7 @@ TEST(Command, EveryInvocationExitsWithItsWordsAndLeavesTheOutputAlone) {
   WriteFile(dir / "notes.txt", "just some text\n");
   WriteFile(dir / "empty.png", "");
   WriteFile(dir / "empty.pdf",  // a page tree without pages
-            "%PDF-1.4\n1 0 obj\n<< /Type /Catalog /Pages 2 0 R >>\nendobj\n2 0 obj\n<< /Type /Pages /Kids [] /Count 0 "
-            ">>\nendobj\nxref\n0 3\n0000000000 65535 f \n0000000009 00000 n \n0000000058 00000 n \ntrailer\n<< /Size 3 "
-            "/Root 1 0 R >>\nstartxref\n110\n%%EOF\n");
+            inkweave::testing::WritePdf({"<< /Type /Catalog /Pages 2 0 R >>", "<< /Type /Pages /Kids [] /Count 0 >>"}));
   // A picture whose header reads fine: the damage shows only as its pixels are decoded, mid-job, after the
   // output was opened; the decoder's reason follows the format.
   const auto png = ReadFile(page);

@@ -125,52 +125,45 @@ TEST(PrintDocuments, EveryPageLooksLikeItsSourceAndLandsWhereItPutsIt) {
   const std::string pdf = Example("testpage.pdf"), png = Example("testpage.png");
   const struct {
     Args Arguments;
-    std::vector<std::pair<std::string, int>> Sources;  // file and page of each printed page
-    const char* Paper;
-    int Dpi;
-    bool Landscape, Mono;
-    Scale Scaled;
+    std::vector<int> Pages;  // the page of the file each printed page shows
   } kCases[] = {
-      {{pdf, "--quality", "150"}, {{pdf, 0}, {pdf, 1}}, "a4", 150, false, false, {}},  // dither
+      {{pdf, "--quality", "150"}, {0, 1}},  // dither
       {{pdf, "--quality", "300", "--halftone", "diffusion", "--paper", "letter", "--media", "photo", "--pages", "2"},
-       {{pdf, 1}},
-       "letter",
-       300,
-       false,
-       false,
-       {}},
-      {{png, "--landscape", "--mono", "--quality", "150", "--media", "glossy", "--band-height", "64"},
-       {{png, 0}},
-       "a4",
-       150,
-       true,
-       true,
-       {}},
-      {{png, "--high-res", "--paper", "a5"}, {{png, 0}}, "a5", 600, false, false, {}},
+       {1}},
+      {{png, "--landscape", "--mono", "--quality", "150", "--media", "glossy", "--band-height", "64"}, {0}},
+      {{png, "--high-res", "--paper", "a5"}, {0}},
       // At 100% the 360 x 240 pixel picture (72 dpi: 5 x 3.33 in) prints 750 x 500 dots at 150 dpi, centred.
-      {{png, "--quality", "150", "--scale", "100%"}, {{png, 0}}, "a4", 150, false, false, Scale{100.0}},
+      {{png, "--quality", "150", "--scale", "100%"}, {0}},
   };
   for (const auto& c : kCases) {
     SCOPED_TRACE(::testing::PrintToString(c.Arguments));
+    const auto has = [&](const std::string& flag) {
+      return std::find(c.Arguments.begin(), c.Arguments.end(), flag) != c.Arguments.end();
+    };
+    const auto value = [&](const std::string& flag, const std::string& otherwise) {
+      return has(flag) ? *(std::find(c.Arguments.begin(), c.Arguments.end(), flag) + 1) : otherwise;
+    };
+    const int dpi = std::stoi(value("--quality", "600"));
+    const bool scaled = has("--scale");
     ScratchDir dir;
     Stream(dir, c.Arguments, false);
     const auto pages = DecodeStream(dir / "job.prn");
-    ASSERT_EQ(pages.size(), c.Sources.size());
+    ASSERT_EQ(pages.size(), c.Pages.size());
     for (std::size_t p = 0; p < pages.size(); ++p) {
-      EXPECT_EQ(pages[p].Dpi, c.Arguments[1] == "--high-res" ? 1200 : c.Dpi);
-      EXPECT_EQ(pages[p].Color, !c.Mono);
-      const int block = c.Dpi / 10;
-      const Comparison compared =
-          ComparePage(RenderSource(c.Sources[p].first, c.Sources[p].second, c.Paper, c.Dpi, c.Landscape, c.Scaled),
-                      pages[p], c.Dpi, block);
+      EXPECT_EQ(pages[p].Dpi, has("--high-res") ? 1200 : dpi);
+      EXPECT_EQ(pages[p].Color, !has("--mono"));
+      const int block = dpi / 10;
+      const Comparison compared = ComparePage(RenderSource(c.Arguments[0], c.Pages[p], value("--paper", "a4"), dpi,
+                                                           has("--landscape"), scaled ? Scale{100.0} : Scale{}),
+                                              pages[p], dpi, block);
       EXPECT_LT(compared.MeanError, 0.12);
-      if (c.Mono) {
+      if (has("--mono")) {
         EXPECT_EQ(compared.ColourInk, 0.0);  // black ink only
       } else {
         EXPECT_LT(compared.ChannelError, 0.16);
       }
       for (int i = 0; i < 4; ++i) EXPECT_NEAR(compared.InkBox[i], compared.SourceBox[i], 1) << "box side " << i;
-      if (c.Scaled.Percent) {
+      if (scaled) {
         EXPECT_NEAR(compared.SourceBox[0], (1200 - 750) / 2 / block, 1);
         EXPECT_NEAR(compared.SourceBox[2] - compared.SourceBox[0] + 1, 750 / block, 1);
       }
