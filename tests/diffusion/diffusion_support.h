@@ -66,14 +66,6 @@ inline std::unique_ptr<DiffusionDevice> MakeDiffusionDevice(std::uint32_t pageWi
   return d;
 }
 
-// Copies every buffer's contents and the diffusion fields of one device into another of the same size.
-inline void CopyDiffusionState(const DiffusionDevice& from, DiffusionDevice& to) {
-  for (int j = 0; j < 4; ++j) to.Lines[j] = from.Lines[j];
-  for (int b = 0; b < 2; ++b) to.Planes[b] = from.Planes[b];
-  to.State.ScanParity = from.State.ScanParity;
-  to.State.DiffusionCursor = from.State.DiffusionCursor;
-}
-
 struct TestBand {
   std::vector<std::uint8_t> Pixels;
   BandInfo Info;
