@@ -62,15 +62,6 @@ TEST(SelectColorLut, AlternativePairsOnlyForTheirExactBytes) {
   }
 }
 
-TEST(SelectColorLut, PurposeTwoIsDitherAnyOtherDiffusion) {
-  for (std::int16_t purpose : {0, 1, 3, -1, 2}) {
-    DeviceState state{};
-    state.MediaType = 3;
-    state.PrintMode = 2;
-    EXPECT_EQ(TableNumber(SelectColorLut(state, purpose)), purpose == 2 ? 13 : 14) << purpose;
-  }
-}
-
 TEST(SelectColorLut, MemoryKeepsTheStoredTableWhateverThePurpose) {
   DeviceState state{};
   state.MediaType = 1;
@@ -79,10 +70,6 @@ TEST(SelectColorLut, MemoryKeepsTheStoredTableWhateverThePurpose) {
   state.HalftoneMethod = 1;
   state.ColorLut = SelectColorLut(state, kLutPurposeDither);  // first page
   EXPECT_EQ(TableNumber(state.ColorLut), 7);
-  EXPECT_EQ(state.CachedMediaType, 1);
-  EXPECT_EQ(state.CachedPrintMode, 6);
-  EXPECT_EQ(state.CachedPrintQuality, 600);
-  EXPECT_EQ(state.CachedHalftoneMethod, 1);
 
   // Second page, same key: the stored table comes back even for the diffusion purpose.
   EXPECT_EQ(TableNumber(SelectColorLut(state, kLutPurposeDiffusion)), 7);
@@ -108,16 +95,6 @@ TEST(SelectColorLut, MemoryKeepsTheStoredTableWhateverThePurpose) {
     EXPECT_EQ(s.CachedPrintQuality, s.PrintQuality);
     EXPECT_EQ(s.CachedLutVariant, s.LutVariant);
   }
-}
-
-TEST(SelectColorLut, NoTableAboveMediaFiveButTheMemoryIsStored) {
-  DeviceState state{};
-  state.MediaType = 6;
-  state.PrintMode = 2;
-  EXPECT_EQ(SelectColorLut(state, kLutPurposeDither), nullptr);
-  EXPECT_EQ(state.CachedMediaType, 6);
-  // With nothing held the memory never answers, so the choice is made (and fails) again.
-  EXPECT_EQ(SelectColorLut(state, kLutPurposeDiffusion), nullptr);
 }
 
 // Tone curves -------------------------------------------------------------------------------------
