@@ -163,39 +163,6 @@ std::vector<Case> Cases() {
   return cases;
 }
 
-// Three pages in one job: dithered, error-diffused (two bits, "I" sent by the emitter inside the page),
-// dithered again; the weave state and the ink-mode code carry from page to page.
-TEST(WeaveRoundTripJob, PagesOfDifferentDepthsInOneJob) {
-  EmitDevice device(2, 2, 300, 1);
-  const Case cases[3] = {{2, true, false, 170, 120}, {2, true, true, 90, 120}, {2, true, false, 33, 120}};
-  std::vector<DotPage> pages;
-  for (int i = 0; i < 3; ++i) pages.push_back(MakePage(cases[i], PlaneRowBytes(kLevel300, 120), 77u + i));
-  const BandInfo band = testing::MakeBand(120);
-  testing::EmitJob(device, [&] {
-    for (int i = 0; i < 3; ++i) {
-      if (i > 0) {
-        WriteBytes(&device.Devobj, kFormFeed, 1, device.Driver());
-        device.State.PrintMode = 2;
-        WritePageStart(&device.Devobj, device.Driver());
-      }
-      device.State.ActiveHalftone = cases[i].TwoBit ? 2 : 1;
-      device.State.PrintMode = cases[i].TwoBit ? 2 | kPrintModeFlag : 2;
-      testing::EmitPage(device, pages[static_cast<std::size_t>(i)], band);
-    }
-  });
-  auto parsed = decode::ParseJob(device.Spool.Stream(), {});
-  ASSERT_TRUE(std::holds_alternative<decode::Job>(parsed)) << std::get<decode::Error>(parsed).Message;
-  auto printed = decode::PrintJob(std::get<decode::Job>(parsed), {});
-  ASSERT_TRUE(std::holds_alternative<std::vector<decode::PrintedPage>>(printed))
-      << std::get<decode::Error>(printed).Message;
-  const auto& out = std::get<std::vector<decode::PrintedPage>>(printed);
-  ASSERT_EQ(out.size(), 3u);
-  for (int i = 0; i < 3; ++i) {
-    ExpectPrinted(cases[i], pages[static_cast<std::size_t>(i)], out[static_cast<std::size_t>(i)]);
-    EXPECT_EQ(out[static_cast<std::size_t>(i)].BitsPerDot, cases[i].TwoBit ? 2 : 1) << "page " << i;
-  }
-}
-
 std::string CaseName(const ::testing::TestParamInfo<Case>& param) {
   const Case& c = param.param;
   return "Mode" + std::to_string(c.Mode) + (c.Color ? "Color" : "Mono") + (c.TwoBit ? "TwoBit" : "OneBit") + "Rows" +
