@@ -1,5 +1,6 @@
-// Renderer selection: the halftone method in force, the flag and the immediate ink-mode command, the
-// renderer table row by row, and the seeding of the error lines while the page has no dot.
+// Renderer selection over the whole print-mode byte, row by row, and where printed pages do not reach it:
+// dither forced to diffusion at level 6 in landscape, and halftone values other than dither and diffusion.
+// (The flag, the ink-mode command and the seeding on printed pages are pinned by the whole-stream suite.)
 #include <gtest/gtest.h>
 
 #include "host/spool.h"
@@ -76,34 +77,6 @@ struct Selection {
   void Select() { chosen = SelectBandRenderer(&devobj, band, spool.Interface()); }
 };
 
-TEST(RendererSelection, DiffusionAt150KeepsTheModeUnflagged) {
-  Selection s(2, 1);
-  s.Select();
-  EXPECT_EQ(s.state.PrintMode, 1);
-  EXPECT_TRUE(s.spool.Writes().empty());
-  EXPECT_EQ(s.chosen, &DiffuseLowPortrait);
-  EXPECT_EQ(s.state.ActiveHalftone, 2);
-}
-
-TEST(RendererSelection, DiffusionFlagsTheModeAndSendsTheInkModeOnEveryBand) {
-  for (std::uint8_t level : {2, 4}) {
-    Selection s(2, level);
-    s.Select();
-    EXPECT_EQ(s.state.PrintMode, 32 + level);
-    ASSERT_EQ(s.spool.Writes().size(), 1u);
-    EXPECT_EQ(s.spool.Writes()[0].Bytes, Hex("49 31"));
-    EXPECT_EQ(s.state.InkModeCode, 0x31);
-    EXPECT_EQ(s.chosen, level == 2 ? &DiffuseMidPortrait : &DiffuseHighPortrait);
-    s.Select();
-    EXPECT_EQ(s.spool.Writes().size(), 2u) << "sent again although the flag is already set";
-  }
-  Selection mono(2, 18);
-  mono.Select();
-  EXPECT_EQ(mono.state.PrintMode, 50);
-  EXPECT_EQ(mono.spool.Writes()[0].Bytes, Hex("49 30"));
-  EXPECT_EQ(mono.chosen, &DiffuseMidPortrait);
-}
-
 TEST(RendererSelection, DitherAtLevelSixBecomesDiffusionAndSeedsDoubleWidth) {
   Selection s(1, 6, /*landscape=*/true);
   s.Select();
@@ -115,22 +88,6 @@ TEST(RendererSelection, DitherAtLevelSixBecomesDiffusionAndSeedsDoubleWidth) {
   EXPECT_TRUE(s.spool.Writes().empty());
   s.Select();  // and back: the next band asks for dither and is forced again
   EXPECT_EQ(s.state.ActiveHalftone, 2);
-}
-
-TEST(RendererSelection, SeedingOnlyUnderDiffusionAndWhileThePageHasNoDot) {
-  Selection s(2, 34);
-  s.Select();
-  s.Select();
-  EXPECT_EQ(fakes::Calls().Seeds.size(), 2u) << "blank leading bands are re-seeded";
-  EXPECT_EQ(fakes::Calls().Seeds[0].Width, 640);
-  s.state.PageInkSeen = 1;
-  s.Select();
-  EXPECT_EQ(fakes::Calls().Seeds.size(), 2u);
-
-  Selection dither(1, 2);
-  dither.Select();
-  EXPECT_TRUE(fakes::Calls().Seeds.empty());
-  EXPECT_EQ(dither.chosen, &DitherColorPortrait);
 }
 
 TEST(RendererSelection, OtherHalftoneValuesKeepTheMethodInForce) {
