@@ -62,9 +62,7 @@ TEST_F(Records, WorkedRows) {
   };
   const Case cases[] = {
       {"a blank row is one marker", 2, 2, 0, 1, Bytes(640, 0), {}, Hex("5A")},
-      {"a blank stripe's row is one marker", 2, 2, 0, 0, Bytes(640, 0xFF), {}, Hex("5A")},
       {"a blank stripe's pair is one marker", 2, 2, 0, 0, Bytes(640, 0xFF), Bytes(640, 0xFF), Hex("5A")},
-      {"a blank pair is one marker", 2, 2, 0, 1, Bytes(640, 0), Bytes(640, 0), Hex("5A")},
       // 80 00 00 00 | 00 00 00 00 | ...: a stretch of four, a group run of 8, the last four.
       {"trailing zeros are still sent",
        2,
@@ -74,7 +72,6 @@ TEST_F(Records, WorkedRows) {
        Hex("80") + Bytes(15, 0),
        {},
        Hex("47 08 00  00 80 88 00  9C 00  8C 00")},
-      {"codes as long as the row go out compressed", 2, 2, 0, 1, Hex("01 01 02 02"), {}, Hex("47 04 00  84 01 84 02")},
       {"three code bytes for two go out raw", 2, 2, 0, 1, Hex("01 02"), {}, Hex("47 02 80  01 02")},
       {"an incompressible full-width row is raw", 2, 2, 0, 1, noise, {}, Hex("47 00 85") + noise},
       {"compression off", 2, 0, 0, 1, Hex("00 00 00 00 00 00 07 07"), {}, Hex("47 08 00  00 00 00 00 00 00 07 07")},
