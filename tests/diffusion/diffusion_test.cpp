@@ -227,6 +227,7 @@ TEST(DiffusionRenderers, EveryInstructionSetWritesWhatThePortableKernelsWrite) {
         const int page = kWidestPage * quality / 600;
         for (const int across : {1, 8, 13, 257, page - 1, page, 2 * page}) {
           for (const bool colour : {false, true}) {
+            if (across > 257 && colour == (across == page)) continue;  // the widest lines in one colour mode each
             const bool oversized = across == 2 * page;
             SCOPED_TRACE(::testing::Message()
                          << pair.Name << " " << quality << " dpi " << (landscape ? "landscape" : "portrait")
