@@ -243,12 +243,18 @@ struct SourceAmounts {
 // OR of them all (0: white).
 std::uint64_t PackedAmountsOf(MultiStripe& s, const std::uint32_t* keys, int n, std::uint64_t* amounts, int stride) {
   if (!s.Gray || n == 0) return detail::AmountsOfStretchPacked(s.Cache, keys, n, amounts, stride, *s.State);
+  // The pixels up to the first that differs from the remembered one take its amounts: until a call
+  // has converted a colour, white keeps the no-ink amounts it started with, whatever the gray curve
+  // makes of white. From there on every pixel is converted, which is what the cache would answer.
+  int lead = 0;
+  for (; lead < n && keys[lead] == s.Cache.Key; ++lead) amounts[std::ptrdiff_t{lead} * stride] = s.Cache.Packed;
+  std::uint64_t any = lead > 0 ? s.Cache.Packed : 0;
+  if (lead == n) return any;
   // Monochrome gives the gray byte in all four bytes of a conversion.
   std::uint32_t converted[kRunDots];
-  s.Cache.Convert(keys, n, converted, *s.State);
-  std::uint64_t any = 0;
-  for (int i = 0; i < n; ++i) {
-    const std::uint64_t packed = s.GrayAmounts[converted[i] >> 24];
+  s.Cache.Convert(keys + lead, n - lead, converted, *s.State);
+  for (int i = lead; i < n; ++i) {
+    const std::uint64_t packed = s.GrayAmounts[converted[i - lead] >> 24];
     amounts[std::ptrdiff_t{i} * stride] = packed;
     any |= packed;
   }
