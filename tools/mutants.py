@@ -33,7 +33,7 @@ import time
 
 ROOTS = ("src/", "decode/", "cups/", "cli/")
 # Fast tests: all but those that start a printer application, a cupsd, Wine, or regenerate the tables.
-SLOW_GTEST = "PrinterApp.*:Cupsfilter.*:WindowsDll.*:GeneratedTables.CheckedInFilesMatchTheirGenerators"
+SLOW_GTEST = "PrinterApp.*:CupsQueue.*:WindowsDll.*:GeneratedTables.CheckedInFilesMatchTheirGenerators"
 PROGRAM_TIMEOUT = 1200  # seconds per test program; cli_test, the slowest, takes about 60 on an idle machine
 
 # Faults that once went uncaught; every sample carries them.
