@@ -1,12 +1,11 @@
-// Faults injected by the host: every spool write of a whole job refused in turn, and every heap allocation
-// of the device set-up refused in turn. The plug-in is linked in here so that the heap seam reaches it;
-// it is still driven only through its entry point and interface tables.
+// Faults injected by the host: every spool write of a whole job refused in turn, every heap allocation
+// of the device set-up refused in turn, and the bands and pages no buffer can serve. The plug-in is linked in here so
+// that the heap seam reaches it; it is still driven only through its entry point and interface tables.
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <variant>
+#include <cstring>
 
-#include "decode/decoder.h"
 #include "host/host.h"
 #include "src/device/memory_list.h"
 #include "src/plugin/render_plugin.h"
@@ -20,20 +19,13 @@ using testing::operator+;
 
 const host::PluginEntry kLinkedPlugin{&GetClassObject, &CanUnloadNow};
 
-host::DeviceSetup SmallPage(std::int16_t quality) {
+// The page of every job here, 200 x 260 dots.
+host::DeviceSetup Page(std::int16_t quality) {
   host::DeviceSetup setup;
   setup.Quality = quality;
-  setup.PageWidth = 800;
-  setup.PageHeight = 1000;
+  setup.PageWidth = 200;
+  setup.PageHeight = 260;
   return setup;
-}
-
-// A one-page job without bands.
-void RunOnePageJob(host::HostSession& session) {
-  session.Command(22);
-  session.Command(20);
-  session.Command(21);
-  session.Command(23);
 }
 
 // A two-page job with bands: a page of diagonal colour ramps with a white stretch (blank bands and
@@ -66,48 +58,6 @@ void RunTwoPageJob(host::HostSession& session, const JobSpec& kind) {
   session.Command(host::kCallbackJobEnd);
 }
 
-host::DeviceSetup PageFor(const JobSpec& kind) {
-  host::DeviceSetup setup = SmallPage(kind.quality);
-  setup.PageWidth = 200;
-  setup.PageHeight = 260;
-  return setup;
-}
-
-// The writes to fail in a job of `writes`: every one in a short job, else about 50 spread evenly,
-// always with the first and the last write of row records on each page, and each form feed (a direct
-// write) with the padding after it (an ordinary one).
-std::vector<std::uint32_t> WritesToFail(const std::vector<host::SpoolWrite>& writes) {
-  std::vector<std::size_t> starts;  // stream offset of each write
-  std::vector<std::uint8_t> stream;
-  for (const host::SpoolWrite& w : writes) {
-    starts.push_back(stream.size());
-    stream.insert(stream.end(), w.Bytes.begin(), w.Bytes.end());
-  }
-  const auto writeAt = [&](std::size_t offset) {
-    return static_cast<std::uint32_t>(std::upper_bound(starts.begin(), starts.end(), offset) - starts.begin());
-  };
-  const auto total = static_cast<std::uint32_t>(writes.size());
-  std::vector<std::uint32_t> chosen;
-  const std::uint32_t step = std::max<std::uint32_t>(1, total / 50);
-  for (std::uint32_t n = 1; n <= total; n += step) chosen.push_back(n);
-  chosen.push_back(total);
-  for (std::uint32_t n = 1; n < total; ++n)
-    if (writes[n - 1].Bytes == Hex("0C")) chosen.insert(chosen.end(), {n, n + 1});
-  auto parsed = decode::ParseJob(stream);
-  if (auto* error = std::get_if<decode::Error>(&parsed)) {
-    ADD_FAILURE() << "the clean job does not parse at byte " << error->Offset << ": " << error->Message;
-    return chosen;
-  }
-  for (const decode::Page& page : std::get<decode::Job>(parsed).Pages) {
-    if (page.Passes.empty() || page.Passes.back().Records.empty()) continue;
-    chosen.push_back(writeAt(page.Passes.front().Offset));
-    chosen.push_back(writeAt(page.Passes.back().Records.back().Offset));
-  }
-  std::sort(chosen.begin(), chosen.end());
-  chosen.erase(std::unique(chosen.begin(), chosen.end()), chosen.end());
-  return chosen;
-}
-
 // The N-th spool write of a whole job fails, for N across the job at every resolution: the job goes on
 // writing exactly what a clean job writes, and ends with the abort tail instead of the reset unless the
 // failed write was one of the direct writes (a form feed, the final reset), which never mark the job.
@@ -121,21 +71,30 @@ TEST(WriteFaults, AnyFailedWriteOfAWholeJobEndsItWithTheAbortTail) {
     {
       host::HostSession session(kLinkedPlugin);
       ASSERT_EQ(session.Load(), S_OK);
-      ASSERT_EQ(session.Enable(PageFor(kind)), S_OK);
+      ASSERT_EQ(session.Enable(Page(kind.quality)), S_OK);
       RunTwoPageJob(session, kind);
       clean = session.Spool().Writes();
     }
     ASSERT_GT(clean.size(), 100u);
     ASSERT_EQ(clean.back().Bytes, Hex("1B 40"));
-    const std::vector<std::uint32_t> failing = WritesToFail(clean);
-    for (std::uint32_t nth : failing) {
+    // Every write near a page's start or end (the form feed, a direct write, and the padding after it)
+    // and every 8th write in between.
+    std::vector<std::uint32_t> pageEnds{0};
+    for (std::uint32_t n = 1; n <= clean.size(); ++n)
+      if (clean[n - 1].Bytes == Hex("0C")) pageEnds.push_back(n);
+    const auto nearAPageEnd = [&](std::uint32_t n) {
+      return std::any_of(pageEnds.begin(), pageEnds.end(),
+                         [n](std::uint32_t end) { return n + 30 > end && n < end + 50; });
+    };
+    for (std::uint32_t nth = 1; nth <= clean.size(); ++nth) {
+      if (nth % 8 != 0 && nth != clean.size() && !nearAPageEnd(nth)) continue;
       SCOPED_TRACE(::testing::Message() << "write " << nth << " of " << clean.size() << " fails");
       const std::uint64_t globalBefore = detail::GlobalBlocksOutstanding();
       const std::uint64_t localBefore = detail::LocalBlocksOutstanding();
       {
         host::HostSession session(kLinkedPlugin);
         ASSERT_EQ(session.Load(), S_OK);
-        ASSERT_EQ(session.Enable(PageFor(kind)), S_OK);
+        ASSERT_EQ(session.Enable(Page(kind.quality)), S_OK);
         session.Spool().SetFaults({nth, false, E_FAIL});
         RunTwoPageJob(session, kind);
         const auto& writes = session.Spool().Writes();
@@ -158,12 +117,12 @@ TEST(WriteFaults, AnyFailedWriteOfAWholeJobEndsItWithTheAbortTail) {
 TEST(WriteFaults, TheNextJobStartsClean) {
   host::HostSession session(kLinkedPlugin);
   ASSERT_EQ(session.Load(), S_OK);
-  ASSERT_EQ(session.Enable(SmallPage(300)), S_OK);
+  ASSERT_EQ(session.Enable(Page(300)), S_OK);
   session.Spool().SetFaults({5, false, E_FAIL});
-  RunOnePageJob(session);
-  EXPECT_TRUE(session.Spool().Writes().back().Abort);
-  RunOnePageJob(session);
-  EXPECT_FALSE(session.Spool().Writes().back().Abort);
+  for (const bool aborted : {true, false}) {
+    for (DWORD id : {22, 20, 21, 23}) session.Command(id);
+    EXPECT_EQ(session.Spool().Writes().back().Abort, aborted);
+  }
 }
 
 // Sizes no bitmap header can describe are refused by the host itself, with the cause, before the
@@ -171,13 +130,13 @@ TEST(WriteFaults, TheNextJobStartsClean) {
 TEST(HostBounds, AbsurdBandsAndPagesAreRefused) {
   host::HostSession session(kLinkedPlugin);
   ASSERT_EQ(session.Load(), S_OK);
-  ASSERT_EQ(session.Enable(SmallPage(300)), S_OK);
+  ASSERT_EQ(session.Enable(Page(300)), S_OK);
   std::vector<std::uint8_t> bits(64, 0xFF);
-  for (const auto& [width, height] : {std::pair{0x7FFFFFFF, 16}, std::pair{0x40000000, 4}, std::pair{800, 0x7FFFFFFF},
-                                      std::pair{0, 16}, std::pair{800, -1}})
+  for (const auto& [width, height] : {std::pair{0x7FFFFFFF, 16}, std::pair{0x40000000, 4}, std::pair{200, 0x7FFFFFFF},
+                                      std::pair{0, 16}, std::pair{200, -1}})
     EXPECT_EQ(session.ImageProcessing({bits.data(), width, height, 24, 0, 0, false}), E_FAIL)
         << width << " x " << height;
-  for (const auto& [width, height] : {std::pair{0x40000000, 100}, std::pair{0x7FFFFFFF, 1}, std::pair{800, -5}}) {
+  for (const auto& [width, height] : {std::pair{0x40000000, 100}, std::pair{0x7FFFFFFF, 1}, std::pair{200, -5}}) {
     host::PageSource source;
     source.Width = width;
     source.Height = height;
@@ -200,7 +159,7 @@ TEST(HeapFaults, RefusedSetUpFreesEverythingAndRefusesBands) {
       host::HostSession session(kLinkedPlugin);
       ASSERT_EQ(session.Load(), S_OK);
       const std::uint64_t before = detail::GlobalAllocationCount();
-      ASSERT_EQ(session.Enable(SmallPage(quality)), S_OK);
+      ASSERT_EQ(session.Enable(Page(quality)), S_OK);
       allocations = static_cast<std::uint32_t>(detail::GlobalAllocationCount() - before);
     }
     for (std::uint32_t nth = 1; nth <= allocations; ++nth) {
@@ -211,7 +170,7 @@ TEST(HeapFaults, RefusedSetUpFreesEverythingAndRefusesBands) {
         host::HostSession session(kLinkedPlugin);
         ASSERT_EQ(session.Load(), S_OK);
         detail::FailGlobalAllocation(nth);
-        EXPECT_EQ(session.Enable(SmallPage(quality)), E_FAIL);
+        EXPECT_EQ(session.Enable(Page(quality)), E_FAIL);
         detail::FailGlobalAllocation(0);
         const auto* state = static_cast<const DeviceState*>(session.DeviceObject()->pdevOEM);
         ASSERT_NE(state, nullptr) << "the host still holds the record";
@@ -219,8 +178,8 @@ TEST(HeapFaults, RefusedSetUpFreesEverythingAndRefusesBands) {
         EXPECT_EQ(state->MemoryList, nullptr);
         EXPECT_EQ(detail::GlobalBlocksOutstanding(), globalBefore);
 
-        std::vector<std::uint8_t> bits(host::BandRowStride(800) * 16, 0);
-        host::Band band{bits.data(), 800, 16, 24, 0, 0, false};
+        std::vector<std::uint8_t> bits(host::BandRowStride(200) * 16, 0);
+        host::Band band{bits.data(), 200, 16, 24, 0, 0, false};
         EXPECT_EQ(session.ImageProcessing(band), E_FAIL);
         band.OffsetY = 16;
         EXPECT_EQ(session.ImageProcessing(band), E_FAIL);
@@ -233,15 +192,59 @@ TEST(HeapFaults, RefusedSetUpFreesEverythingAndRefusesBands) {
   }
 }
 
+// Page geometry the buffers cannot serve is refused before anything is allocated: widths past the
+// widest band row (among them one whose error-line size would wrap in 32 bits) and heights past a
+// 32-bit band offset, in both orientations and at every quality.
+TEST(HeapFaults, PagesTheBuffersCannotServeAreRefused) {
+  struct Case {
+    std::uint32_t width, height;
+    bool accepted;
+  } cases[] = {{5120, 3300, true},
+               {5121, 3300, false},
+               {0x40000000, 3300, false},
+               {0xFFFFFFFF, 3300, false},
+               {2400, 0x7FFFFFFF, true},
+               {2400, 0x80000000, false},
+               {0, 0, true}};
+  for (const Case& c : cases)
+    for (std::int16_t quality : {150, 300, 600})
+      for (const bool landscape : {false, true}) {
+        SCOPED_TRACE(::testing::Message()
+                     << c.width << " x " << c.height << ", quality " << quality << (landscape ? ", landscape" : ""));
+        const std::uint64_t globalBefore = detail::GlobalBlocksOutstanding();
+        {
+          host::HostSession session(kLinkedPlugin);
+          ASSERT_EQ(session.Load(), S_OK);
+          host::DeviceSetup setup = Page(quality);
+          setup.Landscape = landscape;
+          setup.PageWidth = c.width;
+          setup.PageHeight = c.height;
+          EXPECT_EQ(session.Enable(setup), c.accepted ? S_OK : E_FAIL);
+          auto* state = static_cast<DeviceState*>(session.DeviceObject()->pdevOEM);
+          ASSERT_NE(state, nullptr);
+          EXPECT_EQ(state->InitFailed, c.accepted ? 0u : 1u);
+          if (c.accepted) {
+            // Every byte of every error line is there (the address sanitizer sees a short one).
+            const std::size_t bytes = 4 * std::size_t{c.width} * (quality == 600 ? 2 : 1) + 16;
+            for (std::int16_t* line : state->LineBuffers) std::memset(line, 0x5A, bytes);
+          } else {
+            EXPECT_EQ(state->MemoryList, nullptr);
+            EXPECT_EQ(detail::GlobalBlocksOutstanding(), globalBefore);
+          }
+        }
+        EXPECT_EQ(detail::GlobalBlocksOutstanding(), globalBefore);
+      }
+}
+
 TEST(HeapFaults, RefusedRecord) {
   host::HostSession session(kLinkedPlugin);
   ASSERT_EQ(session.Load(), S_OK);
   detail::FailLocalAllocation(1);
-  EXPECT_EQ(session.Enable(SmallPage(300)), E_FAIL);
+  EXPECT_EQ(session.Enable(Page(300)), E_FAIL);
   detail::FailLocalAllocation(0);
   EXPECT_EQ(session.DeviceObject()->pdevOEM, nullptr);
-  std::vector<std::uint8_t> bits(host::BandRowStride(800) * 16, 0);
-  EXPECT_EQ(session.ImageProcessing({bits.data(), 800, 16, 24, 0, 0, false}), E_FAIL);
+  std::vector<std::uint8_t> bits(host::BandRowStride(200) * 16, 0);
+  EXPECT_EQ(session.ImageProcessing({bits.data(), 200, 16, 24, 0, 0, false}), E_FAIL);
 }
 
 }  // namespace
