@@ -1,7 +1,7 @@
 // The raster emitter driven as the band driver drives it, where printed pages do not reach (the weave
 // round trips and the whole-stream suite cover the rest): blank pages, the bit-depth command in
 // monochrome, the widest highest-resolution rows, the top-of-page feed at any offset and resolution,
-// print modes outside the weaves and failed writes.
+// print modes outside the weaves (failed writes: the whole-job write-fault grid).
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -166,20 +166,6 @@ TEST(EmitStripe, PrintModeOutsideTheWeavesPlacesNoRows) {
     EXPECT_EQ(actual[1][0], 'I');
     for (const PassBuffer& pass : device.State.StripeBuffers) EXPECT_EQ(pass.WritePos, pass.BufferStart);
   }
-}
-
-TEST(EmitStripe, FailedWritesDoNotStopThePage) {
-  EmitDevice device(2);
-  device.State.InkModeCode = kInkModeColorOneBit;
-  device.Spool.SetFaults({1, true, E_FAIL});
-  const BandInfo band = testing::MakeBand(64);
-  testing::BeginPage(device.State);
-  Fill(device, 16, 3, 0xFF, 8);
-  testing::EmitOne(device, 16, band, 1);
-  testing::EmitOne(device, 5, band, 1);
-  EXPECT_EQ(device.State.WriteFailed, 1u);
-  EXPECT_EQ(device.Spool.WriteCount(), 4u);  // two feeds, two passes, all refused
-  for (const PassBuffer& pass : device.State.StripeBuffers) EXPECT_EQ(pass.WritePos, pass.BufferStart);
 }
 
 }  // namespace

@@ -13,13 +13,13 @@
 
 #include <random>
 #include <string>
-#include <variant>
 
 #include "decode/decoder.h"
 #include "src/commands/command_writer.h"
 #include "src/commands/printer_commands.h"
 #include "src/raster/weave.h"
 #include "tests/support/emit_driver.h"
+#include "tests/support/print_stream.h"
 
 namespace inkweave {
 namespace {
@@ -114,20 +114,13 @@ TEST_P(WeaveRoundTrip, EveryRowLandsOnceWithItsDots) {
     position = device.State.PaperPosition;
   });
 
-  const std::vector<std::uint8_t> stream = device.Spool.Stream();
   decode::DecodeOptions options;
   options.WeaveMode = c.Mode == 3 || c.Mode == 5 ? c.Mode : 0;
-  auto parsed = decode::ParseJob(stream, options);
-  ASSERT_TRUE(std::holds_alternative<decode::Job>(parsed))
-      << Name(c) << ": " << std::get<decode::Error>(parsed).Message << " at " << std::get<decode::Error>(parsed).Offset;
-  const decode::Job& job = std::get<decode::Job>(parsed);
-  ASSERT_EQ(job.Pages.size(), 1u) << Name(c);
+  decode::Job job;
+  const auto printed = testing::PrintStream(device.Spool.Stream(), options, &job);
+  ASSERT_EQ(printed.size(), 1u) << Name(c);
   EXPECT_EQ(job.Pages[0].Stats.TotalFeed, position) << Name(c);
-  auto printed = decode::PrintJob(job, options);
-  ASSERT_TRUE(std::holds_alternative<std::vector<decode::PrintedPage>>(printed))
-      << Name(c) << ": " << std::get<decode::Error>(printed).Message << " at "
-      << std::get<decode::Error>(printed).Offset;
-  const decode::PrintedPage& out = std::get<std::vector<decode::PrintedPage>>(printed).at(0);
+  const decode::PrintedPage& out = printed[0];
   EXPECT_EQ(out.Mode, c.Mode) << Name(c);
 
   ExpectPrinted(c, page, out);
