@@ -2,103 +2,50 @@
 // whole-stream suite pins the portable path's pages), over a grid of line widths up to the widest page
 // at every print quality, with error lines, planes and bands allocated to their exact sizes so that the
 // sanitizers see any byte outside them. Then the edges no printed page reaches: partial last bytes,
-// stripes without lines, amounts 0 and 255 against any error, the seeding of the error lines, and the
-// blank chain's shortcut against the full chain. Last, the measured tone response.
+// stripes without lines, amounts 0 and 255 against any error, and the blank chain's shortcut against the
+// full chain. The seeding of the error lines is pinned by the whole-stream suite's diffusion pages.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <functional>
 #include <memory>
 #include <random>
 #include <vector>
 
-#include "src/data/tables.h"
 #include "src/device/band_info.h"
-#include "src/device/device_state.h"
 #include "src/device/plane_geometry.h"
 #include "src/halftone/halftone.h"
 #include "src/halftone/kernels.h"
+#include "tests/reference/halftone_rig.h"
 #include "tests/support/instruction_sets.h"
 
 namespace inkweave {
 namespace {
 
-struct DiffusionDevice {
-  DeviceState State;
-  std::vector<std::int16_t> Lines[4];
-  std::vector<std::uint8_t> Planes[2];
-  std::vector<std::uint8_t> Curves;
-  std::vector<std::uint8_t> Lut;  // 17 x 17 x 17 x 4, red slowest: C = 255 - r, M, Y likewise, K = min
-};
+using reference::Band;
+using reference::Rig;
 
-std::unique_ptr<DiffusionDevice> MakeDiffusionDevice(std::uint32_t pageWidth, std::uint16_t quality,
-                                                     std::uint8_t printMode, std::uint16_t colorMode = 1,
-                                                     std::int16_t media = 0) {
-  auto d = std::make_unique<DiffusionDevice>();
-  d->State = DeviceState{};
+// A device for a page of the given width (in pixels) at the given quality, with its error lines.
+std::unique_ptr<Rig> MakeDiffusionDevice(std::uint32_t pageWidth, std::uint16_t quality, std::uint8_t printMode,
+                                         std::uint16_t colorMode = 1, std::int16_t media = 0) {
+  const std::size_t w = std::size_t{pageWidth} * (quality == 600 ? 2 : 1);
+  auto d = std::make_unique<Rig>(colorMode, (4 * w + 16) / 2);
   d->State.PageWidth = pageWidth;
   d->State.PrintQuality = quality;
   d->State.PrintMode = printMode;
-  d->State.ColorMode = colorMode;
   d->State.MediaType = media;
-  const std::size_t w = std::size_t{pageWidth} * (quality == 600 ? 2 : 1);
-  for (int j = 0; j < 4; ++j) {
-    d->Lines[j].assign((4 * w + 16) / 2, 0);
-    d->State.LineBuffers[j] = d->Lines[j].data();
-  }
-  for (int b = 0; b < 2; ++b) {
-    d->Planes[b].assign(kPlaneBufferBytes, 0);
-    d->State.PlaneBuffer[b] = d->Planes[b].data();
-  }
-  d->Curves.resize(kToneCurveBytes);
-  for (std::size_t i = 0; i < d->Curves.size(); ++i) d->Curves[i] = static_cast<std::uint8_t>(i);
-  d->State.ToneCurves = d->Curves.data();
-  d->Lut.resize(17 * 17 * 17 * 4);
-  for (int r = 0; r < 17; ++r) {
-    for (int g = 0; g < 17; ++g) {
-      for (int b = 0; b < 17; ++b) {
-        auto lit = [](int i) { return i * 16 > 255 ? 255 : i * 16; };
-        const int c = 255 - lit(r), m = 255 - lit(g), y = 255 - lit(b);
-        const int k = c < m ? (c < y ? c : y) : (m < y ? m : y);
-        std::uint8_t* p = &d->Lut[static_cast<std::size_t>(((r * 17 + g) * 17 + b) * 4)];
-        p[0] = static_cast<std::uint8_t>(c);
-        p[1] = static_cast<std::uint8_t>(m);
-        p[2] = static_cast<std::uint8_t>(y);
-        p[3] = static_cast<std::uint8_t>(k);
-      }
-    }
-  }
-  d->State.ColorLut = d->Lut.data();
   return d;
 }
 
-struct TestBand {
-  std::vector<std::uint8_t> Pixels;
-  BandInfo Info;
-};
-
 using PixelFn = std::function<void(int x, int y, std::uint8_t* rgb)>;
 
-std::unique_ptr<TestBand> MakeBand(int width, int height, const PixelFn& pixel) {
-  auto band = std::make_unique<TestBand>();
-  const std::int32_t stride = BandStride(width);
-  band->Pixels.assign(static_cast<std::size_t>(stride) * static_cast<std::size_t>(height), 0);
-  for (int y = 0; y < height; ++y) {
-    for (int x = 0; x < width; ++x) pixel(x, y, &band->Pixels[static_cast<std::size_t>(y * stride + 3 * x)]);
-  }
-  band->Info = BandInfo{};
-  band->Info.Header.biSize = 40;
-  band->Info.Header.biWidth = width;
-  band->Info.Header.biHeight = height;
-  band->Info.Header.biPlanes = 1;
-  band->Info.Header.biBitCount = 24;
-  band->Info.Bits = band->Pixels.data();
-  band->Info.Stride = stride;
+std::unique_ptr<Band> MakeBand(int width, int height, const PixelFn& pixel) {
+  auto band = std::make_unique<Band>(width, height);
+  for (int y = 0; y < height; ++y)
+    for (int x = 0; x < width; ++x) pixel(x, y, band->Row(y) + 3 * x);
   return band;
 }
 
@@ -129,8 +76,8 @@ PixelFn RandomRuns(std::uint32_t seed) {
 
 // Calls a renderer as the band driver does: row units and row pixels are the pixels across (from
 // firstPixel on, when given).
-std::uint32_t RenderStripe(BandRendererFn renderer, DiffusionDevice& d, const TestBand& band, bool landscape,
-                           int firstLine, int lines, std::int32_t position, int firstPixel = 0) {
+std::uint32_t RenderStripe(BandRendererFn renderer, Rig& d, const Band& band, bool landscape, int firstLine, int lines,
+                           std::int32_t position, int firstPixel = 0) {
   IPPARAMS params{};
   params.dwSize = sizeof(IPPARAMS);
   if (landscape) {
@@ -324,33 +271,6 @@ TEST(DiffusionRenderers, AmountsZeroAndFullIgnoreTheErrorAndNoLinesWriteNothing)
   }
 }
 
-TEST(SeedDiffusionLines, FillsThePatternOverTheModesCountAndResetsTheLineState) {
-  const struct {
-    std::uint8_t printMode;
-    int width;
-    int cells;
-  } cases[] = {{2, 100, 104}, {16 | 1, 100, 104}, {32 | 2, 100, 208}, {6, 200, 408}, {32 | 6, 200, 408}, {2, -4, 0}};
-  for (const auto& c : cases) {
-    auto d = MakeDiffusionDevice(600, 600, c.printMode);
-    for (auto& line : d->Lines) std::fill(line.begin(), line.end(), 0x7777);
-    d->State.ScanParity = 1;
-    d->State.DiffusionCursor = 99;
-    SeedDiffusionLines(d->State, 4, c.width);
-    for (int j = 0; j < 4; ++j)
-      for (int i = 0; i < c.cells + 2; ++i) {
-        const std::int16_t want = i < c.cells ? DiffusionSeedErrors[(4 * i) % 256 + j] : 0x7777;
-        ASSERT_EQ(d->Lines[j][static_cast<std::size_t>(i)], want) << "mode " << int{c.printMode} << " cell " << i;
-      }
-    EXPECT_EQ(d->State.ScanParity, 0);
-    EXPECT_EQ(d->State.DiffusionCursor, 0u);
-  }
-  // Never past the allocation: a page of 100 at 300 dpi has 2 x 100 + 8 cells.
-  auto small = MakeDiffusionDevice(100, 300, 6);
-  SeedDiffusionLines(small->State, 4, 200);
-  EXPECT_EQ(small->Lines[0].size(), 208u);
-  EXPECT_EQ(small->Lines[0][207], DiffusionSeedErrors[(4 * 207) % 256]);
-}
-
 // The blank chain (every amount 0) decides from the gathered error before its division, the full chain
 // from the quotient: on every instruction set with chains, both directions and every quantiser, they
 // agree on runs whose gathered errors cover every edge of the floors' decisions many times over.
@@ -399,81 +319,6 @@ TEST(DiffusionRenderers, BlankChainAgreesWithTheFullChainOnEveryErrorItMeets) {
         }
       }
   });
-}
-
-// The measured tone response of each pair: flat monochrome patches (black ink = amount) from 0 to 255 in
-// steps of 8, 512 pixels wide and 128 lines down the page, seeded as at page start. Prints the table kept
-// in docs/diffusion-tone-response.md; checks only the ends, where the rules fix the outcome (no ink at 0;
-// every dot, and the largest, at 255 for the two-bit and one-bit low pairs).
-constexpr int kAcross = 512;
-constexpr int kLines = 128;       // source lines
-constexpr int kSettleLines = 16;  // output lines left out while the error settles
-
-struct Response {
-  double Volume;  // ink delivered / full ink, dot sizes weighed by the ink the quantiser books for them
-  double Large;   // share of positions with each dot size
-  double Medium;
-  double Small;
-};
-
-// Weights of the dot sizes: what each quantiser subtracts from the error for them.
-Response Measure(BandRendererFn renderer, std::uint8_t printMode, int stripeLines, int scale, int amount, double large,
-                 double medium, double small) {
-  auto d = MakeDiffusionDevice(kAcross, 600, printMode);
-  const std::uint8_t gray = static_cast<std::uint8_t>(255 - amount);
-  auto band = MakeBand(kAcross, kLines, Flat(gray, gray, gray));
-  SeedDiffusionLines(d->State, 4, kAcross * scale);
-  const int dots = kAcross * scale;
-  const int planeBytes = kPlaneBytes * scale;
-  long counts[3] = {0, 0, 0};
-  long positions = 0;
-  for (int y = 0; y < kLines; y += stripeLines) {
-    RenderStripe(renderer, *d, *band, false, y, stripeLines, 0);
-    for (int l = 0; l < stripeLines * scale; ++l) {
-      if (y * scale + l < kSettleLines) continue;
-      const std::uint8_t* first = &d->Planes[0][4 * planeBytes * l + 3 * planeBytes];
-      const std::uint8_t* second = &d->Planes[1][4 * planeBytes * l + 3 * planeBytes];
-      for (int b = 0; b < dots / 8; ++b) {
-        const int both = std::popcount(static_cast<unsigned>(first[b] & second[b]));
-        counts[0] += both;
-        counts[1] += std::popcount(static_cast<unsigned>(first[b])) - both;
-        counts[2] += std::popcount(static_cast<unsigned>(second[b])) - both;
-      }
-      positions += dots;
-    }
-  }
-  Response r;
-  r.Large = double(counts[0]) / double(positions);
-  r.Medium = double(counts[1]) / double(positions);
-  r.Small = double(counts[2]) / double(positions);
-  r.Volume = (large * r.Large + medium * r.Medium + small * r.Small) / 255.0;
-  return r;
-}
-
-TEST(DiffusionToneResponse, MeasuredOverFlatPatches) {
-  std::vector<int> amounts;
-  for (int a = 0; a < 256; a += 8) amounts.push_back(a);
-  amounts.push_back(255);
-  std::printf("| amount | low: dots | mid: volume (L / M / S) | high: volume (L / S) | top: dots |\n");
-  std::printf("|---:|---:|---:|---:|---:|\n");
-  for (const int a : amounts) {
-    // The low pair's one-bit dots (first buffer); the first buffer alone counts as "medium" there.
-    const Response low = Measure(&DiffuseLowPortrait, 1, 16, 1, a, 0, 255, 0);
-    const Response mid = Measure(&DiffuseMidPortrait, 32 | 2, 16, 1, a, 255, 248, 100);
-    const Response high = Measure(&DiffuseHighPortrait, 32 | 4, 16, 1, a, 0, 255, 212);
-    const Response top = Measure(&DiffuseTopPortrait, 6, 4, 2, a, 0, 255, 0);
-    std::printf("| %d | %.3f | %.3f (%.2f / %.2f / %.2f) | %.3f (%.2f / %.2f) | %.3f |\n", a, low.Medium, mid.Volume,
-                mid.Large, mid.Medium, mid.Small, high.Volume, high.Medium, high.Small, top.Medium);
-    if (a == 0) {
-      EXPECT_EQ(low.Volume + mid.Volume + high.Volume + top.Volume, 0.0);
-    }
-    if (a == 255) {
-      EXPECT_EQ(low.Medium, 1.0);
-      EXPECT_EQ(mid.Large, 1.0);
-      EXPECT_EQ(high.Medium, 1.0);
-      EXPECT_EQ(high.Small, 0.0);
-    }
-  }
 }
 
 }  // namespace

@@ -2,9 +2,7 @@
 // tests/reference/dither_reference.h, one grid over random, smooth and run-length images in both
 // orientations (odd widths, width 1, first and last rows, widths past one line's planes, dirty plane
 // buffers, stripes that run past the matrix); white that is never converted; no lines, no change.
-//
-// Every band is allocated at exactly its size (height x stride), so that a sanitizer build catches
-// any read outside it. Colour conversion uses a test-made table and curves, never the product tables.
+// Colour conversion uses a random table and curves, never the product tables.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -15,75 +13,24 @@
 #include <string>
 #include <vector>
 
-#include "src/color/color.h"
-#include "src/data/tables.h"
-#include "src/device/band_info.h"
-#include "src/device/device_state.h"
-#include "src/device/plane_geometry.h"
 #include "src/halftone/halftone.h"
 #include "tests/reference/dither_reference.h"
+#include "tests/reference/halftone_rig.h"
+#include "tests/support/bytes.h"
 #include "tests/support/instruction_sets.h"
 
 namespace inkweave {
 namespace {
 
-// The line stride and a plane's bytes.
-constexpr std::size_t kLine = kLineBytes;
-constexpr std::size_t kPlane = kPlaneBytes;
-
-// A device state with its own planes, curves (identity unless changed) and colour table.
-struct Rig {
-  std::vector<std::uint8_t> planes = std::vector<std::uint8_t>(kPlaneBufferBytes, 0);
-  std::vector<std::uint8_t> curves = std::vector<std::uint8_t>(kToneCurveBytes);
-  std::vector<std::uint8_t> lut = std::vector<std::uint8_t>(kColorTableBytes);
-  DeviceState state{};
-
-  explicit Rig(std::uint16_t colorMode = 2) {
-    for (std::size_t i = 0; i < curves.size(); ++i) curves[i] = static_cast<std::uint8_t>(i % 256);
-    state.ColorMode = colorMode;
-    state.ColorLut = lut.data();
-    state.ToneCurves = curves.data();
-    state.PlaneBuffer[0] = planes.data();
-  }
-};
-
-// A host band of exactly height x stride bytes.
-struct Band {
-  std::vector<std::uint8_t> bytes;
-  BandInfo info{};
-
-  Band(int width, int height, int bitCount) {
-    info.Header.biSize = 40;
-    info.Header.biWidth = width;
-    info.Header.biHeight = height;
-    info.Header.biPlanes = 1;
-    info.Header.biBitCount = static_cast<std::uint16_t>(bitCount);
-    info.Stride = BandStride(width);
-    bytes.assign(static_cast<std::size_t>(height) * static_cast<std::size_t>(info.Stride), 0);
-    info.Bits = bytes.data();
-  }
-  std::uint8_t* Row(int r) { return bytes.data() + static_cast<std::ptrdiff_t>(r) * info.Stride; }
-  void SetPixel(int x, int y, std::uint8_t r, std::uint8_t g, std::uint8_t b) {
-    std::uint8_t* p = Row(y) + 3 * x;
-    p[0] = r;
-    p[1] = g;
-    p[2] = b;
-  }
-};
-
-IPPARAMS Offsets(int x, int y) {
-  IPPARAMS params{};
-  params.dwSize = sizeof(IPPARAMS);
-  params.ptOffset.x = x;
-  params.ptOffset.y = y;
-  return params;
-}
+using reference::Band;
+using reference::Offsets;
+using reference::Rig;
 
 using Renderer = std::uint32_t (*)(DeviceState&, int, int, const BandInfo&, int, int, int, const IPPARAMS*);
 
 std::uint32_t Render(Renderer renderer, Rig& rig, const Band& band, int firstLine, int width, int lineCount,
                      const IPPARAMS& params) {
-  return renderer(rig.state, firstLine, width, band.info, lineCount, 0, width, &params);
+  return renderer(rig.State, firstLine, width, band.Info, lineCount, 0, width, &params);
 }
 
 // ---------------------------------------------------------------------------------------------------
@@ -92,15 +39,15 @@ std::uint32_t Render(Renderer renderer, Rig& rig, const Band& band, int firstLin
 enum class Fill { Random, Smooth, Runs };
 
 void FillBand(Band& band, Fill fill, std::mt19937& rng) {
-  const int width = band.info.Header.biWidth;
-  const int height = band.info.Header.biHeight;
+  const int width = band.Info.Header.biWidth;
+  const int height = band.Info.Header.biHeight;
   switch (fill) {
     case Fill::Random:  // every byte, padding included
-      for (auto& byte : band.bytes) byte = static_cast<std::uint8_t>(rng());
+      for (auto& byte : band.Bytes) byte = static_cast<std::uint8_t>(rng());
       break;
     case Fill::Smooth:
       for (int y = 0; y < height; ++y) {
-        for (std::ptrdiff_t i = 0; i < band.info.Stride; ++i) {
+        for (std::ptrdiff_t i = 0; i < band.Info.Stride; ++i) {
           band.Row(y)[i] = static_cast<std::uint8_t>(
               127.5 + 127.5 * std::sin(0.021 * static_cast<double>(i) + 0.37 * y + 1.3 * (i % 3)));
         }
@@ -117,7 +64,7 @@ void FillBand(Band& band, Fill fill, std::mt19937& rng) {
             colour = static_cast<int>(rng() % 6);
             left = static_cast<int>(rng() % 12);
           }
-          band.SetPixel(x, y, palette[colour][0], palette[colour][1], palette[colour][2]);
+          std::copy_n(palette[colour], 3, band.Row(y) + 3 * x);
         }
       }
       break;
@@ -150,25 +97,19 @@ void CompareWithReference(bool colour, bool landscape, Rig& rig, const Band& ban
                                    : (landscape ? DitherGrayLandscape : DitherGrayPortrait);
   const int width = landscape ? c.bandHeight : c.bandWidth;
   if (dirtyPlanes) {
-    for (auto& byte : rig.planes) byte = static_cast<std::uint8_t>(rng() & rng());
+    for (auto& byte : rig.Planes[0]) byte = static_cast<std::uint8_t>(rng() & rng());
   } else {
-    std::fill(rig.planes.begin(), rig.planes.end(), 0);
+    std::fill(rig.Planes[0].begin(), rig.Planes[0].end(), 0);
   }
-  std::vector<std::uint8_t> expected = rig.planes;
+  std::vector<std::uint8_t> expected = rig.Planes[0];
   const std::uint32_t expectedResult =
       colour
-          ? reference::DitherColor(rig.state, c.firstLine, width, band.info, c.lineCount, params, landscape, expected)
-          : reference::DitherGray(rig.state, c.firstLine, width, band.info, c.lineCount, params, landscape, expected);
+          ? reference::DitherColor(rig.State, c.firstLine, width, band.Info, c.lineCount, params, landscape, expected)
+          : reference::DitherGray(rig.State, c.firstLine, width, band.Info, c.lineCount, params, landscape, expected);
   const std::uint32_t result = Render(renderer, rig, band, c.firstLine, width, c.lineCount, params);
 
   EXPECT_EQ(result, expectedResult);
-  const auto mismatch = std::mismatch(rig.planes.begin(), rig.planes.end(), expected.begin());
-  if (mismatch.first != rig.planes.end()) {
-    const auto at = static_cast<std::size_t>(mismatch.first - rig.planes.begin());
-    ADD_FAILURE() << "first differing byte " << at << ": line " << at / kLine << ", plane " << at % kLine / kPlane
-                  << ", byte " << at % kPlane << ": got 0x" << std::hex << int{*mismatch.first} << ", expected 0x"
-                  << int{*mismatch.second};
-  }
+  EXPECT_EQ(testing::FirstDifference(rig.Planes[0], expected), "");  // byte b: line b / 2560, plane b % 2560 / 640
 }
 
 TEST(DitherRenderers, MatchTheReferenceOnEveryInstructionSet) {
@@ -184,8 +125,8 @@ TEST(DitherRenderers, MatchTheReferenceOnEveryInstructionSet) {
     } kRenderers[] = {{true, 1}, {true, 2}, {false, 2}};
     for (const auto& r : kRenderers) {
       Rig rig(r.Mode);
-      for (auto& byte : rig.lut) byte = static_cast<std::uint8_t>(rng());
-      for (auto& byte : rig.curves) byte = static_cast<std::uint8_t>(rng());
+      for (auto& byte : rig.Lut) byte = static_cast<std::uint8_t>(rng());
+      for (auto& byte : rig.Curves) byte = static_cast<std::uint8_t>(rng());
       for (const bool landscape : {false, true}) {
         for (const Case& c : landscape ? kLandscapeCases : kPortraitCases) {
           for (const Fill fill : {Fill::Random, Fill::Smooth, Fill::Runs}) {
@@ -213,22 +154,22 @@ TEST(DitherColor, WhiteIsNeverConvertedAndSetsNothing) {
   // No colour table at all: a single conversion would fault.
   for (const Renderer renderer : {DitherColorPortrait, DitherColorLandscape}) {
     Rig rig(2);
-    rig.state.ColorLut = nullptr;
+    rig.State.ColorLut = nullptr;
     Band band(100, 16, 24);
-    std::fill(band.bytes.begin(), band.bytes.end(), 0xFF);
+    std::fill(band.Bytes.begin(), band.Bytes.end(), 0xFF);
     EXPECT_EQ(Render(renderer, rig, band, 0, renderer == DitherColorPortrait ? 100 : 16, 16, Offsets(0, 0)), 0u);
-    EXPECT_TRUE(std::all_of(rig.planes.begin(), rig.planes.end(), [](std::uint8_t b) { return b == 0; }));
+    EXPECT_TRUE(std::all_of(rig.Planes[0].begin(), rig.Planes[0].end(), [](std::uint8_t b) { return b == 0; }));
   }
 }
 
 TEST(DitherRenderers, NoLinesTouchNothing) {
   for (const Renderer renderer : {DitherColorPortrait, DitherColorLandscape, DitherGrayPortrait, DitherGrayLandscape}) {
-    Rig rig;
-    std::fill(rig.planes.begin(), rig.planes.end(), 0x5A);
+    Rig rig(2);
+    std::fill(rig.Planes[0].begin(), rig.Planes[0].end(), 0x5A);
     Band band(8, 8, 24);
     for (const int lines : {0, -1}) {
       EXPECT_EQ(Render(renderer, rig, band, 0, 8, lines, Offsets(0, 0)), 0u);
-      EXPECT_TRUE(std::all_of(rig.planes.begin(), rig.planes.end(), [](std::uint8_t b) { return b == 0x5A; }));
+      EXPECT_TRUE(std::all_of(rig.Planes[0].begin(), rig.Planes[0].end(), [](std::uint8_t b) { return b == 0x5A; }));
     }
   }
 }
