@@ -102,66 +102,46 @@ TEST(SelectColorLut, MemoryKeepsTheStoredTableWhateverThePurpose) {
 // Curves 0 brightness, 1 contrast, 2..4 red, green, blue gain, 5 gray; curve 6 is left alone. A
 // negative unsigned sum is a large number and saturates to 255, not to 0: kept on purpose; the gains
 // clamp as signed 16-bit values.
+int Identity(int i) { return i; }
+int Darker(int i) { return i == 0 ? 255 : i - 1; }
+int Doubled(int i) { return i >= 64 && i <= 191 ? 2 * i - 128 : 255; }
+
 TEST(BuildToneCurves, AdjustmentsTruncateAndClampPerCurve) {
   struct Case {
     const char* what;
-    std::int16_t brightness, contrast, red, green, blue;
+    std::int16_t adjust[5];                            // brightness, contrast, red, green, blue
     std::vector<std::pair<int, int (*)(int)>> curves;  // curve, expected value of input i
   };
-  const auto identity = +[](int i) { return i; };
   const Case cases[] = {
-      {"no adjustment", 0, 0, 0, 0, 0, {{0, identity}, {1, identity}, {2, identity}, {3, identity}, {5, identity}}},
-      {"brightness -1 saturates 0 to white",
-       -1,
-       0,
-       0,
-       0,
-       0,
-       {{0, +[](int i) { return i == 0 ? 255 : i - 1; }},
-        {2, +[](int i) { return i == 0 ? 255 : i - 1; }},
-        {5, +[](int i) { return i == 0 ? 255 : i - 1; }}}},
+      {"no adjustment", {0, 0, 0, 0, 0}, {{0, Identity}, {1, Identity}, {2, Identity}, {3, Identity}, {5, Identity}}},
+      {"brightness -1 saturates 0 to white", {-1, 0, 0, 0, 0}, {{0, Darker}, {2, Darker}, {5, Darker}}},
       {"brightness 64 adds trunc(64 x 255 / 128)",
-       64,
-       0,
-       0,
-       0,
-       0,
-       {{0, +[](int i) { return std::min(i + 127, 255); }}}},
-      {"brightness -128 subtracts 255", -128, 0, 0, 0, 0, {{0, +[](int i) { return i == 255 ? 0 : 255; }}}},
-      {"contrast 100 doubles around mid-scale, negatives wrap to 255",
-       0,
-       100,
-       0,
-       0,
-       0,
-       {{1, +[](int i) { return i >= 64 && i <= 191 ? 2 * i - 128 : 255; }},
-        {5, +[](int i) { return i >= 64 && i <= 191 ? 2 * i - 128 : 255; }}}},
-      {"contrast -100 is mid-scale", 0, -100, 0, 0, 0, {{1, +[](int) { return 128; }}}},
+       {64, 0, 0, 0, 0},
+       {{0, [](int i) { return std::min(i + 127, 255); }}}},
+      {"brightness -128 subtracts 255", {-128, 0, 0, 0, 0}, {{0, [](int i) { return i == 255 ? 0 : 255; }}}},
+      {"contrast 100 doubles around mid-scale, negatives wrap to 255", {0, 100, 0, 0, 0}, {{1, Doubled}, {5, Doubled}}},
+      {"contrast -100 is mid-scale", {0, -100, 0, 0, 0}, {{1, [](int) { return 128; }}}},
       // Red: v - 2v <= 0 gives 0; green: 2v, above 255 gives 255; blue: v + 255 v is 256 (255) at v = 1 and
       // past 32767 from v = 128 on (65533 at 255, as signed 16 bits -3, so 0); curves 0, 1 and 5 do not
       // see the gains.
       {"gains clamp signed",
-       0,
-       0,
-       -256,
-       128,
-       32767,
-       {{2, +[](int) { return 0; }},
-        {3, +[](int i) { return std::min(2 * i, 255); }},
-        {4, +[](int i) { return i >= 1 && i <= 127 ? 255 : 0; }},
-        {0, identity},
-        {5, identity}}},
+       {0, 0, -256, 128, 32767},
+       {{2, [](int) { return 0; }},
+        {3, [](int i) { return std::min(2 * i, 255); }},
+        {4, [](int i) { return i >= 1 && i <= 127 ? 255 : 0; }},
+        {0, Identity},
+        {5, Identity}}},
   };
   for (const Case& c : cases) {
     std::array<std::uint8_t, kToneCurveBytes> bytes;
     bytes.fill(0xA5);
     DeviceState state{};
     state.ToneCurves = bytes.data();
-    state.BrightnessAdjust = c.brightness;
-    state.ContrastAdjust = c.contrast;
-    state.RedGain = c.red;
-    state.GreenGain = c.green;
-    state.BlueGain = c.blue;
+    state.BrightnessAdjust = c.adjust[0];
+    state.ContrastAdjust = c.adjust[1];
+    state.RedGain = c.adjust[2];
+    state.GreenGain = c.adjust[3];
+    state.BlueGain = c.adjust[4];
     BuildToneCurves(state);
     for (const auto& [curve, expected] : c.curves)
       for (int i = 0; i < 256; ++i) ASSERT_EQ(bytes[curve * 256 + i], expected(i)) << c.what << ", curve " << curve;

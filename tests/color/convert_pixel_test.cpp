@@ -46,29 +46,20 @@ std::array<int, 4> Complement(int table, int i, int j, int k) {
 
 std::array<int, 4> All(int v) { return {v, v, v, v}; }
 
-TEST(ConvertPixel, WhiteBlackAndTheGridPoints) {
+// White is no ink; black, grid points and the six full-intensity corners read their grid point; one step
+// short of a corner interpolates instead; without a table in colour mode nothing inks.
+TEST(ConvertPixel, WhiteGridPointsAndCorners) {
+  static const int kPoints[][6] = {{0, 0, 0, 0, 0, 0},    {128, 128, 128, 8, 8, 8}, {16, 64, 240, 1, 4, 15},
+                                   {0, 0, 255, 0, 0, 16}, {0, 255, 0, 0, 16, 0},    {0, 255, 255, 0, 16, 16},
+                                   {255, 0, 0, 16, 0, 0}, {255, 0, 255, 16, 0, 16}, {255, 255, 0, 16, 16, 0}};
   for (int t = 1; t <= kColorTableCount; ++t) {
     const Converter convert(ColorTable(t));
     EXPECT_EQ(convert(255, 255, 255), All(255)) << t;
-    EXPECT_EQ(convert(0, 0, 0), Complement(t, 0, 0, 0)) << t;
-    EXPECT_EQ(convert(128, 128, 128), Complement(t, 8, 8, 8)) << t;
-    EXPECT_EQ(convert(16, 64, 240), Complement(t, 1, 4, 15)) << t;
+    for (const auto& p : kPoints) EXPECT_EQ(convert(p[0], p[1], p[2]), Complement(t, p[3], p[4], p[5])) << t;
   }
-}
-
-TEST(ConvertPixel, FullIntensityCornersUseTheirGridPoints) {
-  struct Corner {
-    int r, g, b, i, j, k;
-  };
-  static const Corner kCorners[] = {{0, 0, 255, 0, 0, 16}, {0, 255, 0, 0, 16, 0},    {0, 255, 255, 0, 16, 16},
-                                    {255, 0, 0, 16, 0, 0}, {255, 0, 255, 16, 0, 16}, {255, 255, 0, 16, 16, 0}};
-  for (int t : {1, 7, 13}) {
-    const Converter convert(ColorTable(t));
-    for (const Corner& c : kCorners) EXPECT_EQ(convert(c.r, c.g, c.b), Complement(t, c.i, c.j, c.k)) << t;
-  }
-  // One step short of the yellow corner interpolates instead.
   const Converter convert(ColorTable(1));
   EXPECT_NE(convert(255, 254, 0), convert(255, 255, 0));
+  EXPECT_EQ(Converter(nullptr)(12, 200, 77), All(255));
 }
 
 // A synthetic table whose diagonal says which grid points the neutral case reads.
@@ -116,12 +107,6 @@ TEST(ConvertPixel, MonochromeUsesTheGrayCurveUncomplemented) {
   // No colour table is needed in monochrome.
   gray.state.ColorLut = nullptr;
   EXPECT_EQ(gray(255, 0, 0), All(75));
-}
-
-TEST(ConvertPixel, NoTableInColourModeMeansNoInk) {
-  const Converter convert(nullptr);
-  EXPECT_EQ(convert(0, 0, 0), All(255));
-  EXPECT_EQ(convert(12, 200, 77), All(255));
 }
 
 // The batch kernel of every instruction set against ConvertPixel: every third value of each channel (255

@@ -1,12 +1,11 @@
 // The four ordered-dither renderers: bit for bit against the plain renderers of
-// tests/reference/dither_reference.h, one grid over random, smooth and run-length images in both
+// tests/reference/dither_reference.h, one grid over random and run-length images in both
 // orientations (odd widths, width 1, first and last rows, widths past one line's planes, dirty plane
 // buffers, stripes that run past the matrix); white that is never converted; no lines, no change.
 // Colour conversion uses a random table and curves, never the product tables.
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstdint>
 #include <random>
 #include <sstream>
@@ -36,7 +35,7 @@ std::uint32_t Render(Renderer renderer, Rig& rig, const Band& band, int firstLin
 // ---------------------------------------------------------------------------------------------------
 // Against the reference.
 
-enum class Fill { Random, Smooth, Runs };
+enum class Fill { Random, Runs };
 
 void FillBand(Band& band, Fill fill, std::mt19937& rng) {
   const int width = band.Info.Header.biWidth;
@@ -44,14 +43,6 @@ void FillBand(Band& band, Fill fill, std::mt19937& rng) {
   switch (fill) {
     case Fill::Random:  // every byte, padding included
       for (auto& byte : band.Bytes) byte = static_cast<std::uint8_t>(rng());
-      break;
-    case Fill::Smooth:
-      for (int y = 0; y < height; ++y) {
-        for (std::ptrdiff_t i = 0; i < band.Info.Stride; ++i) {
-          band.Row(y)[i] = static_cast<std::uint8_t>(
-              127.5 + 127.5 * std::sin(0.021 * static_cast<double>(i) + 0.37 * y + 1.3 * (i % 3)));
-        }
-      }
       break;
     case Fill::Runs: {  // runs of a few colours, white and black among them, some a byte apart
       const std::uint8_t palette[6][3] = {{255, 255, 255}, {0, 0, 0},     {200, 40, 90},
@@ -72,7 +63,7 @@ void FillBand(Band& band, Fill fill, std::mt19937& rng) {
   }
 }
 
-const char* FillName(Fill fill) { return fill == Fill::Random ? "random" : fill == Fill::Smooth ? "smooth" : "runs"; }
+const char* FillName(Fill fill) { return fill == Fill::Random ? "random" : "runs"; }
 
 // Band geometry of one comparison: the band's size and the stripe taken from it.
 struct Case {
@@ -129,7 +120,7 @@ TEST(DitherRenderers, MatchTheReferenceOnEveryInstructionSet) {
       for (auto& byte : rig.Curves) byte = static_cast<std::uint8_t>(rng());
       for (const bool landscape : {false, true}) {
         for (const Case& c : landscape ? kLandscapeCases : kPortraitCases) {
-          for (const Fill fill : {Fill::Random, Fill::Smooth, Fill::Runs}) {
+          for (const Fill fill : {Fill::Random, Fill::Runs}) {
             Band band(c.bandWidth, c.bandHeight, r.Colour ? 24 : 8);
             FillBand(band, fill, rng);
             for (const bool dirty : {false, true}) {

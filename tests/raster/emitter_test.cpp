@@ -1,7 +1,7 @@
 // The raster emitter driven as the band driver drives it, where printed pages do not reach (the weave
 // round trips and the whole-stream suite cover the rest): blank pages, the bit-depth command in
 // monochrome, the widest highest-resolution rows, the top-of-page feed at any offset and resolution,
-// print modes outside the weaves (failed writes: the whole-job write-fault grid).
+// print modes outside the weaves. Failed writes are the whole-job write-fault grid's.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -78,15 +78,6 @@ TEST(EmitStripe, BitDepthFollowsTheHalftoneAcrossPages) {
     writes = page(1, 2);
     ASSERT_FALSE(writes.empty());
     EXPECT_BYTES(writes[0], colorMode == 2 ? Hex("49 10") : Hex("49 00"));
-  }
-  // Modes 1 and 6 stay at one bit under error diffusion.
-  for (const std::uint8_t mode : {1, 6}) {
-    EmitDevice device(mode);
-    device.State.InkModeCode = kInkModeColorOneBit;
-    device.State.ActiveHalftone = 2;
-    testing::BeginPage(device.State);
-    testing::EmitOne(device, mode == 6 ? 4 : 16, testing::MakeBand(64), 1);
-    EXPECT_TRUE(device.Spool.Writes().empty()) << int(mode);
   }
 }
 

@@ -35,11 +35,6 @@ struct Case {
   int Pixels;   // line width in pixels
 };
 
-std::string Name(const Case& c) {
-  return "mode " + std::to_string(c.Mode) + (c.Color ? " colour" : " mono") + (c.TwoBit ? " 2-bit" : " 1-bit") +
-         " rows " + std::to_string(c.Rows);
-}
-
 // Random dots with blank rows and blank stretches, in the planes the page uses.
 DotPage MakePage(const Case& c, int width, unsigned seed) {
   DotPage page(c.Rows, width);
@@ -90,11 +85,11 @@ void ExpectPrinted(const Case& c, const DotPage& page, const decode::PrintedPage
     }
     inkedRows += ink;
   }
-  EXPECT_EQ(wrongRows, 0) << Name(c) << ": first wrong row " << firstWrong;
-  EXPECT_EQ(out.InkedRows, inkedRows) << Name(c) << ": ink landed outside the page's rows";
-  EXPECT_EQ(out.RowsInkedTwice, 0) << Name(c);
+  EXPECT_EQ(wrongRows, 0) << "first wrong row " << firstWrong;
+  EXPECT_EQ(out.InkedRows, inkedRows) << "ink landed outside the page's rows";
+  EXPECT_EQ(out.RowsInkedTwice, 0);
   // Nothing lands below the page (a mode-6 page of odd height carries one blank row more).
-  EXPECT_LT(out.LastPrintedRow, c.Rows + (c.Mode == 6 ? c.Rows % 2 : 0)) << Name(c);
+  EXPECT_LT(out.LastPrintedRow, c.Rows + (c.Mode == 6 ? c.Rows % 2 : 0));
 }
 
 class WeaveRoundTrip : public ::testing::TestWithParam<Case> {};
@@ -118,10 +113,10 @@ TEST_P(WeaveRoundTrip, EveryRowLandsOnceWithItsDots) {
   options.WeaveMode = c.Mode == 3 || c.Mode == 5 ? c.Mode : 0;
   decode::Job job;
   const auto printed = testing::PrintStream(device.Spool.Stream(), options, &job);
-  ASSERT_EQ(printed.size(), 1u) << Name(c);
-  EXPECT_EQ(job.Pages[0].Stats.TotalFeed, position) << Name(c);
+  ASSERT_EQ(printed.size(), 1u);
+  EXPECT_EQ(job.Pages[0].Stats.TotalFeed, position);
   const decode::PrintedPage& out = printed[0];
-  EXPECT_EQ(out.Mode, c.Mode) << Name(c);
+  EXPECT_EQ(out.Mode, c.Mode);
 
   ExpectPrinted(c, page, out);
 }
