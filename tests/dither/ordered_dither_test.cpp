@@ -1,7 +1,8 @@
 // The four ordered-dither renderers: bit for bit against the plain renderers of
 // tests/reference/dither_reference.h, one grid over random and run-length images in both
 // orientations (odd widths, width 1, first and last rows, widths past one line's planes, dirty plane
-// buffers, stripes that run past the matrix); white that is never converted; no lines, no change.
+// buffers, stripes that run past the matrix); white that is never converted; and no lines, no change,
+// in every halftone renderer.
 // Colour conversion uses a random table and curves, never the product tables.
 #include <gtest/gtest.h>
 
@@ -153,14 +154,23 @@ TEST(DitherColor, WhiteIsNeverConvertedAndSetsNothing) {
   }
 }
 
-TEST(DitherRenderers, NoLinesTouchNothing) {
-  for (const Renderer renderer : {DitherColorPortrait, DitherColorLandscape, DitherGrayPortrait, DitherGrayLandscape}) {
-    Rig rig(2);
-    std::fill(rig.Planes[0].begin(), rig.Planes[0].end(), 0x5A);
+// A stripe without lines touches nothing, in every ordered-dither and diffusion renderer: no planes, no
+// error lines, no scan parity.
+TEST(HalftoneRenderers, NoLinesTouchNothing) {
+  for (const Renderer renderer : {DitherColorPortrait, DitherColorLandscape, DitherGrayPortrait, DitherGrayLandscape,
+                                  DiffuseLowPortrait, DiffuseLowLandscape, DiffuseMidPortrait, DiffuseMidLandscape,
+                                  DiffuseHighPortrait, DiffuseHighLandscape, DiffuseTopPortrait, DiffuseTopLandscape}) {
+    Rig rig(2, 64);
+    for (auto& planes : rig.Planes) std::fill(planes.begin(), planes.end(), 0x5A);
+    rig.State.ScanParity = 1;
     Band band(8, 8, 24);
-    for (const int lines : {0, -1}) {
+    for (const int lines : {0, -3}) {
       EXPECT_EQ(Render(renderer, rig, band, 0, 8, lines, Offsets(0, 0)), 0u);
-      EXPECT_TRUE(std::all_of(rig.Planes[0].begin(), rig.Planes[0].end(), [](std::uint8_t b) { return b == 0x5A; }));
+      for (const auto& planes : rig.Planes)
+        EXPECT_TRUE(std::all_of(planes.begin(), planes.end(), [](std::uint8_t b) { return b == 0x5A; }));
+      for (const auto& line : rig.Lines)
+        EXPECT_TRUE(std::all_of(line.begin(), line.end(), [](std::int16_t e) { return e == 0; }));
+      EXPECT_EQ(rig.State.ScanParity, 1);
     }
   }
 }

@@ -1,7 +1,7 @@
 // The raster emitter driven as the band driver drives it, where printed pages do not reach (the weave
 // round trips and the whole-stream suite cover the rest): blank pages, the bit-depth command in
-// monochrome, the widest highest-resolution rows, the top-of-page feed at any offset and resolution,
-// print modes outside the weaves. Failed writes are the whole-job write-fault grid's.
+// monochrome, the widest highest-resolution rows, the top-of-page feed at any offset and resolution.
+// Failed writes are the whole-job write-fault grid's.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -132,30 +132,6 @@ TEST(EmitStripe, TopOfPageFeedMultipliesOffsetByBandHeight) {
     // Later stripes of the page write no top feed.
     testing::EmitOne(device, 16, testing::MakeBand(50, 100), 0);
     EXPECT_EQ(Writes(device).size(), actual.size());
-  }
-  // Without storage for the first pass the feed is written on any stripe.
-  EmitDevice device(7);
-  device.State.StripeBuffers[0].BufferStart = device.State.StripeBuffers[0].WritePos = nullptr;
-  device.State.StripeFlag = 0;
-  device.State.BandOffset = 3;
-  testing::EmitOne(device, 16, testing::MakeBand(50, 100), 0);
-  ASSERT_EQ(Writes(device).size(), 1u);
-  EXPECT_BYTES(Writes(device)[0], Hex("46 90 01"));  // 100 x 4 x 3 / 3
-}
-
-TEST(EmitStripe, PrintModeOutsideTheWeavesPlacesNoRows) {
-  for (const std::uint8_t printMode : {0, 7, 15, 64 + 2, 128 + 4}) {
-    EmitDevice device(printMode);
-    device.State.InkModeCode = 0x55;
-    testing::BeginPage(device.State);
-    device.State.BandOffset = 3;
-    Fill(device, 4, 3, 0xFF, 8);
-    testing::EmitOne(device, 4, testing::MakeBand(64, 100), 1);  // short, but nothing is flushed
-    const std::vector<Bytes> actual = Writes(device);
-    ASSERT_EQ(actual.size(), 2u) << int(printMode);
-    EXPECT_BYTES(actual[0], Hex("46 90 01"));
-    EXPECT_EQ(actual[1][0], 'I');
-    for (const PassBuffer& pass : device.State.StripeBuffers) EXPECT_EQ(pass.WritePos, pass.BufferStart);
   }
 }
 
