@@ -54,7 +54,7 @@ void FillBand(Band& band, Fill fill, std::mt19937& rng) {
         for (int x = 0; x < width; ++x) {
           if (left-- == 0) {
             colour = static_cast<int>(rng() % 6);
-            left = static_cast<int>(rng() % 12);
+            left = static_cast<int>(rng() % 16 == 0 ? 80 : rng() % 12);  // now and then a run past a stretch
           }
           std::copy_n(palette[colour], 3, band.Row(y) + 3 * x);
         }
