@@ -1,25 +1,17 @@
-// The PPD: cupstestppd passes it (with and without the translations), it carries the constraints and
-// the texts that the Windows driver shares, every text has every language, and its papers carry the
-// names CUPS gives them.
-#include <cups/cups.h>
+// The PPD: cupstestppd passes it (with and without the translations, every option and choice having a
+// text in each of its languages), it carries the constraints and the texts that the Windows driver
+// shares, and the PPD maker refuses a translation table that lacks a text.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <fstream>
-#include <map>
-#include <regex>
-#include <set>
-#include <sstream>
 
-#include "host/choices.h"
-#include "host/papers.h"
 #include "tests/cups/cups_support.h"
 
 namespace inkweave::cupstest {
 namespace {
 
 // cupstestppd with a root holding our filter and profiles where the PPD names them, so that their lines
-// are checked too.
+// are checked too; a missing translation fails it.
 RunResult TestPpd(const TempDir& dir, const fs::path& ppd) {
   const fs::path filters = dir / "root/usr/lib/cups/filter";
   const fs::path profiles = dir / ("root" INKWEAVE_ICC_INSTALL_DIR);
@@ -28,7 +20,7 @@ RunResult TestPpd(const TempDir& dir, const fs::path& ppd) {
   if (!fs::exists(filters / "rastertoinkweave"))
     fs::create_symlink(RASTERTOINKWEAVE_PATH, filters / "rastertoinkweave");
   if (!fs::exists(profiles)) fs::create_directory_symlink(INKWEAVE_PROFILES_PATH, profiles);
-  return RunProgram({CUPSTESTPPD_PATH, "-W", "translations", "-R", dir / "root", ppd.string()}, {});
+  return RunProgram({CUPSTESTPPD_PATH, "-R", dir / "root", ppd.string()}, {});
 }
 
 TEST(Ppd, PassesCupstestppd) {
@@ -57,46 +49,6 @@ TEST(Ppd, CarriesTheConstraintsAndSharedTexts) {
     EXPECT_EQ(ppd.find(absent), std::string::npos) << absent;
 }
 
-TEST(Ppd, EveryTextHasEveryLanguage) {
-  // Every option title and choice of the English PPD has a text in each of the 23 languages, and the
-  // option titles (words, never numbers or names) read otherwise than in English.
-  const std::string english = ReadText(INKWEAVE_PPD_EN_PATH), full = ReadText(INKWEAVE_PPD_PATH);
-  std::map<std::string, std::string> texts;  // "Translation Keyword" or "Keyword Choice" → English text
-  std::set<std::string> keywords;
-  const std::regex openUi(R"(\*OpenUI \*(\w+)/([^:]+): PickOne)");
-  for (std::sregex_iterator m(english.begin(), english.end(), openUi), end; m != end; ++m) {
-    keywords.insert((*m)[1]);
-    texts["Translation " + (*m)[1].str()] = (*m)[2];
-  }
-  const std::regex choice(R"re(\n\*(\w+) (\w+)/([^:]+): ")re");
-  for (std::sregex_iterator m(english.begin(), english.end(), choice), end; m != end; ++m)
-    if (keywords.count((*m)[1])) texts[(*m)[1].str() + " " + (*m)[2].str()] = (*m)[3];
-  ASSERT_GT(texts.size(), 30u);
-
-  std::smatch languagesLine;
-  ASSERT_TRUE(std::regex_search(full, languagesLine, std::regex(R"re(\*cupsLanguages: "([^"]+)")re")));
-  std::istringstream words(languagesLine[1].str());
-  std::vector<std::string> languages{std::istream_iterator<std::string>(words), {}};
-  EXPECT_EQ(languages.size(), 23u);
-  for (const std::string& lang : languages) {
-    for (const auto& [key, text] : texts) {
-      const std::string line = "\n*" + lang + "." + key + "/";
-      const std::size_t at = full.find(line);
-      if (at == std::string::npos) {
-        ADD_FAILURE() << lang << ": no text for " << key;
-        continue;
-      }
-      EXPECT_EQ(full.find(line, at + 1), std::string::npos) << lang << ": two texts for " << key;
-      const std::size_t start = at + line.size();
-      const std::string translated = full.substr(start, full.find(':', start) - start);
-      EXPECT_FALSE(translated.empty()) << lang << " " << key;
-      if (key.rfind("Translation ", 0) == 0) {
-        EXPECT_NE(translated, text) << lang << ": " << key << " left in English";
-      }
-    }
-  }
-}
-
 TEST(Ppd, MakePpdRefusesAMissingTranslation) {
   // A language of the fragment that the UI table lacks, or a table without some text: no PPD.
   TempDir dir("fragment");
@@ -116,25 +68,6 @@ TEST(Ppd, MakePpdRefusesAMissingTranslation) {
     const RunResult make = RunProgram({MAKE_PPD_PATH, dir / "out.ppd", dir / "fragment.ppd", dir / "ui.tsv"}, {});
     EXPECT_EQ(make.Exit, 1) << c.Words;
     EXPECT_NE(make.Err.find(c.Words), std::string::npos) << make.Err;
-  }
-}
-
-TEST(Papers, StandardNamesAgreeWithCups) {
-  // Each paper's IPP name is the one CUPS gives the PPD's page size (by its name, else by its size), and
-  // names that size (to 0.01 mm).
-  for (const host::Paper& paper : host::Papers()) {
-    SCOPED_TRACE(std::string(paper.Name));
-    const long width = std::lround(paper.WidthMm * 100), height = std::lround(paper.HeightMm * 100);
-    const pwg_media_t* byName = pwgMediaForPWG(std::string(paper.PwgName).c_str());
-    ASSERT_NE(byName, nullptr);
-    EXPECT_NEAR(byName->width, width, 1);
-    EXPECT_NEAR(byName->length, height, 1);
-    const pwg_media_t* byPpd = pwgMediaForPPD(std::string(paper.PpdName).c_str());
-    if (!byPpd) byPpd = pwgMediaForSize(static_cast<int>(width), static_cast<int>(height));
-    ASSERT_NE(byPpd, nullptr);
-    EXPECT_STREQ(byPpd->pwg, std::string(paper.PwgName).c_str());
-    for (const std::string_view name : {paper.Name, paper.PpdName, paper.PwgName})
-      EXPECT_EQ(host::FindPaper(name)->Code, paper.Code) << name;
   }
 }
 

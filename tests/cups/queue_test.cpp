@@ -112,12 +112,9 @@ TEST(CupsQueue, IppClientsSeeAndGetTheQualitiesPaperTypesAndColourModes) {
     const ProcessResult printed = cupsd->Run(lp);
     ASSERT_EQ(printed.Exit, 0) << printed.Err;
     ASSERT_TRUE(cupsd->WaitForJobs(300s)) << cupsd->ErrorLog();
-    const std::string stream = ReadText(out / "job.prn");
-    const auto job = decode::ParseJob(std::span(reinterpret_cast<const std::uint8_t*>(stream.data()), stream.size()));
-    ASSERT_TRUE(std::holds_alternative<decode::Job>(job)) << cupsd->ErrorLog();
-    const auto pages = decode::PrintJob(std::get<decode::Job>(job));
-    ASSERT_TRUE(std::holds_alternative<std::vector<decode::PrintedPage>>(pages));
-    const auto& page = std::get<std::vector<decode::PrintedPage>>(pages).at(0);
+    const auto pages = Print(ReadText(out / "job.prn"));
+    ASSERT_FALSE(pages.empty()) << cupsd->ErrorLog();
+    const decode::PrintedPage& page = pages[0];
     EXPECT_EQ(page.Dpi, c.Dpi);
     EXPECT_EQ(page.Medium, c.Medium);
     EXPECT_EQ(page.Color, c.Color);
