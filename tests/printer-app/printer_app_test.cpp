@@ -1,20 +1,11 @@
-// The printer application end to end, as its clients see it. The app runs as a server on a free
-// loopback port with a scratch state directory; a printer on a file: device writes every job's stream
-// into a folder, where the printer model (decode/) puts it on paper.
-//
-// One test walks the IPP operations with ipptool and CUPS's standard test files (get-printer-
-// attributes, validate-job, print-job, cancel-current-job) and our own (the driver's capabilities,
-// print-job with options, waiting for a job), and the app's own sub-commands (add, drivers, modify,
-// printers, shutdown), over each way into the app: a picture (PNG; JPEG is only validated), a PWG
-// raster of several pages whose colour space changes between pages (Apple raster takes the same path
-// through PAPPL's raster reader), and PDF. Each stream must hold the pages asked for, on the sheet, at
-// the resolution and with the inks the job asked for, and the rectangles of the raster and PDF pages
-// where their documents put them. A job canceled while it prints (its printer is a socket the test
-// reads slowly) must end its stream properly. The app must stop cleanly, and its printers and their
-// defaults must survive a restart.
-//
-// The second test puts a CUPS scheduler of its own in front: a driverless queue (lpadmin -m
-// everywhere) to the app prints a PDF end to end.
+// The printer application end to end, as its clients see it: the app runs as a server on a free loopback
+// port with a scratch state directory; a printer on a file: device writes every job's stream into a
+// folder, where the printer model (decode/) puts it on paper. One test walks the IPP operations (ipptool
+// with CUPS's standard test files and our own) and the app's sub-commands over each way into the app (a
+// picture, a PWG raster whose colour space changes between pages, PDF): each stream holds the pages on
+// the sheet, at the resolution and with the inks asked for, the rectangles where the documents put them.
+// A job canceled while it prints must end its stream; the app stops cleanly, and its printers and their
+// defaults survive a restart. The second test prints a PDF through a driverless CUPS queue to the app.
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
@@ -68,9 +59,7 @@ std::string Describe(const ProcessResult& run) {
          (run.TimedOut ? " (timed out)" : "") + "\n" + run.Out + run.Err;
 }
 
-// ---------------------------------------------------------------------------------------------------
 // The app as a server, and the programs that talk to it.
-// ---------------------------------------------------------------------------------------------------
 class App {
  public:
   // `dir` holds the state (dir/state) and the app's log; the program runs under a name of its own
@@ -80,19 +69,16 @@ class App {
     program_ = dir / ("inkweave-printer-app-test-" + std::to_string(getpid()) + "-" + std::to_string(++count));
     fs::create_symlink(INKWEAVE_PRINTER_APP, program_);
   }
-  ~App() { Stop(); }
+  ~App() {
+    if (server_) server_->Stop();
+  }
 
   bool Start(const std::vector<std::string>& options = {}) {
     port_ = inkweave::testing::FreeLoopbackPort();
-    std::vector<std::string> argv = {program_.string(),
-                                     "server",
-                                     "-o",
-                                     "state-directory=" + (dir_ / "state").string(),
-                                     "-o",
-                                     "server-port=" + std::to_string(port_),
-                                     "-o",
-                                     "log-level=debug"};
-    for (const std::string& option : options) argv.insert(argv.end(), {"-o", option});
+    std::vector<std::string> argv = {program_.string(), "server"}, all = options;
+    all.insert(all.end(), {"state-directory=" + (dir_ / "state").string(), "server-port=" + std::to_string(port_),
+                           "log-level=debug"});
+    for (const std::string& option : all) argv.insert(argv.end(), {"-o", option});
     server_ = std::make_unique<BackgroundProcess>(argv, dir_ / "server.out", AppEnvironment());
     return inkweave::testing::WaitForPort(port_, 60s, server_.get());
   }
@@ -112,10 +98,6 @@ class App {
     const ProcessResult ended = server_->Stop(30s);
     EXPECT_FALSE(ended.TimedOut) << "the server did not stop on SIGTERM";
     EXPECT_EQ(ended.Exit, 0) << "server exit; its output:\n" << inkweave::testing::ReadText(dir_ / "server.out");
-    server_.reset();
-  }
-  void Stop() {
-    if (server_) server_->Stop();
     server_.reset();
   }
 
@@ -167,42 +149,21 @@ std::string Shown(const std::string& out, const std::string& attribute) {
   return value;
 }
 
-// ---------------------------------------------------------------------------------------------------
-// Documents
-// ---------------------------------------------------------------------------------------------------
 struct RasterRect {
   int X, Y, Width, Height;          // raster pixels
   std::array<std::uint8_t, 3> Rgb;  // gray pages take the first
 };
-struct RasterPageSpec {
-  const char* Type;  // "srgb_8" or "sgray_8"
-  RasterRect Rect;
-};
 
-// An A4 raster at `dpi`, one rectangle a page on white, written by libcups as PWG raster.
-void WriteRaster(const fs::path& path, cups_mode_t mode, int dpi, const std::vector<RasterPageSpec>& pages) {
-  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  ASSERT_GE(fd, 0);
-  cups_raster_t* raster = cupsRasterOpen(fd, mode);
-  ASSERT_NE(raster, nullptr);
-  for (const RasterPageSpec& page : pages) {
-    cups_page_header2_t header;
-    ASSERT_TRUE(cupsRasterInitPWGHeader(&header, pwgMediaForPWG("iso_a4_210x297mm"), page.Type, dpi, dpi, "one-sided",
-                                        nullptr));
-    ASSERT_TRUE(cupsRasterWriteHeader2(raster, &header));
-    const unsigned channels = header.cupsBitsPerPixel / 8;
-    std::vector<std::uint8_t> row(header.cupsBytesPerLine);
-    for (unsigned y = 0; y < header.cupsHeight; ++y) {
-      std::fill(row.begin(), row.end(), 0xFF);
-      const RasterRect& r = page.Rect;
-      if (static_cast<int>(y) >= r.Y && static_cast<int>(y) < r.Y + r.Height)
-        for (int x = r.X; x < r.X + r.Width; ++x)
-          for (unsigned c = 0; c < channels; ++c) row[x * channels + c] = r.Rgb[c];
-      ASSERT_EQ(cupsRasterWritePixels(raster, row.data(), header.cupsBytesPerLine), header.cupsBytesPerLine);
-    }
-  }
-  cupsRasterClose(raster);
-  close(fd);
+// An A4 page at 300 dpi of a PWG raster type ("srgb_8" or "sgray_8"): one rectangle on white.
+cupstest::RasterPage PwgPage(const char* type, const RasterRect& r) {
+  cupstest::RasterPage page;
+  cupsRasterInitPWGHeader(&page.Header, pwgMediaForPWG("iso_a4_210x297mm"), type, 300, 300, "one-sided", nullptr);
+  page.Pixel = [r, channels = page.Header.cupsBitsPerPixel / 8](unsigned x, unsigned y, std::uint8_t* p) {
+    const bool in = static_cast<int>(x) - r.X < r.Width && static_cast<int>(y) - r.Y < r.Height &&
+                    static_cast<int>(x) >= r.X && static_cast<int>(y) >= r.Y;
+    for (unsigned c = 0; c < channels; ++c) p[c] = in ? r.Rgb[c] : 0xFF;
+  };
+  return page;
 }
 
 // A picture of `width` x `height` pixels, white, with a rectangle of colour `rgb` in its middle half.
@@ -215,17 +176,8 @@ void WriteImage(const fs::path& path, int width, int height, std::array<double, 
   white.insert(patch, width / 4, height / 4).cast(VIPS_FORMAT_UCHAR).write_to_file(path.c_str());
 }
 
-// ---------------------------------------------------------------------------------------------------
-// What a stream must show
-// ---------------------------------------------------------------------------------------------------
-// The sheet as the paper command names it.
-struct Sheet {
-  int Code;  // "s" parameter, -1 for the long form
-  bool Envelope;
-};
-constexpr Sheet kA4{0x01, false};
-constexpr Sheet kLetter{-1, false};
-constexpr Sheet kA5{0x07, false};
+// The sheet as the paper command names it: its "s" parameter, -1 for the long form.
+constexpr int kA4 = 0x01, kLetter = -1, kA5 = 0x07;
 
 struct PageExpect {
   bool Color;
@@ -236,7 +188,7 @@ struct PageExpect {
 
 struct StreamExpect {
   std::string Label;
-  Sheet Paper;
+  int Paper;
   int Dpi;  // of the decoded page: 1200 in the high-resolution mode
   std::vector<PageExpect> Pages;
 };
@@ -253,8 +205,7 @@ void ExpectStream(const std::vector<std::uint8_t>& stream, const StreamExpect& e
     const decode::PrintedPage& page = printed[i];
     const PageExpect& want = expect.Pages[i];
     const decode::Settings& settings = job.Pages[i].PageSettings;
-    EXPECT_EQ(settings.PaperLong ? -1 : settings.Paper, expect.Paper.Code);
-    EXPECT_EQ(settings.Envelope, expect.Paper.Envelope);
+    EXPECT_EQ(settings.PaperLong ? -1 : settings.Paper, expect.Paper);
     EXPECT_EQ(page.Dpi, expect.Dpi);
     EXPECT_EQ(page.Color, want.Color);
     for (int plane : want.InkedPlanes)
@@ -275,12 +226,11 @@ void ExpectStream(const std::vector<std::uint8_t>& stream, const StreamExpect& e
   }
 }
 
-// The box of a raster rectangle in device dots: the printable area starts at the margins.
-std::array<double, 4> DeviceBox(const RasterRect& r, int dpi) {
-  const host::PrintableArea area = host::PrintableAreaOf(*host::FindPaper("a4"), dpi);
-  return {static_cast<double>(r.X - static_cast<int>(area.Left)), static_cast<double>(r.Y - static_cast<int>(area.Top)),
-          static_cast<double>(r.X + r.Width - static_cast<int>(area.Left)),
-          static_cast<double>(r.Y + r.Height - static_cast<int>(area.Top))};
+// The box of a rectangle of an A4 raster at 300 dpi in device dots: the printable area starts at the margins.
+std::array<double, 4> DeviceBox(const RasterRect& r) {
+  const host::PrintableArea area = host::PrintableAreaOf(*host::FindPaper("a4"), 300);
+  const double left = r.X - static_cast<double>(area.Left), top = r.Y - static_cast<double>(area.Top);
+  return {left, top, left + r.Width, top + r.Height};
 }
 
 // The box of a PDF rectangle on a sheet of `paper`, in device dots at `dpi`, times `scale`.
@@ -327,11 +277,9 @@ std::string PrintAndWait(const App& app, const std::string& printer, std::vector
   return Shown(waited.Out, "job-state");
 }
 
-// ---------------------------------------------------------------------------------------------------
-// A job canceled while it prints. Its printer is a socket device: the test listens with a small
-// receive buffer, reads the first bytes, holds the printer back until the job is canceled, then reads
-// to the end of the connection. The stream must end properly, short of the job.
-// ---------------------------------------------------------------------------------------------------
+// A printer for a job canceled while it prints, on a socket: the test listens with a small receive buffer,
+// reads the first bytes, holds the printer back until the job is canceled, then reads to the end of the
+// connection.
 class SlowPrinter {
  public:
   SlowPrinter() {
@@ -422,18 +370,18 @@ TEST(PrinterApp, ServesIppEverywherePrintsEveryFormatCancelsAndKeepsItsState) {
   ExpectPassed(app.Ipptool("inkweave", {"-d", "halftone=dither", OurTest("capabilities.test")}), "capabilities");
 
   // The documents.
-  WriteImage(dir / "photo.jpg", 600, 400, {0, 0, 255});   // blue: cyan and magenta
   WriteImage(dir / "chart.png", 400, 600, {80, 80, 80});  // dark gray
-  const std::vector<RasterPageSpec> pwgPages = {{"srgb_8", {300, 400, 600, 300, {255, 0, 0}}},
-                                                {"sgray_8", {1200, 2000, 400, 500, {0, 0, 0}}},
-                                                {"srgb_8", {100, 3000, 2000, 200, {0, 0, 255}}}};
-  WriteRaster(dir / "pages.pwg", CUPS_RASTER_WRITE_PWG, 300, pwgPages);
+  const RasterRect pwgRects[] = {
+      {300, 400, 600, 300, {255, 0, 0}}, {1200, 2000, 400, 500, {0, 0, 0}}, {100, 3000, 2000, 200, {0, 0, 255}}};
+  cupstest::WriteRaster(
+      dir / "pages.pwg", CUPS_RASTER_WRITE_PWG,
+      {PwgPage("srgb_8", pwgRects[0]), PwgPage("sgray_8", pwgRects[1]), PwgPage("srgb_8", pwgRects[2])});
   const host::Paper a5 = *host::FindPaper("a5");
   const std::vector<inkweave::testing::PdfRect> pdfRects = {{40, 60, 150, 100, "0 0 1 rg"}, {200, 400, 80, 120, "0 g"}};
   std::ofstream(dir / "doc.pdf", std::ios::binary)
       << inkweave::testing::MakePdf(std::round(a5.WidthMm * 72 / 25.4), std::round(a5.HeightMm * 72 / 25.4), pdfRects);
 
-  ExpectPassed(app.Ipptool("inkweave", {"-f", dir / "photo.jpg", StandardTest("validate-job.test")}), "validate-job");
+  ExpectPassed(app.Ipptool("inkweave", {"-f", dir / "chart.png", StandardTest("validate-job.test")}), "validate-job");
 
   // Every format, with the standard print-job test (the printer's defaults: A4, 300 dpi, colour) or
   // with options.
@@ -453,9 +401,9 @@ TEST(PrinterApp, ServesIppEverywherePrintsEveryFormatCancelsAndKeepsItsState) {
        {"pwg",
         kA4,
         300,
-        {{true, {1, 2}, DeviceBox(pwgPages[0].Rect, 300)},
-         {false, {3}, DeviceBox(pwgPages[1].Rect, 300)},
-         {true, {0, 1}, DeviceBox(pwgPages[2].Rect, 300)}}}},
+        {{true, {1, 2}, DeviceBox(pwgRects[0])},
+         {false, {3}, DeviceBox(pwgRects[1])},
+         {true, {0, 1}, DeviceBox(pwgRects[2])}}}},
       {"pdf",
        {"-f", dir / "doc.pdf", "-d", "jobname=pdf", "-d", "quality=5", "-d", "colormode=color", "-d",
         "mediasize=iso_a5_148x210mm", "-d", "mediatype=photographic", "-d", "halftone=dither", "-d", "highres=true",
@@ -473,8 +421,8 @@ TEST(PrinterApp, ServesIppEverywherePrintsEveryFormatCancelsAndKeepsItsState) {
 
   // Cancel-Job while the job prints: 12 pages are asked for, the stream stops early but ends whole.
   // PAPPL prints a PWG raster as it arrives, so the Print-Job request lasts as long as the job.
-  std::vector<RasterPageSpec> many(12, {"srgb_8", {0, 0, 2480, 3508, {120, 60, 200}}});
-  WriteRaster(dir / "many.pwg", CUPS_RASTER_WRITE_PWG, 300, many);
+  const std::vector<cupstest::RasterPage> many(12, PwgPage("srgb_8", {0, 0, 2480, 3508, {120, 60, 200}}));
+  cupstest::WriteRaster(dir / "many.pwg", CUPS_RASTER_WRITE_PWG, many);
   {
     BackgroundProcess submit(
         {"ipptool", "-tv", "-T", "300", "-f", dir / "many.pwg", app.PrinterUri("slow"), StandardTest("print-job.test")},
