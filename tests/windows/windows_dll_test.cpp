@@ -29,6 +29,7 @@ namespace {
 namespace fs = std::filesystem;
 using namespace inkweave;
 using inkweave::testing::ReadBytes;
+using inkweave::testing::ReadText;
 
 fs::path WindowsBuild() {
   const char* moved = std::getenv("INKWEAVE_WINDOWS_BUILD");
@@ -89,14 +90,12 @@ TEST(WindowsDll, DriverPackageHoldsTheCurrentFiles) {
   if (!fs::exists(package)) GTEST_SKIP() << "no Windows build at " << WindowsBuild() << ": run ./build-windows.sh";
   const fs::path sources = fs::path(INKWEAVE_SOURCE_DIR) / "windows" / "driver";
   for (const char* file : {"inkweave.gpd", "inkweave.ini"})
-    EXPECT_TRUE(ReadBytes(package / file) == ReadBytes(sources / file)) << file << ": run ./build-windows.sh";
+    EXPECT_TRUE(ReadText(package / file) == ReadText(sources / file)) << file << ": run ./build-windows.sh";
   // The INF as the build writes it: the template with the project's version in DriverVer.
-  std::vector<std::uint8_t> inf = ReadBytes(sources / "inkweave.inf.in");
-  std::string text(inf.begin(), inf.end());
-  const std::string placeholder = "@PROJECT_VERSION@";
-  ASSERT_NE(text.find(placeholder), std::string::npos);
-  text.replace(text.find(placeholder), placeholder.size(), INKWEAVE_VERSION);
-  EXPECT_TRUE(ReadBytes(package / "inkweave.inf") == std::vector<std::uint8_t>(text.begin(), text.end()))
+  std::string inf = ReadText(sources / "inkweave.inf.in");
+  const std::size_t version = inf.find("@PROJECT_VERSION@");
+  ASSERT_NE(version, std::string::npos);
+  EXPECT_TRUE(ReadText(package / "inkweave.inf") == inf.replace(version, 17, INKWEAVE_VERSION))
       << "inkweave.inf: run ./build-windows.sh";
   EXPECT_TRUE(ReadBytes(package / "inkweave.dll") == ReadBytes(WindowsBuild() / "inkweave.dll"));
 }
@@ -140,7 +139,7 @@ TEST(WindowsDll, UnderWineAnswersAndWritesAsTheLinuxLibrary) {
   log = wineRun({wine, exe, WinePath(dll), WinePath(out)}, &status);
   if (!wineserver.empty()) wineRun({wineserver, "-k"}, &status);
   std::vector<std::string> report;
-  std::istringstream reportText(inkweave::testing::ReadText(out / "report.txt"));
+  std::istringstream reportText(ReadText(out / "report.txt"));
   for (std::string line; std::getline(reportText, line);) report.push_back(line);
   ASSERT_FALSE(report.empty()) << "inkweave-hosttest wrote no report:\n" << log;
 
@@ -182,7 +181,7 @@ TEST(WindowsDll, UnderWineAnswersAndWritesAsTheLinuxLibrary) {
       {"ru", 0x0419}, {"sv", 0x041D},    {"tr", 0x041F}, {"zh_CN", 0x0804}, {"pt", 0x0816}, {"es", 0x0C0A},
   };
   std::map<std::pair<std::uint16_t, int>, std::string> table;  // (language id, string id) → text
-  std::istringstream tsv(inkweave::testing::ReadText(std::string(INKWEAVE_SOURCE_DIR) + "/locale/strings.tsv"));
+  std::istringstream tsv(ReadText(std::string(INKWEAVE_SOURCE_DIR) + "/locale/strings.tsv"));
   for (std::string line; std::getline(tsv, line);) {
     if (line.empty() || line[0] == '#' || line.rfind("lang\t", 0) == 0) continue;
     const std::size_t tab = line.find('\t'), text = line.find('\t', tab + 1) + 1;
