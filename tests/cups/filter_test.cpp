@@ -151,6 +151,13 @@ TEST(Filter, RefusesBadInputWithAClearError) {
          WriteRasterV1(path, {page});
        },
        "invalid raster header"},
+      {"200 dpi",  // a header the plan refuses, in a stream the filter does not follow as it reads
+       [](const fs::path& path) {
+         RasterPage page = BoxPage(CUPS_CSPACE_RGB, 0, 0);
+         page.Header.HWResolution[0] = page.Header.HWResolution[1] = 200;
+         WriteRasterV1(path, {page});
+       },
+       "ERROR: Page 1: Unsupported resolution 200x200"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.Name);

@@ -179,10 +179,11 @@ TEST(JobOptions, TakeThePpdDefaultsUnderTheJobsOptions) {
   EXPECT_EQ(options.Resolution, HighRes::Print1200);
   EXPECT_TRUE(warnings.empty());
 
-  options = cups::ReadJobOptions((dir / "missing.ppd").c_str(), "", &warnings);
+  options = cups::ReadJobOptions((dir / "missing.ppd").c_str(), "InkweaveHighRes=Bogus", &warnings);
   EXPECT_EQ(options.Method, host::Halftone::Dither);
-  ASSERT_EQ(warnings.size(), 1u);
+  ASSERT_EQ(warnings.size(), 2u);
   EXPECT_NE(warnings[0].find("Unable to read the PPD"), std::string::npos);
+  EXPECT_NE(warnings[1].find("\"Bogus\" (Off, HighRes600"), std::string::npos) << warnings[1];
 }
 
 }  // namespace

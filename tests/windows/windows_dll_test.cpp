@@ -70,7 +70,7 @@ TEST(WindowsDll, ExportsTwoEntryPointsAndNeedsOnlySystemDlls) {
   const std::string dump = RunProgram({objdump, "-p", dll}, &status);
   ASSERT_EQ(status, 0) << dump;
   std::set<std::string> exports, imports;
-  const std::regex exported(R"(\n\t\[ *\d+\] (\w+)\n)"), imported(R"(DLL Name: (\S+))");
+  const std::regex exported(R"(\t\[ *\d+\] (\w+)(?=\n))"), imported(R"(DLL Name: (\S+))");
   for (std::sregex_iterator m(dump.begin(), dump.end(), exported), end; m != end; ++m) exports.insert((*m)[1]);
   for (std::sregex_iterator m(dump.begin(), dump.end(), imported), end; m != end; ++m) {
     std::string name = (*m)[1];
