@@ -9,6 +9,7 @@
 
 #include "decode/decoder.h"
 #include "tests/support/bytes.h"
+#include "tests/support/print_stream.h"
 
 namespace inkweave::decode::testing {
 
@@ -60,16 +61,6 @@ inline Job MustParse(const Bytes& stream, const DecodeOptions& options = {}) {
     return {};
   }
   return std::get<Job>(std::move(result));
-}
-
-inline std::vector<PrintedPage> MustPrint(const Bytes& stream, const DecodeOptions& options = {}) {
-  const Job job = MustParse(stream, options);
-  auto result = PrintJob(job, options);
-  if (auto* error = std::get_if<Error>(&result)) {
-    ADD_FAILURE() << "print failed at " << error->Offset << ": " << error->Message;
-    return {};
-  }
-  return std::get<std::vector<PrintedPage>>(std::move(result));
 }
 
 inline Error MustFail(const Bytes& stream, const DecodeOptions& options = {}) {
