@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -11,23 +12,11 @@ namespace inkweave::testing {
 
 using Bytes = std::vector<std::uint8_t>;
 
-// Parses hexadecimal bytes separated by spaces.
+// Parses hexadecimal bytes separated by white space.
 inline Bytes Hex(std::string_view text) {
   Bytes out;
-  int value = -1;
-  for (char c : text) {
-    int digit = c >= '0' && c <= '9'   ? c - '0'
-                : c >= 'a' && c <= 'f' ? c - 'a' + 10
-                : c >= 'A' && c <= 'F' ? c - 'A' + 10
-                                       : -1;
-    if (digit < 0) {
-      if (value >= 0) out.push_back(static_cast<std::uint8_t>(value));
-      value = -1;
-    } else {
-      value = value < 0 ? digit : value * 16 + digit;
-    }
-  }
-  if (value >= 0) out.push_back(static_cast<std::uint8_t>(value));
+  std::istringstream in{std::string(text)};
+  for (unsigned byte = 0; in >> std::hex >> byte;) out.push_back(static_cast<std::uint8_t>(byte));
   return out;
 }
 

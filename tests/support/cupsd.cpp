@@ -49,7 +49,6 @@ std::unique_ptr<Cupsd> Cupsd::Start(const fs::path& dir, const Options& options,
          << "LogLevel debug\nBrowsing Off\nWebInterface No\nDefaultAuthType None\nMaxLogSize 0\n"
          << "<Location />\n  Order allow,deny\n  Allow all\n</Location>\n"
          << "<Policy default>\n  <Limit All>\n    Order deny,allow\n  </Limit>\n</Policy>\n";
-    for (const std::string& line : options.ExtraConfig) conf << line << "\n";
   }
   {
     std::ofstream files(dir / "cups-files.conf");
@@ -64,7 +63,7 @@ std::unique_ptr<Cupsd> Cupsd::Start(const fs::path& dir, const Options& options,
       std::make_unique<BackgroundProcess>(std::vector<std::string>{kCupsd, "-f", "-c", (dir / "cupsd.conf").string(),
                                                                    "-s", (dir / "cups-files.conf").string()},
                                           dir / "log/cupsd.out");
-  if (!WaitForPort(cupsd->port_, options.StartTimeout, cupsd->process_.get()))
+  if (!WaitForPort(cupsd->port_, std::chrono::seconds(60), cupsd->process_.get()))
     return fail("cupsd did not start: " + ReadText(dir / "log/cupsd.out") + ReadText(dir / "log/error_log"));
   return cupsd;
 }

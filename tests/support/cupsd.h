@@ -24,8 +24,6 @@ class Cupsd {
   struct Options {
     // Where cupsd finds filters and backends (a folder of symlinks lets a test add filters of its own).
     std::filesystem::path ServerBin = "/usr/lib/cups";
-    std::chrono::seconds StartTimeout{60};
-    std::vector<std::string> ExtraConfig;  // more cupsd.conf lines, e.g. "LogLevel debug2"
   };
 
   // Starts cupsd with everything under `dir` (created). Null, with the reason in *why, when cupsd is
@@ -33,7 +31,6 @@ class Cupsd {
   static std::unique_ptr<Cupsd> Start(const std::filesystem::path& dir, const Options& options, std::string* why);
   ~Cupsd();
 
-  int Port() const { return port_; }
   std::string Server() const { return "localhost:" + std::to_string(port_); }
   // A CUPS client program run against this scheduler.
   ProcessResult Run(std::vector<std::string> argv, std::chrono::seconds timeout = std::chrono::seconds(120)) const;
