@@ -1,5 +1,4 @@
-// The printer model's colour: the ink model's fitted parameters pinned and held to their physics, the
-// colour proof in every mode (its neutral grey ramp holds the fit's balance of the inks), and the
+// The printer model's colour: the ink model's fitted parameters pinned, the colour proof in every mode (its neutral grey ramp holds the fit's balance of the inks), and the
 // printer's ICC profiles against the model.
 #include <gtest/gtest.h>
 #include <lcms2.h>
@@ -16,7 +15,6 @@ namespace inkweave::cli {
 namespace {
 
 using decode::Lab;
-using decode::Reflectance;
 
 TEST(InkModel, FittedParametersAreWhatTheFitWrites) {
   const std::string checkedIn = INKWEAVE_SOURCE_DIR "/decode/generated/ink_model.cpp";
@@ -24,48 +22,6 @@ TEST(InkModel, FittedParametersAreWhatTheFitWrites) {
   ASSERT_EQ(inkweave::testing::RunProcess({FIT_INK_MODEL, fresh}, std::chrono::seconds(600)).Exit, 0);
   EXPECT_TRUE(inkweave::testing::ReadText(fresh) == inkweave::testing::ReadText(checkedIn))
       << "decode/generated/ink_model.cpp is stale; update it with:\n  " << FIT_INK_MODEL << " " << checkedIn;
-}
-
-// For every medium and resolution: each ink alone at full strength prints its solid (cyan, magenta and
-// yellow in their hue sectors and clearly coloured, black neutral and the darkest; two inks the product of
-// their solids); more ink never lightens any channel, and darkens it wherever it covers more paper (dot
-// gain saturates the coverage before the last steps), each ink alone and all four together.
-TEST(InkModel, SolidsPrintTheirInksAndMoreInkDarkens) {
-  const struct { double HueFrom, HueTo; } kSectors[3] = {{200, 260}, {300, 360}, {80, 120}};
-  for (int medium = 0; medium < decode::kMediaCodes; ++medium)
-    for (int dpi : {150, 300, 600, 1200}) {
-      SCOPED_TRACE("medium " + std::to_string(medium) + " at " + std::to_string(dpi));
-      const decode::InkModel model = decode::InkModelFor(medium, dpi);
-      const Lab black = decode::LabOfReflectance(model.Solid[3]);
-      EXPECT_LT(decode::Chroma(black), 0.5);
-      for (std::size_t ink = 0; ink < 3; ++ink) {
-        const Lab lab = decode::LabOfReflectance(model.Solid[ink]);
-        EXPECT_GT(decode::Chroma(lab), 30) << "ink " << ink;
-        EXPECT_TRUE(decode::Hue(lab) >= kSectors[ink].HueFrom && decode::Hue(lab) < kSectors[ink].HueTo) << ink;
-        EXPECT_GT(lab.L, black.L) << "ink " << ink;
-      }
-      const Reflectance red = decode::PrintedColour(model, std::array<double, 4>{0, 1, 1, 0});
-      for (std::size_t ch = 0; ch < 3; ++ch) EXPECT_NEAR(red[ch], model.Solid[1][ch] * model.Solid[2][ch], 1e-12);
-      for (std::size_t ink = 0; ink <= 4; ++ink) {
-        Reflectance previous = {2, 2, 2};
-        double previousCoverage = -1;
-        for (int step = 0; step <= 20; ++step) {
-          std::array<double, 4> amounts{};
-          for (std::size_t i = 0; i < 4; ++i) amounts[i] = ink == 4 || ink == i ? step / 20.0 : 0;
-          const Reflectance colour = decode::PrintedColour(model, amounts);
-          const double coverage = decode::Coverage(model, step / 20.0);
-          for (std::size_t ch = 0; ch < 3; ++ch) {
-            EXPECT_LE(colour[ch], previous[ch] * (coverage > previousCoverage + 1e-4 ? 1 - 1e-6 : 1))
-                << "ink " << ink << ", step " << step << ", channel " << ch;
-            if (step == 20 && ink < 4) {
-              EXPECT_NEAR(colour[ch], model.Solid[ink][ch], 1e-12);
-            }
-          }
-          previous = colour;
-          previousCoverage = coverage;
-        }
-      }
-    }
 }
 
 // The proof through the plug-in's entry points in every mode (resolution x halftone x media, and

