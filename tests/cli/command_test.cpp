@@ -8,7 +8,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <functional>
 #include <thread>
 #include <vips/vips8>
 
@@ -235,36 +234,27 @@ TEST(Command, DevicesPipesAndAClosedPipe) {
 }
 
 TEST(Command, DamagedPicturesAreCalledDamaged) {
-  // Each format cut early (within its header, half way, just before its end) or with bytes overwritten:
-  // one line naming the file and calling it a damaged file of its format, whether the damage shows when
-  // the job is planned or only as the pixels are decoded.
+  // Each format cut within its header (the damage shows when the job is planned) and half way (only as
+  // the pixels are decoded): one line naming the file and calling it a damaged file of its format.
   ScratchDir dir;
   StartLibvips();
   const vips::VImage picture = vips::VImage::new_from_file(Example("testpage.png").c_str());
-  const auto cut = [](double share) {
-    return [share](std::string b) { return b.substr(0, static_cast<std::size_t>(b.size() * share)); };
-  };
-  const auto keep = [](std::size_t bytes) { return [bytes](std::string b) { return b.substr(0, bytes); }; };
-  const auto overwrite = [](std::size_t at, std::string with) {
-    return [at, with](std::string b) { return b.replace(std::min(at, b.size()), with.size(), with); };
-  };
   const struct {
     std::string Target, Format;
-    std::vector<std::function<std::string(std::string)>> Damages;
-  } cases[] = {
-      {"p.png", "PNG", {keep(8), keep(30), cut(0.5), overwrite(200, std::string(64, '\xff'))}},
-      {"p.jpg", "JPEG", {keep(4), cut(0.5), overwrite(2, std::string(200, '\0'))}},
-      {"p.tif", "TIFF", {keep(8), cut(0.5), cut(0.99), overwrite(4, std::string("\xff\xff\xff\x0f", 4))}},
-      {"p-lzw.tif[compression=lzw]", "TIFF", {cut(0.5)}},
-      {"p.webp", "WebP", {cut(0.5)}},
-  };
+    std::size_t Header;  // bytes of the header kept, or 0
+  } cases[] = {{"p.png", "PNG", 8},
+               {"p.jpg", "JPEG", 4},
+               {"p.tif", "TIFF", 8},
+               {"p-lzw.tif[compression=lzw]", "TIFF", 0},
+               {"p.webp", "WebP", 0}};
   for (const auto& c : cases) {
     const std::string file = dir / c.Target.substr(0, c.Target.find('['));
     picture.write_to_file((dir / c.Target).c_str());
     const std::string whole = inkweave::testing::ReadText(file), extension = file.substr(file.rfind('.'));
-    for (std::size_t d = 0; d < c.Damages.size(); ++d) {
-      SCOPED_TRACE(c.Target + ", damage " + std::to_string(d));
-      WriteFile(dir / "damaged" + extension, c.Damages[d](whole));
+    for (const std::size_t kept : {c.Header, whole.size() / 2}) {
+      if (kept == 0) continue;
+      SCOPED_TRACE(c.Target + ", " + std::to_string(kept) + " bytes");
+      WriteFile(dir / "damaged" + extension, whole.substr(0, kept));
       ExpectOneLineError(RunInkweave({"print", dir / "damaged" + extension, "--quality", "150", "-o", dir / "out.prn"}),
                          1, "damaged" + extension + ": damaged " + c.Format + ": ");
     }
