@@ -61,6 +61,7 @@ TEST(Command, EveryInvocationExitsWithItsWordsAndLeavesTheOutputAlone) {
   WriteFile(dir / "hostile.prn", HostileStream());
   WriteFile(dir / "notes.txt", "just some text\n");
   WriteFile(dir / "empty.png", "");
+  WriteFile(dir / "damaged.pdf", "%PDF-1.4\nnot a document\n");
   WriteFile(dir / "empty.pdf",  // a page tree without pages
             inkweave::testing::WritePdf({"<< /Type /Catalog /Pages 2 0 R >>", "<< /Type /Pages /Kids [] /Count 0 >>"}));
   // A picture whose header reads fine: the damage shows only as its pixels are decoded, mid-job, after the
@@ -79,6 +80,7 @@ TEST(Command, EveryInvocationExitsWithItsWordsAndLeavesTheOutputAlone) {
       {{print, dir / "notes.txt", "-o", out}, 1, "notes.txt: not a format inkweave can read"},
       {{print, dir / "empty.png", "-o", out}, 1, "empty.png: the file is empty"},
       {{print, dir / "empty.pdf", "-o", out}, 1, "empty.pdf: the PDF has no pages"},
+      {{print, dir / "damaged.pdf", "-o", out}, 1, "damaged.pdf: cannot read it: "},
       {{print, dir.Path().string(), "-o", out}, 1, "is a directory"},
       {{print, pdf, dir / "cut.png", "-o", out}, 1, "cut.png: damaged PNG: vipspng: libpng read error"},
       {{print, page, "-o", out, "--paper", "a3"}, 2, "unknown paper 'a3' (a4, letter,"},  // too short to guess at
@@ -161,9 +163,9 @@ TEST(Command, EveryInvocationExitsWithItsWordsAndLeavesTheOutputAlone) {
   }
   // Previews one per page, or by the name given for one page; nothing else left behind.
   EXPECT_EQ(dir.Files(),
-            (std::vector<std::string>{"crop.png", "cut.png", "cut.prn", "empty.pdf", "empty.png", "fake.so",
-                                      "garbage.prn", "hostile.prn", "job.prn", "notes.txt", "out.prn", "preview-1.png",
-                                      "preview-2.png", "proof.png", "small.png", "two.png"}));
+            (std::vector<std::string>{"crop.png", "cut.png", "cut.prn", "damaged.pdf", "empty.pdf", "empty.png",
+                                      "fake.so", "garbage.prn", "hostile.prn", "job.prn", "notes.txt", "out.prn",
+                                      "preview-1.png", "preview-2.png", "proof.png", "small.png", "two.png"}));
   // The whole A4 sheet at 50 dpi (414 x 585 pixels), or with --crop the printed area only.
   EXPECT_EQ(PngSize(ReadFile(dir / "preview-1.png")), std::make_pair(414, 585));
   const auto cropped = PngSize(ReadFile(dir / "crop.png"));
