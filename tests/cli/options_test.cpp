@@ -48,18 +48,10 @@ TEST(ScaleOption, FitOrPercentWithinLimits) {
 
 TEST(Suggestions, CloseNamesOnlyAndTheClosest) {
   const std::vector<std::string> names = {"print", "proof", "decode", "--paper", "--pages", "--preview-dpi"};
-  // Missing, case, swapped letters; one edit in four letters; too short or too far.
-  for (const auto& [typed, expected] :
-       std::vector<std::pair<const char*, const char*>>{{"prnt", "print"},
-                                                        {"PRINT", "print"},
-                                                        {"porof", "proof"},
-                                                        {"--pagse", "--pages"},
-                                                        {"--preveiw-dpi", "--preview-dpi"},
-                                                        {"prin", "print"},
-                                                        {"pr", ""},
-                                                        {"", ""},
-                                                        {"--pa", ""},
-                                                        {"dekode-all", ""}})
+  // Case and swapped letters (the command grid has missing letters and names too short or too far);
+  // one edit in four letters; a long name sharing only a start.
+  for (const auto& [typed, expected] : std::vector<std::pair<const char*, const char*>>{
+           {"PRINT", "print"}, {"porof", "proof"}, {"--pagse", "--pages"}, {"prin", "print"}, {"dekode-all", ""}})
     EXPECT_EQ(ClosestName(typed, names), expected) << typed;
 }
 
