@@ -55,20 +55,20 @@ TEST(Command, EveryInvocationExitsWithItsWordsAndLeavesTheOutputAlone) {
   const std::string page = Example("testpage.png"), pdf = Example("testpage.pdf"), out = dir / "out.prn";
   const std::string job = dir / "job.prn";  // the test page's two pages at 150 dpi
   ASSERT_EQ(RunInkweave({"print", pdf, "--quality", "150", "-q", "-o", job}).Exit, 0);
-  const auto jobBytes = ReadFile(job);
-  WriteFile(dir / "cut.prn", std::string(jobBytes.begin(), jobBytes.begin() + static_cast<long>(jobBytes.size() / 3)));
-  WriteFile(dir / "garbage.prn", std::string(jobBytes.begin(), jobBytes.begin() + 64) + std::string(32, '\x7F'));
-  WriteFile(dir / "hostile.prn", HostileStream());
-  WriteFile(dir / "notes.txt", "just some text\n");
-  WriteFile(dir / "empty.png", "");
-  WriteFile(dir / "damaged.pdf", "%PDF-1.4\nnot a document\n");
-  WriteFile(dir / "empty.pdf",  // a page tree without pages
+  const auto jobBytes = ReadBytes(job);
+  WriteText(dir / "cut.prn", std::string(jobBytes.begin(), jobBytes.begin() + static_cast<long>(jobBytes.size() / 3)));
+  WriteText(dir / "garbage.prn", std::string(jobBytes.begin(), jobBytes.begin() + 64) + std::string(32, '\x7F'));
+  WriteText(dir / "hostile.prn", HostileStream());
+  WriteText(dir / "notes.txt", "just some text\n");
+  WriteText(dir / "empty.png", "");
+  WriteText(dir / "damaged.pdf", "%PDF-1.4\nnot a document\n");
+  WriteText(dir / "empty.pdf",  // a page tree without pages
             inkweave::testing::WritePdf({"<< /Type /Catalog /Pages 2 0 R >>", "<< /Type /Pages /Kids [] /Count 0 >>"}));
   // A picture whose header reads fine: the damage shows only as its pixels are decoded, mid-job, after the
   // output was opened; the decoder's reason follows the format.
-  const auto png = ReadFile(page);
-  WriteFile(dir / "cut.png", std::string(png.begin(), png.begin() + static_cast<long>(png.size() / 2)));
-  WriteFile(dir / "fake.so", "not a library");
+  const auto png = ReadBytes(page);
+  WriteText(dir / "cut.png", std::string(png.begin(), png.begin() + static_cast<long>(png.size() / 2)));
+  WriteText(dir / "fake.so", "not a library");
   const std::string print = "print";
   struct Case {
     std::vector<std::string> Args;
@@ -144,7 +144,7 @@ TEST(Command, EveryInvocationExitsWithItsWordsAndLeavesTheOutputAlone) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(::testing::PrintToString(c.Args));
-    WriteFile(out, "the user's earlier job");
+    WriteText(out, "the user's earlier job");
     const RunResult run = RunInkweave(c.Args);
     if (c.Exit != 0) {
       ExpectOneLineError(run, c.Exit, c.Words);
@@ -156,7 +156,7 @@ TEST(Command, EveryInvocationExitsWithItsWordsAndLeavesTheOutputAlone) {
     EXPECT_EQ(inkweave::testing::ReadText(out), "the user's earlier job");
   }
   if (geteuid() != 0) {  // root reads everything
-    WriteFile(dir / "secret.png", "x");
+    WriteText(dir / "secret.png", "x");
     chmod((dir / "secret.png").c_str(), 0);
     ExpectOneLineError(RunInkweave({"print", dir / "secret.png", "-o", out}), 1, "Permission denied");
     std::filesystem::remove(dir / "secret.png");
@@ -167,10 +167,10 @@ TEST(Command, EveryInvocationExitsWithItsWordsAndLeavesTheOutputAlone) {
                                       "fake.so", "garbage.prn", "hostile.prn", "job.prn", "notes.txt", "out.prn",
                                       "preview-1.png", "preview-2.png", "proof.png", "small.png", "two.png"}));
   // The whole A4 sheet at 50 dpi (414 x 585 pixels), or with --crop the printed area only.
-  EXPECT_EQ(PngSize(ReadFile(dir / "preview-1.png")), std::make_pair(414, 585));
-  const auto cropped = PngSize(ReadFile(dir / "crop.png"));
+  EXPECT_EQ(PngSize(ReadBytes(dir / "preview-1.png")), std::make_pair(414, 585));
+  const auto cropped = PngSize(ReadBytes(dir / "crop.png"));
   EXPECT_TRUE(cropped.first < 414 && cropped.second < 585);
-  EXPECT_EQ(ReadFile(dir / "proof.png").at(1), 'P');
+  EXPECT_EQ(ReadBytes(dir / "proof.png").at(1), 'P');
   // The dump's offsets ascend line by line from 0.
   const RunResult dump = RunInkweave({"dump", job});
   std::istringstream lines(dump.Out);
@@ -208,7 +208,7 @@ TEST(Command, DevicesPipesAndAClosedPipe) {
   ScratchDir dir;
   const std::string in = Example("testpage.png");
   ASSERT_EQ(RunInkweave({"print", in, "--quality", "150", "-q", "-o", dir / "job.prn"}).Exit, 0);
-  const auto expected = ReadFile(dir / "job.prn");
+  const auto expected = ReadBytes(dir / "job.prn");
   // A device is written directly, not replaced.
   const RunResult device = RunInkweave({"print", in, "--quality", "150", "-o", "/dev/null"});
   EXPECT_EQ(device.Exit, 0) << device.Err;
@@ -217,7 +217,7 @@ TEST(Command, DevicesPipesAndAClosedPipe) {
   const std::string fifo = dir / "fifo";
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
   std::vector<unsigned char> received;
-  std::thread reader([&] { received = ReadFile(fifo); });
+  std::thread reader([&] { received = ReadBytes(fifo); });
   const RunResult piped = RunInkweave({"print", in, "--quality", "150", "-q", "-o", fifo});
   reader.join();
   EXPECT_EQ(piped.Exit, 0) << piped.Err;
@@ -232,7 +232,7 @@ TEST(Command, DevicesPipesAndAClosedPipe) {
   RunResult closed;
   closed.Exit = 1, closed.Err = inkweave::testing::ReadText(dir / "err");
   ExpectOneLineError(closed, 1, "standard output: write failed: the program reading it closed the pipe");
-  EXPECT_EQ(ReadFile(dir / "out").size(), 10u);
+  EXPECT_EQ(ReadBytes(dir / "out").size(), 10u);
 }
 
 TEST(Command, DamagedPicturesAreCalledDamaged) {
@@ -256,7 +256,7 @@ TEST(Command, DamagedPicturesAreCalledDamaged) {
     for (const std::size_t kept : {c.Header, whole.size() / 2}) {
       if (kept == 0) continue;
       SCOPED_TRACE(c.Target + ", " + std::to_string(kept) + " bytes");
-      WriteFile(dir / "damaged" + extension, whole.substr(0, kept));
+      WriteText(dir / "damaged" + extension, whole.substr(0, kept));
       ExpectOneLineError(RunInkweave({"print", dir / "damaged" + extension, "--quality", "150", "-o", dir / "out.prn"}),
                          1, "damaged" + extension + ": damaged " + c.Format + ": ");
     }

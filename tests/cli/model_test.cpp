@@ -1,5 +1,5 @@
-// The printer model's colour: the ink model's fitted parameters pinned, the colour proof in every mode (its neutral grey ramp holds the fit's balance of the inks), and the
-// printer's ICC profiles against the model.
+// The printer model's colour: the ink model's fitted parameters pinned, the colour proof in every mode (its neutral
+// grey ramp holds the fit's balance of the inks), and the printer's ICC profiles against the model.
 #include <gtest/gtest.h>
 #include <lcms2.h>
 

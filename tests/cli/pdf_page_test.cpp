@@ -61,7 +61,7 @@ TEST(PdfPage, FirstTestPageStreamUnchangedFromTheLibvipsLoader) {
   const RunResult run =
       RunInkweave({"print", Example("testpage.pdf"), "--pages", "1", "--quality", "600", "-o", dir / "p1.prn"});
   ASSERT_EQ(run.Exit, 0) << run.Err;
-  const std::vector<unsigned char> stream = ReadFile(dir / "p1.prn");
+  const std::vector<unsigned char> stream = ReadBytes(dir / "p1.prn");
   EXPECT_EQ(stream.size(), 1648959u);
   EXPECT_EQ(inkweave::testing::Sha256Hex(stream.data(), stream.size()),
             "b8305db2bcbe5e4fc49d0b5f05c8bb82c0f4763c3355a701293232e79f223771");
@@ -94,8 +94,8 @@ std::string MakePdf(int pages, bool brokenFont) {
 
 TEST(PrintPdf, EveryPageOfALongDocumentCountsAndPopplersWarningComesOnce) {
   ScratchDir dir;
-  WriteFile(dir / "long.pdf", MakePdf(10000, false));
-  WriteFile(dir / "font.pdf", MakePdf(2, true));
+  WriteText(dir / "long.pdf", MakePdf(10000, false));
+  WriteText(dir / "font.pdf", MakePdf(2, true));
   const RunResult run =
       RunInkweave({"print", dir / "long.pdf", "--quality", "150", "--pages", "3,10000", "-q", "-o", dir / "long.prn"});
   ASSERT_EQ(run.Exit, 0) << run.Err;

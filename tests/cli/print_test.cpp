@@ -116,7 +116,7 @@ std::vector<unsigned char> Stream(const ScratchDir& dir, const Args& args, bool 
     EXPECT_TRUE(std::regex_match(run.Err, std::regex(".*/job\\.prn: [0-9]+ pages?, [0-9]+ bytes, [0-9.]+ s\n")))
         << run.Err;
   }
-  return named ? std::vector<unsigned char>(run.Out.begin(), run.Out.end()) : ReadFile(dir / "job.prn");
+  return named ? std::vector<unsigned char>(run.Out.begin(), run.Out.end()) : ReadBytes(dir / "job.prn");
 }
 
 TEST(PrintDocuments, EveryPageLooksLikeItsSourceAndLandsWhereItPutsIt) {
@@ -234,8 +234,8 @@ TEST(PrintDocuments, InvocationsThatPrintTheSameStream) {
   const auto picture = Patches();
   const std::string reference = Save(picture, 3, dir / "reference.png");
   const std::string tagged = Save(picture, 3, dir / "tagged.png", adobe);
-  WriteFile(dir / "adobe.icc", adobe);
-  WriteFile(dir / "srgb.icc", ProfileBytes(cmsCreate_sRGBProfile()));
+  WriteText(dir / "adobe.icc", adobe);
+  WriteText(dir / "srgb.icc", ProfileBytes(cmsCreate_sRGBProfile()));
   // PNG (8- and 16-bit, with alpha), PPM (read through plain reads), TIFF (strips, LZW, tiles) and
   // lossless WebP: in portrait (rows streamed in order) and in landscape (the picture decoded whole).
   const vips::VImage image = vips::VImage::new_from_file(reference.c_str());

@@ -23,8 +23,8 @@ inline RunResult RunInkweave(const std::vector<std::string>& args) {
 }
 
 inline std::string Example(const std::string& name) { return std::string(INKWEAVE_SOURCE_DIR) + "/examples/" + name; }
-inline std::vector<unsigned char> ReadFile(const std::string& path) { return inkweave::testing::ReadBytes(path); }
-inline void WriteFile(const std::string& path, const std::string& bytes) { inkweave::testing::WriteText(path, bytes); }
+using inkweave::testing::ReadBytes;
+using inkweave::testing::WriteText;
 
 inline void StartLibvips() {
   static VipsRuntime vips("cli_test");
@@ -32,7 +32,7 @@ inline void StartLibvips() {
 }
 
 inline std::vector<decode::PrintedPage> DecodeStream(const std::string& path) {
-  return inkweave::testing::PrintStream(ReadFile(path));
+  return inkweave::testing::PrintStream(ReadBytes(path));
 }
 
 }  // namespace inkweave::cli::testing
