@@ -91,6 +91,4 @@ double Hue(const Lab& colour) {
   return degrees < 0 ? degrees + 360.0 : degrees;
 }
 
-double Chroma(const Lab& colour) { return std::hypot(colour.a, colour.b); }
-
 }  // namespace inkweave::decode

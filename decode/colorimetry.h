@@ -30,8 +30,7 @@ void SrgbOfReflectances(std::span<const Reflectance> colours, std::span<std::uin
 // on `black` and white stays white.
 Lab CompensateBlack(const Lab& source, const Lab& black);
 double DeltaE2000(const Lab& one, const Lab& two);
-// Hue angle in degrees, 0..360; chroma.
+// Hue angle in degrees, 0..360.
 double Hue(const Lab& colour);
-double Chroma(const Lab& colour);
 
 }  // namespace inkweave::decode
