@@ -202,20 +202,9 @@ template <Quantiser kQ, int kStep, bool kBlank>
   __m128i here = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(previous[2 * kStep]));
   __m128i ahead1 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(previous[3 * kStep]));
 
-  // The amounts and thresholds as 16-bit lanes (those given as 32-bit values packed first), in
-  // locals: the stores below could otherwise alias the record.
-  const std::uint64_t* amount = run.PackedAmount;
-  const std::uint64_t* threshold = run.PackedThreshold;
-  alignas(16) std::uint64_t packed[kBlank ? 1 : 2][kBlank ? 1 : kRunDots];
-  if (!kBlank && (amount == nullptr || threshold == nullptr)) {
-    for (int i = 0; i < count; ++i) {
-      const __m128i both = _mm_packs_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(run.Amount[i])),
-                                           _mm_loadu_si128(reinterpret_cast<const __m128i*>(run.Threshold[i])));
-      _mm_storel_epi64(reinterpret_cast<__m128i*>(&packed[0][i]), both);
-      _mm_storel_epi64(reinterpret_cast<__m128i*>(&packed[1][i]), _mm_unpackhi_epi64(both, both));
-    }
-    amount = packed[0], threshold = packed[1];
-  }
+  // The run's arrays in locals: the stores below could otherwise alias the record.
+  const std::uint64_t* amount = run.Amount;
+  const std::uint64_t* threshold = run.Threshold;
   std::uint8_t* const planes0 = run.Planes[0];
   std::uint8_t* const planes1 = run.Planes[1];
   const int planeBytes = run.PlaneBytes;

@@ -216,16 +216,14 @@ void DiffuseInkPair(InkLine& lineA, int ia, InkLine& lineB, int ib, const RunInp
 // Diffuses a run with the four inks in the lanes of one vector.
 void DiffuseRunInLanes(detail::ChainRunFn chain, const InkLine (&inks)[4], const RunInputs& run, int x, int n,
                        std::uint8_t* planes0, std::uint8_t* planes1, int planeBytes, detail::ChainState& state) {
-  chain({nullptr,
-         nullptr,
+  chain({run.Packed.Amount,
+         run.Packed.Threshold,
          {inks[0].Previous, inks[1].Previous, inks[2].Previous, inks[3].Previous},
          {inks[0].Current, inks[1].Current, inks[2].Current, inks[3].Current},
          x,
          n,
          {planes0, planes1},
-         planeBytes,
-         run.Packed.Amount,
-         run.Packed.Threshold},
+         planeBytes},
         state);
 }
 

@@ -30,20 +30,16 @@ enum class Quantiser { Mid, High, Top };
 inline constexpr int kRunDots = 256;
 
 // One run of a multi-level diffusion line, the four inks (cyan, magenta, yellow, black) side by side:
-// dot i of the run is position X + i Step. Its amounts and thresholds come as 16-bit lanes in
-// PackedAmount and PackedThreshold or, when those are null, as 32-bit values in Amount and Threshold.
+// dot i of the run is position X + i Step.
 struct ChainRun {
-  const std::int32_t (*Amount)[4];     // [i]: the inks' amounts
-  const std::int32_t (*Threshold)[4];  // [i]: the inks' thresholds (the map's or a jitter draw)
-  const std::int16_t* Previous[4];     // the inks' previous rows: position p at [2 (p + 2)]
-  std::int16_t* Current[4];            // the inks' rows being written, the same way
+  const std::uint64_t* Amount;      // [i]: the inks' amounts, ink k in the 16-bit lane k of the word
+  const std::uint64_t* Threshold;   // [i]: the inks' thresholds (the map's or a jitter draw), the same way
+  const std::int16_t* Previous[4];  // the inks' previous rows: position p at [2 (p + 2)]
+  std::int16_t* Current[4];         // the inks' rows being written, the same way
   int X;
   int Count;
   std::uint8_t* Planes[2];  // the line's planes in the first and second PlaneBuffer (null when one bit)
   int PlaneBytes;           // bytes per plane
-  // [i]: the inks' amounts and thresholds, ink k in the 16-bit lane k of the word
-  const std::uint64_t* PackedAmount = nullptr;
-  const std::uint64_t* PackedThreshold = nullptr;
 };
 
 // What a line carries from run to run: the errors just stored for the one and two dots before, the

@@ -239,9 +239,7 @@ TEST(DiffusionRenderers, BlankChainAgreesWithTheFullChainOnEveryErrorItMeets) {
   constexpr int kDots = detail::kRunDots;
   constexpr int kCells = 2 * (kDots + 6) + 2;
   std::mt19937 rng(0xB1A4C);
-  std::int32_t amounts[kDots][4] = {};
-  std::int32_t thresholds[kDots][4];
-  for (auto& dot : thresholds) std::fill(std::begin(dot), std::end(dot), 5);
+  const std::vector<std::uint64_t> amounts(kDots, 0), thresholds(kDots, 0x0005000500050005u);  // 5 in every lane
   testing::ForEachInstructionSet([&](InstructionSet set) {
     for (const auto q : {detail::Quantiser::Mid, detail::Quantiser::High, detail::Quantiser::Top})
       for (const int step : {1, -1}) {
@@ -263,8 +261,8 @@ TEST(DiffusionRenderers, BlankChainAgreesWithTheFullChainOnEveryErrorItMeets) {
           for (int k = 0; k < 2; ++k) {
             planes[k].assign(2 * kLineBytes, 0);
             chains[k](
-                {amounts,
-                 thresholds,
+                {amounts.data(),
+                 thresholds.data(),
                  {lines[0].data() + (slot ^ 1), lines[1].data() + (slot ^ 1), lines[2].data() + (slot ^ 1),
                   lines[3].data() + (slot ^ 1)},
                  {out[k][0].data() + slot, out[k][1].data() + slot, out[k][2].data() + slot, out[k][3].data() + slot},
