@@ -1,7 +1,6 @@
 // The stream decoder and printer model on hand-written streams, for what the whole-stream suite never
 // sends: every malformed stream and row with its offset and words, the stream forms the plug-in writes
-// only for some papers and jobs, double prints and gaps, the ink a preview gathers strip by strip and
-// the sheet the paper command names.
+// only for some papers and jobs, double prints and gaps, and the ink a preview gathers strip by strip.
 #include <gtest/gtest.h>
 
 #include <tuple>
@@ -268,41 +267,6 @@ TEST(GatherInk, BoxMeansAndStripsMakeTheWholeGrid) {
         }
       }
     }
-}
-
-// The sheets the host's papers never name (every one it does is printed and read back by the command's
-// tests): A4's code with "Fn" is the C4 envelope, a print wider than the Monarch envelope is flagged, an
-// unknown code gives a sheet of the print with the printer's margins.
-TEST(FindSheet, SheetsTheHostNeverSends) {
-  const struct {
-    int Paper;
-    int WidthDots;  // the print at 300 dpi, 100 rows high
-    const char* Name;
-    double WidthMm, HeightMm;
-    bool Overrun;
-  } kCases[] = {
-      {0x01, 100, "C4 envelope", 229, 324, false},
-      {0x0D, 1200, "Monarch envelope", 0, 190.5, true},
-  };
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(c.Name);
-    Settings settings;
-    settings.Paper = c.Paper;
-    settings.Envelope = true;
-    const Sheet sheet = FindSheet(settings, 300, c.WidthDots, 100);
-    EXPECT_EQ(std::tie(sheet.Name, sheet.Known, sheet.Overrun), std::make_tuple(std::string(c.Name), true, c.Overrun));
-    EXPECT_NEAR(sheet.HeightMm, c.HeightMm, 0.01);
-    if (!c.Overrun) {
-      EXPECT_NEAR(sheet.WidthMm, c.WidthMm, 0.01);
-    }
-    EXPECT_GE(sheet.WidthDots, sheet.LeftDots + c.WidthDots);
-    EXPECT_EQ(std::tie(sheet.LeftDots, sheet.TopDots), std::make_tuple(40, 35));  // 3.4 mm and 3 mm
-  }
-  Settings unknown;
-  unknown.Paper = 0xFF;
-  const Sheet loose = FindSheet(unknown, 600, 1000, 2000);
-  EXPECT_EQ(std::tie(loose.Name, loose.Known), std::make_tuple(std::string("unknown"), false));
-  EXPECT_EQ(loose.WidthDots, 2 * loose.LeftDots + 1000);
 }
 
 // docs/decoder.md shows the parser's own command table, between two markers.
