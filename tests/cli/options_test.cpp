@@ -46,15 +46,6 @@ TEST(ScaleOption, FitOrPercentWithinLimits) {
   for (const char* bad : {"0%", "1001%", "%", "big", "-5%", "nan", "inf"}) EXPECT_FALSE(ParseScale(bad, &error)) << bad;
 }
 
-TEST(Suggestions, CloseNamesOnlyAndTheClosest) {
-  const std::vector<std::string> names = {"print", "proof", "decode", "--paper", "--pages", "--preview-dpi"};
-  // Case and swapped letters (the command grid has missing letters and names too short or too far);
-  // one edit in four letters; a long name sharing only a start.
-  for (const auto& [typed, expected] : std::vector<std::pair<const char*, const char*>>{
-           {"PRINT", "print"}, {"porof", "proof"}, {"--pagse", "--pages"}, {"prin", "print"}, {"dekode-all", ""}})
-    EXPECT_EQ(ClosestName(typed, names), expected) << typed;
-}
-
 TEST(Placement, FitKeepsAspectAndCentresAFixedScaleCropsAboutTheCentre) {
   const struct {
     int Width, Height;
