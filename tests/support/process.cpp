@@ -20,23 +20,30 @@ namespace {
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
-// In the child: its own process group, killed with the test, the environment added, then argv.
-[[noreturn]] void Exec(const std::vector<std::string>& argv, const std::vector<std::string>& env) {
-  setpgid(0, 0);
-  prctl(PR_SET_PDEATHSIG, SIGKILL);  // a test that dies takes its programs with it
-  for (const std::string& v : env) putenv(const_cast<char*>(v.c_str()));
-  std::vector<char*> args;
-  for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
-  args.push_back(nullptr);
-  execvp(args[0], args.data());
-  _exit(127);
-}
-
-void Redirect(int fd, const fs::path& path, int flags) {
-  const int file = open(path.c_str(), flags, 0644);
-  if (file < 0) _exit(126);
-  dup2(file, fd);
-  close(file);
+// Starts argv in a process group of its own (killed with the test), the environment added, standard
+// input, output and error redirected (output and error appended with O_APPEND in `outFlags`).
+pid_t Spawn(const std::vector<std::string>& argv, const std::vector<std::string>& env, const fs::path& in,
+            const fs::path& out, const fs::path& err, int outFlags) {
+  const pid_t pid = fork();
+  if (pid == 0) {
+    setpgid(0, 0);
+    prctl(PR_SET_PDEATHSIG, SIGKILL);  // a test that dies takes its programs with it
+    const std::pair<int, const fs::path*> redirects[] = {{0, &in}, {1, &out}, {2, &err}};
+    for (const auto& [fd, path] : redirects) {
+      const int file = open(path->c_str(), fd == 0 ? O_RDONLY : outFlags, 0644);
+      if (file < 0) _exit(126);
+      dup2(file, fd);
+      close(file);
+    }
+    for (const std::string& v : env) putenv(const_cast<char*>(v.c_str()));
+    std::vector<char*> args;
+    for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
+    args.push_back(nullptr);
+    execvp(args[0], args.data());
+    _exit(127);
+  }
+  if (pid > 0) setpgid(pid, pid);  // also from here, so that the group exists before any kill
+  return pid;
 }
 
 ProcessResult Decode(int status) {
@@ -73,16 +80,10 @@ ProcessResult RunProcess(const std::vector<std::string>& argv, std::chrono::seco
   char pattern[] = "/tmp/inkweave-run-XXXXXX";
   const fs::path scratch = mkdtemp(pattern);
   const fs::path out = options.Output.empty() ? scratch / "out" : options.Output, err = scratch / "err";
-  const pid_t pid = fork();
-  if (pid == 0) {
-    Redirect(0, options.Input.empty() ? "/dev/null" : options.Input, O_RDONLY);
-    Redirect(1, out, O_WRONLY | O_CREAT | O_TRUNC);
-    Redirect(2, err, O_WRONLY | O_CREAT | O_TRUNC);
-    Exec(argv, options.Env);
-  }
+  const pid_t pid = Spawn(argv, options.Env, options.Input.empty() ? "/dev/null" : options.Input, out, err,
+                          O_WRONLY | O_CREAT | O_TRUNC);
   ProcessResult result;
   if (pid > 0) {
-    setpgid(pid, pid);  // also from here, so that the group exists before any kill
     if (options.WhileRunning) options.WhileRunning(pid);
     if (const auto status = WaitUntil(pid, Clock::now() + timeout)) {
       result = Decode(*status);
@@ -101,14 +102,7 @@ ProcessResult RunProcess(const std::vector<std::string>& argv, std::chrono::seco
 
 BackgroundProcess::BackgroundProcess(const std::vector<std::string>& argv, const fs::path& log,
                                      const std::vector<std::string>& env) {
-  pid_ = fork();
-  if (pid_ == 0) {
-    Redirect(0, "/dev/null", O_RDONLY);
-    Redirect(1, log, O_WRONLY | O_CREAT | O_APPEND);
-    Redirect(2, log, O_WRONLY | O_CREAT | O_APPEND);
-    Exec(argv, env);
-  }
-  if (pid_ > 0) setpgid(pid_, pid_);
+  pid_ = Spawn(argv, env, "/dev/null", log, log, O_WRONLY | O_CREAT | O_APPEND);
 }
 
 BackgroundProcess::~BackgroundProcess() { Stop(); }
@@ -141,7 +135,6 @@ int FreeLoopbackPort() {
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  address.sin_port = 0;
   socklen_t length = sizeof address;
   int port = 0;
   if (fd >= 0 && bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
