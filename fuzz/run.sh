@@ -6,14 +6,11 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds="${1:-60}"
-shift || true
-names=("$@")
+names=("${@:2}")
 [ ${#names[@]} -eq 0 ] && names=(decoder plugin page_plan filter)
 
-launcher=()
-command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
 CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DINKWEAVE_FUZZ=ON \
-  -DINKWEAVE_TESTS=OFF "${launcher[@]}" >/dev/null
+  -DINKWEAVE_TESTS=OFF -DCMAKE_CXX_COMPILER_LAUNCHER="$(command -v ccache || true)" >/dev/null
 cmake --build build-fuzz -j "$(nproc 2>/dev/null || echo 2)" --target make-fuzz-seeds $(printf 'fuzz-%s ' "${names[@]}")
 rm -rf build-fuzz/seeds
 build-fuzz/fuzz/make-fuzz-seeds build-fuzz/seeds
@@ -34,7 +31,7 @@ for name in "${names[@]}"; do
     echo "fuzz-$name: FAILED (input in build-fuzz/crash-$name-*, log $log)" >&2
     exit 1
   fi
-  execs=$(grep -o 'stat::number_of_executed_units: *[0-9]*' "$log" | grep -o '[0-9]*$' || echo "?")
+  runs=$(grep -o 'stat::number_of_executed_units: *[0-9]*' "$log" | grep -o '[0-9]*$' || echo "?")
   cov=$(grep -o 'cov: [0-9]*' "$log" | tail -n 1 || echo "cov: ?")
-  echo "fuzz-$name: ${seconds}s, $execs runs, $cov edges, corpus $(ls "build-fuzz/corpus/$name" | wc -l) inputs, no finding"
+  echo "fuzz-$name: ${seconds}s, $runs runs, $cov edges, corpus $(ls "build-fuzz/corpus/$name" | wc -l) inputs, no finding"
 done
