@@ -111,7 +111,13 @@ TEST(Command, EveryInvocationExitsWithItsWordsAndLeavesTheOutputAlone) {
       {{print, page, "-o", out, "--halftone=difusion"}, 2, "did you mean 'diffusion'?"},
       {{print, page, "-o", out, "--band-height", "20"}, 2, "multiple of 16"},
       {{print, page, "-o", out, "--band-height", "0"}, 2, "--band-height"},
+      // The offending item quoted whole: a lost quote or a changed reason fails here.
       {{print, page, "-o", out, "--pages", "3-1"}, 2, "--pages 3-1: '3-1' runs backwards"},
+      {{print, page, "-o", out, "--pages", ""}, 2, "--pages : no pages named (write e.g. 1-3,7)"},
+      {{print, page, "-o", out, "--pages", "1, a"}, 2, "--pages 1, a: 'a' is not a page number (pages count from 1)"},
+      {{print, page, "-o", out, "--pages", "0"}, 2, "--pages 0: '0' is not a page number (pages count from 1)"},
+      {{print, page, "-o", out, "--pages=-2"}, 2, "--pages -2: '-2' is not a page range (write e.g. 2-5 or 3-)"},
+      {{print, page, "-o", out, "--pages", "1,,2"}, 2, "--pages 1,,2: empty item (write e.g. 1-3,7)"},
       {{print, page, "-o", out, "--pages", "5"}, 2, "only 1 page"},
       {{print, page, "-o", out, "--scale", "2000%"}, 2, "--scale"},
       {{print, page, "-o", out, "--input-profile", dir / "notes.txt"}, 2, "notes.txt: not an ICC colour profile"},

@@ -1,4 +1,5 @@
-// The option values that are parsed by hand: page ranges, the scale, and where a page lands.
+// The option values that are parsed by hand: page ranges, the scale, and where a page lands (the messages
+// of the values refused are in the command grid).
 #include <gtest/gtest.h>
 
 #include <tuple>
@@ -16,26 +17,6 @@ TEST(PagesOption, RangesListsAndOpenEnds) {
   for (int p : {4, 5, 6, 8}) EXPECT_FALSE(pages->Contains(p)) << p;
   EXPECT_EQ(pages->Highest(), 9);  // an open end asks for no page beyond its start
   EXPECT_TRUE(PageSelection{}.Contains(12345));
-}
-
-TEST(PagesOption, RejectsWhatIsNotAPageListWithTheWholeMessage) {
-  // The offending item quoted whole: a lost quote or a changed reason fails here.
-  const struct {
-    const char* Text;
-    const char* Error;
-  } kBad[] = {
-      {"", "--pages : no pages named (write e.g. 1-3,7)"},
-      {"0", "--pages 0: '0' is not a page number (pages count from 1)"},
-      {"1, a", "--pages 1, a: 'a' is not a page number (pages count from 1)"},
-      {"-2", "--pages -2: '-2' is not a page range (write e.g. 2-5 or 3-)"},
-      {"3-1", "--pages 3-1: '3-1' runs backwards"},
-      {"1,,2", "--pages 1,,2: empty item (write e.g. 1-3,7)"},
-  };
-  for (const auto& bad : kBad) {
-    std::string error;
-    EXPECT_FALSE(ParsePages(bad.Text, &error)) << bad.Text;
-    EXPECT_EQ(error, bad.Error);
-  }
 }
 
 TEST(ScaleOption, FitOrPercentWithinLimits) {
