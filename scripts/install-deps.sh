@@ -4,7 +4,7 @@ set -euo pipefail
 
 packages=(
   build-essential cmake ninja-build pkg-config git clang-format
-  libgtest-dev libgmock-dev libbenchmark-dev
+  libgtest-dev libgmock-dev libbenchmark-dev libgnutls28-dev  # GnuTLS: the tests' SHA-256 digests
 )
 # Extra groups, asked for by name: ./scripts/install-deps.sh [image] [cups] [pappl] [windows] [bench] [clang]
 for group in "$@"; do
