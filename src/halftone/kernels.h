@@ -18,6 +18,15 @@ using DitherStretchFn = void (*)(const std::uint32_t* inks, const std::uint32_t*
 
 DitherStretchFn DitherStretchFor(InstructionSet set);
 
+// The keys of 32 pixels of three bytes side by side from `pixels` (keys[j] = PixelKey of pixel j), and
+// which of them differ from the one before: bit j of the answer is set where keys[j] != keys[j - 1],
+// `before` standing for keys[-1]. The vector kernels read kStretchKeysReach bytes from `pixels` (the
+// last four pixels as one 16-byte load); the caller makes sure that they lie in the band.
+inline constexpr int kStretchKeysReach = 100;
+using StretchKeysFn = std::uint32_t (*)(const std::uint8_t* pixels, std::uint32_t before, std::uint32_t* keys);
+
+StretchKeysFn StretchKeysFor(InstructionSet set);
+
 }  // namespace inkweave::detail
 
 namespace inkweave::detail {

@@ -18,6 +18,7 @@
 // height - 1 at the band's stride) is never read and counts as white (no dot); every write and the
 // black pass stop at the end of PlaneBuffer.
 #include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -171,6 +172,7 @@ struct ColorStripe {
   const DeviceState* state;
   ConvertPixelsFn convert;
   detail::DitherStretchFn dither;
+  detail::StretchKeysFn keys;
   PixelMemory memory;
   ColorMemory colors;  // not used in monochrome, where a conversion costs less than a look-up
 };
@@ -182,81 +184,94 @@ void ConvertStretch(ColorStripe& s, const std::uint32_t* keys, int count, std::u
     ConvertThroughMemory(s.colors, s.convert, keys, count, out, *s.state);
 }
 
+// A stretch of one colour: one memory look-up, and nothing at all when it is white.
+bool OneColour(ColorStripe& s, std::uint32_t key, std::uint32_t* inks) {
+  if (key != s.memory.key) ConvertStretch(s, &key, 1, &s.memory.inks), s.memory.key = key, s.memory.converted = true;
+  const std::uint32_t v = s.memory.inks;
+  if ((v & 0xFFFFFF) == 0xFFFFFF) return false;
+  std::fill(inks, inks + detail::kDitherStretch, v);
+  return true;
+}
+
 // The packed lightness of one stretch of dots x0..x0+31 into inks, dot x at index x - x0; dots outside
 // lo..hi-1 stay white (255 in every byte). The pixels that differ from the one before them are converted
 // in one call. `wide`: every pixel of the stretch may be read as four bytes (its next byte lies in the
-// band too). Answers false when no dot of the stretch can be set (all white).
+// band too); `keyed`: the stretch is whole and its keys kernel's reach lies in the band. Answers false
+// when no dot of the stretch can be set (all white).
 bool FillStretch(ColorStripe& s, const std::uint8_t* bits, std::ptrdiff_t base, std::ptrdiff_t step, int x0, int lo,
-                 int hi, bool wide, std::uint32_t* inks) {
+                 int hi, bool wide, bool keyed, std::uint32_t* inks) {
   constexpr int kStretch = detail::kDitherStretch;
   const std::uint8_t* first = bits + base + step * lo;
   const bool whole = hi - lo == kStretch;
   if (!whole) std::fill(inks, inks + kStretch, 0xFFFFFFFFu);
 
-  // A stretch of one colour (portrait, whole): one memory look-up.
-  if (step == 3 && whole && std::memcmp(first, first + 3, 3 * (kStretch - 1)) == 0) {
-    const std::uint32_t key = PixelKey(first);
-    if (key != s.memory.key) ConvertStretch(s, &key, 1, &s.memory.inks), s.memory.key = key, s.memory.converted = true;
-    const std::uint32_t v = s.memory.inks;
-    if ((v & 0xFFFFFF) == 0xFFFFFF) return false;
-    std::fill(inks, inks + kStretch, v);
-    return true;
+  // The keys, and bit x - x0 set where dot x's key differs from the one before (the memory's before lo).
+  std::uint32_t keys[kStretch];
+  std::uint32_t differ = 0;
+  if (keyed) {
+    differ = s.keys(first, s.memory.key, keys);
+    if ((differ & ~1u) == 0) return OneColour(s, keys[0], inks);
+  } else {
+    // A stretch of one colour (portrait, whole): one memory look-up.
+    if (step == 3 && whole && std::memcmp(first, first + 3, 3 * (kStretch - 1)) == 0)
+      return OneColour(s, PixelKey(first), inks);
+    std::uint32_t last = s.memory.key;
+    for (int x = lo; x < hi; ++x) {
+      const std::uint8_t* pixel = bits + base + step * x;
+      const std::uint32_t key = wide ? PixelKeyWide(pixel) : PixelKey(pixel);
+      keys[x - x0] = key;
+      differ |= static_cast<std::uint32_t>(key != last) << (x - x0);
+      last = key;
+    }
   }
 
   // Monochrome: every pixel converted (its conversion costs less than the look-ups that would spare
   // it), then a pixel equal to the one before takes its inks, as the memory rule has it (the white
   // that the memory starts with is not converted); the three inks alike.
   if (s.state->ColorMode == 1) {
-    std::uint32_t keys[kStretch];
     std::uint32_t* light = inks + (lo - x0);
+    const std::uint32_t* own = keys + (lo - x0);
     const int count = hi - lo;
-    for (int x = lo; x < hi; ++x) {
-      const std::uint8_t* pixel = bits + base + step * x;
-      keys[x - lo] = wide ? PixelKeyWide(pixel) : PixelKey(pixel);
-    }
-    s.convert(keys, count, light, *s.state);
+    s.convert(own, count, light, *s.state);
     if (!s.memory.converted) {
       for (int i = 0; i < count; ++i) {
-        if (keys[i] == s.memory.key)
+        if (own[i] == s.memory.key)
           light[i] = s.memory.inks;
         else
-          s.memory = {keys[i], light[i], true};
+          s.memory = {own[i], light[i], true};
       }
     }
     // A converted memory gives an equal pixel what converting it gives.
-    if (s.memory.converted) s.memory = {keys[count - 1], light[count - 1], true};
+    if (s.memory.converted) s.memory = {own[count - 1], light[count - 1], true};
     return AnyInk(light, count);
   }
 
-  std::uint32_t keys[kStretch];
-  std::uint32_t fresh[kStretch];
-  int count = 0;
-  std::uint32_t last = s.memory.key;
-  for (int x = lo; x < hi; ++x) {
-    const std::uint8_t* pixel = bits + base + step * x;
-    const std::uint32_t key = wide ? PixelKeyWide(pixel) : PixelKey(pixel);
-    keys[x - x0] = key;
-    if (key != last) fresh[count++] = last = key;
-  }
   // Every pixel differs from the one before it (photographs): the conversions are the inks.
-  if (whole && count == kStretch) {
-    ConvertStretch(s, fresh, count, inks);
-    s.memory = {last, inks[kStretch - 1], true};
+  if (differ == 0xFFFFFFFFu) {
+    ConvertStretch(s, keys, kStretch, inks);
+    s.memory = {keys[kStretch - 1], inks[kStretch - 1], true};
     return AnyInk(inks, kStretch);
   }
+  std::uint32_t fresh[kStretch];
+  int count = 0;
+  for (std::uint32_t d = differ; d != 0; d &= d - 1) fresh[count++] = keys[std::countr_zero(d)];
   std::uint32_t converted[kStretch];
   if (count > 0) ConvertStretch(s, fresh, count, converted);
 
+  // Each run of equal pixels takes its conversion (the memory's inks before the first new key).
   std::uint32_t v = s.memory.inks;
   std::uint32_t white = 0xFFFFFF;
-  last = s.memory.key;
-  for (int x = lo, next = 0; x < hi; ++x) {
-    const std::uint32_t key = keys[x - x0];
-    if (key != last) v = converted[next++], last = key;
-    inks[x - x0] = v;
-    white &= v;
+  int x = lo - x0;
+  int next = 0;
+  for (std::uint32_t d = differ; d != 0; d &= d - 1) {
+    const int at = std::countr_zero(d);
+    if (at > x) std::fill(inks + x, inks + at, v), white &= v;
+    v = converted[next++];
+    x = at;
   }
-  s.memory = {last, v, s.memory.converted || count > 0};
+  std::fill(inks + x, inks + (hi - x0), v);
+  white &= v;
+  s.memory = {count > 0 ? fresh[count - 1] : s.memory.key, v, s.memory.converted || count > 0};
   return white != 0xFFFFFF;
 }
 
@@ -269,7 +284,7 @@ std::uint32_t DitherColor(DeviceState& state, int firstLine, int width, const Ba
   const std::ptrdiff_t stride = band.Stride;
   const std::int64_t offset = PageOffset(params, landscape);
   const InstructionSet set = ActiveInstructionSet();
-  ColorStripe s{&state, ConvertPixelsFor(set), detail::DitherStretchFor(set), {}, {}};
+  ColorStripe s{&state, ConvertPixelsFor(set), detail::DitherStretchFor(set), detail::StretchKeysFor(set), {}, {}};
   ClearColorMemory(s.colors);
   std::uint64_t flag = 0;
 
@@ -289,12 +304,17 @@ std::uint32_t DitherColor(DeviceState& state, int firstLine, int width, const Ba
     const std::ptrdiff_t step = landscape ? -stride : 3;
     const DotRun run = InsideRun(window, base, step, 3, width);
     const DotRun wide = InsideRun(window, base, step, 4, width);  // a pixel's next byte is in the band too
+    // Portrait: the stretches whose keys kernel reads nothing outside the band (its last pixel's reach).
+    const DotRun keyed =
+        landscape ? DotRun{0, 0} : InsideRun(window, base, step, detail::kStretchKeysReach - 3 * (kStretch - 1), width);
 
     // Cyan, magenta and yellow dots, a stretch of 32 at a time, ORed into the planes.
     for (int x0 = run.first & ~(kStretch - 1); x0 < run.last; x0 += kStretch) {
       alignas(32) std::uint32_t inks[kStretch];
-      if (!FillStretch(s, band.Bits, base, step, x0, std::max(x0, run.first), std::min(x0 + kStretch, run.last),
-                       x0 >= wide.first && x0 + kStretch <= wide.last, inks))
+      const int lo = std::max(x0, run.first);
+      const int hi = std::min(x0 + kStretch, run.last);
+      if (!FillStretch(s, band.Bits, base, step, x0, lo, hi, x0 >= wide.first && x0 + kStretch <= wide.last,
+                       hi - lo == kStretch && x0 >= keyed.first && x0 + kStretch <= keyed.last, inks))
         continue;
       std::uint32_t dots[3];
       s.dither(inks, limits + (x0 & (kDitherSize - 1)), dots);
