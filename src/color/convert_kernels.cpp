@@ -42,14 +42,10 @@ void ConvertPixelsPortable(const std::uint32_t* keys, int count, std::uint32_t* 
   for (int i = 0; i < count; ++i) out[i] = ConvertKey(keys[i], state);
 }
 
-#if INKWEAVE_X86_KERNELS
-
-// What the SIMD kernels need of a colour pixel: its cell's base grid point and its weights, or null
-// when the pixel takes one of the special cases.
-struct Cell {
-  const std::uint8_t* Base;
-  const std::uint8_t* Weights;
-};
+void ConvertPreparedPortable(const std::uint32_t* keys, int count, std::uint32_t* out, const DeviceState& state,
+                             const ConvertParts& /*parts*/) {
+  ConvertPixelsPortable(keys, count, out, state);
+}
 
 // What a curve output v contributes to its cell, per channel, so that the three channels' parts add up
 // without carries: the grid offset of its cell (bits 0..15, at most 18,420), its place in the weight
@@ -73,15 +69,24 @@ constexpr ChannelParts MakeChannelParts() {
 constexpr ChannelParts kChannelParts = MakeChannelParts();
 static_assert(GridOffset(15, 15, 15) < 1 << 16);
 
-[[gnu::always_inline]] inline Cell CellOf(std::uint32_t key, const std::uint8_t* curves, const std::uint8_t* lut) {
-  const std::uint32_t r = curves[kCurveRed * 256 + (key & 255)];
-  const std::uint32_t g = curves[(kCurveRed + 1) * 256 + ((key >> 8) & 255)];
-  const std::uint32_t b = curves[(kCurveRed + 2) * 256 + (key >> 16)];
-  const std::uint32_t cell = kChannelParts.Of[0][r] + kChannelParts.Of[1][g] + kChannelParts.Of[2][b];
+#if INKWEAVE_X86_KERNELS
+
+// What the SIMD kernels need of a colour pixel: its cell's base grid point and its weights, or null
+// when the pixel takes one of the special cases.
+struct Cell {
+  const std::uint8_t* Base;
+  const std::uint8_t* Weights;
+};
+
+// A pixel's cell from its three prepared parts. The special cases are white input, the six
+// full-intensity corners and neutral input; a pixel whose three fractions are equal (every neutral
+// one) goes to ConvertPixel as well, which converts any pixel exactly.
+[[gnu::always_inline]] inline Cell CellOf(std::uint32_t key, const ConvertParts& parts, const std::uint8_t* lut) {
+  const std::uint32_t cell = parts.Of[0][key & 255] + parts.Of[1][(key >> 8) & 255] + parts.Of[2][key >> 16];
   const bool white = key == 0xFFFFFF;
   const bool corner = cell >= 3 * kPartExtreme;
-  const bool neutral = ((r ^ g) | (g ^ b)) == 0 && (r & 15) != 0;
-  if (white | corner | neutral) return {nullptr, nullptr};
+  const bool even = ((cell ^ (cell >> 4)) & 0xFF0000) == 0;  // red, green and blue fractions alike
+  if (white | corner | even) return {nullptr, nullptr};
   return {lut + (cell & 0xFFFF), InterpolationWeights[(cell >> 16) & 0xFFF]};
 }
 
@@ -99,8 +104,9 @@ INKWEAVE_TARGET_SSE41 inline __m128i CornerPairs(const std::uint8_t* p, std::siz
 }
 
 // Four 16-bit ink sums (each at most 255 x 255) divided by 255, complemented and packed as cyan lowest.
+// x / 255 is (x * 0x8081) >> 23 for every 16-bit x.
 INKWEAVE_TARGET_SSE41 inline std::uint32_t Lightness(__m128i sums) {
-  const __m128i q = _mm_srli_epi16(_mm_add_epi16(_mm_add_epi16(sums, _mm_set1_epi16(1)), _mm_srli_epi16(sums, 8)), 8);
+  const __m128i q = _mm_srli_epi16(_mm_mulhi_epu16(sums, _mm_set1_epi16(static_cast<short>(0x8081))), 7);
   const __m128i light = _mm_sub_epi16(_mm_set1_epi16(255), q);
   return static_cast<std::uint32_t>(_mm_cvtsi128_si32(_mm_packus_epi16(light, light)));
 }
@@ -149,8 +155,8 @@ inline void GrayInksAt(const std::uint32_t* index, int count, std::uint32_t* out
 constexpr std::size_t kRedStep = GridOffset(1, 0, 0);
 constexpr std::size_t kGreenStep = GridOffset(0, 1, 0);
 
-INKWEAVE_TARGET_SSE41 void ConvertPixelsSse41(const std::uint32_t* keys, int count, std::uint32_t* out,
-                                              const DeviceState& state) {
+INKWEAVE_TARGET_SSE41 void ConvertPreparedSse41(const std::uint32_t* keys, int count, std::uint32_t* out,
+                                                const DeviceState& state, const ConvertParts& parts) {
   const std::uint8_t* curves = state.ToneCurves;
   const std::uint8_t* lut = state.ColorLut;
   if (state.ColorMode == 1 || curves == nullptr || lut == nullptr) {
@@ -164,7 +170,7 @@ INKWEAVE_TARGET_SSE41 void ConvertPixelsSse41(const std::uint32_t* keys, int cou
   const __m128i spread37 = _mm_setr_epi8(3, -1, 3, -1, 3, -1, 3, -1, 7, -1, 7, -1, 7, -1, 7, -1);
   const __m128i zero = _mm_setzero_si128();
   for (int i = 0; i < count; ++i) {
-    const Cell cell = CellOf(keys[i], curves, lut);
+    const Cell cell = CellOf(keys[i], parts, lut);
     if (cell.Base == nullptr) {
       out[i] = ConvertKey(keys[i], state);
       continue;
@@ -193,8 +199,8 @@ INKWEAVE_TARGET_AVX2 inline std::uint32_t ConvertOneAvx2(std::uint32_t key, cons
   return Lightness(_mm_add_epi16(sums, _mm_unpackhi_epi64(sums, sums)));
 }
 
-INKWEAVE_TARGET_AVX2 void ConvertPixelsAvx2(const std::uint32_t* keys, int count, std::uint32_t* out,
-                                            const DeviceState& state) {
+INKWEAVE_TARGET_AVX2 void ConvertPreparedAvx2(const std::uint32_t* keys, int count, std::uint32_t* out,
+                                              const DeviceState& state, const ConvertParts& parts) {
   const std::uint8_t* curves = state.ToneCurves;
   const std::uint8_t* lut = state.ColorLut;
   if (state.ColorMode == 1 || curves == nullptr || lut == nullptr) {
@@ -207,20 +213,45 @@ INKWEAVE_TARGET_AVX2 void ConvertPixelsAvx2(const std::uint32_t* keys, int count
   const __m256i spreadB = _mm256_setr_epi8(2, -1, 2, -1, 2, -1, 2, -1, 6, -1, 6, -1, 6, -1, 6, -1,  //
                                            3, -1, 3, -1, 3, -1, 3, -1, 7, -1, 7, -1, 7, -1, 7, -1);
   for (int i = 0; i < count; ++i)
-    out[i] = ConvertOneAvx2(keys[i], CellOf(keys[i], curves, lut), state, spreadA, spreadB);
+    out[i] = ConvertOneAvx2(keys[i], CellOf(keys[i], parts, lut), state, spreadA, spreadB);
+}
+
+// The kernels as ConvertPixelsFn: the parts prepared for this call alone.
+template <ConvertPreparedFn kPrepared>
+void ConvertPixelsOnce(const std::uint32_t* keys, int count, std::uint32_t* out, const DeviceState& state) {
+  ConvertParts parts;
+  PrepareConvertParts(state, parts);
+  kPrepared(keys, count, out, state, parts);
 }
 
 #endif  // INKWEAVE_X86_KERNELS
 
 }  // namespace
 
+void PrepareConvertParts(const DeviceState& state, ConvertParts& parts) {
+  if (state.ColorMode == 1 || state.ToneCurves == nullptr) return;
+  for (int c = 0; c < 3; ++c) {
+    const std::uint8_t* curve = state.ToneCurves + (kCurveRed + c) * 256;
+    for (int v = 0; v < 256; ++v) parts.Of[c][v] = kChannelParts.Of[c][curve[v]];
+  }
+}
+
 ConvertPixelsFn ConvertPixelsFor(InstructionSet set) {
 #if INKWEAVE_X86_KERNELS
-  if (set == InstructionSet::kAvx2) return &ConvertPixelsAvx2;
-  if (set == InstructionSet::kSse41) return &ConvertPixelsSse41;
+  if (set == InstructionSet::kAvx2) return &ConvertPixelsOnce<&ConvertPreparedAvx2>;
+  if (set == InstructionSet::kSse41) return &ConvertPixelsOnce<&ConvertPreparedSse41>;
 #endif
   static_cast<void>(set);
   return &ConvertPixelsPortable;
+}
+
+ConvertPreparedFn ConvertPreparedFor(InstructionSet set) {
+#if INKWEAVE_X86_KERNELS
+  if (set == InstructionSet::kAvx2) return &ConvertPreparedAvx2;
+  if (set == InstructionSet::kSse41) return &ConvertPreparedSse41;
+#endif
+  static_cast<void>(set);
+  return &ConvertPreparedPortable;
 }
 
 }  // namespace inkweave

@@ -31,6 +31,21 @@ using ConvertPixelsFn = void (*)(const std::uint32_t* keys, int count, std::uint
 // The conversion kernel of an instruction set (the portable one for a set this build has no kernel for).
 ConvertPixelsFn ConvertPixelsFor(InstructionSet set);
 
+// What each input byte of a channel contributes to a colour pixel's cell, through the device's tone
+// curve of that channel: made once per renderer call (3 KiB), so that a pixel takes three look-ups.
+struct ConvertParts {
+  std::uint32_t Of[3][256];
+};
+
+// Fills parts from the state's curves (nothing in monochrome or without curves, where they are not used).
+void PrepareConvertParts(const DeviceState& state, ConvertParts& parts);
+
+// The same conversion as ConvertPixelsFn with the parts prepared from the same state.
+using ConvertPreparedFn = void (*)(const std::uint32_t* keys, int count, std::uint32_t* out, const DeviceState& state,
+                                   const ConvertParts& parts);
+
+ConvertPreparedFn ConvertPreparedFor(InstructionSet set);
+
 // The colour memory of a renderer call: the last 256 distinct colours converted, direct-mapped by a
 // hash of the key. Real pages repeat colours well beyond the neighbouring pixel (text, its edges,
 // flat fills, the pixel above); a colour found here is not converted again. The conversion is a pure
@@ -53,11 +68,12 @@ inline void ClearColorMemory(ColorMemory& memory) {
 }
 
 // Converts count keys into out through the memory: the keys it holds are answered from it, the others
-// converted in one call of the kernel and remembered.
-inline void ConvertThroughMemory(ColorMemory& memory, ConvertPixelsFn convert, const std::uint32_t* keys, int count,
-                                 std::uint32_t* out, const DeviceState& state) {
+// converted in one call of convert(keys, count, out) and remembered.
+template <class Convert>
+void ConvertThroughMemory(ColorMemory& memory, const Convert& convert, const std::uint32_t* keys, int count,
+                          std::uint32_t* out) {
   if (memory.LookUps >= ColorMemory::kTrial && memory.Found < memory.LookUps / 8) {
-    convert(keys, count, out, state);
+    convert(keys, count, out);
     return;
   }
   constexpr int kMost = 256;
@@ -80,7 +96,7 @@ inline void ConvertThroughMemory(ColorMemory& memory, ConvertPixelsFn convert, c
     memory.LookUps += static_cast<std::uint32_t>(n);
     memory.Found += static_cast<std::uint32_t>(n - misses);
     if (misses == 0) continue;
-    convert(missing, misses, converted, state);
+    convert(missing, misses, converted);
     for (int m = 0; m < misses; ++m) {
       const int at = static_cast<int>((missing[m] * 0x9E3779B1u) >> 24);
       memory.Key[at] = missing[m];

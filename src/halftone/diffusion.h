@@ -120,9 +120,10 @@ inline std::uint64_t PackedInks(std::uint32_t packed, const std::int16_t (*split
 // The one-entry conversion cache of a call: a pixel equal to the last key reuses its amounts. It
 // starts on white with no ink, so white never reaches ConvertPixel until another colour was seen.
 struct ConversionCache {
-  ConvertPixelsFn Convert;  // the active instruction set's conversion kernel
-  ColorMemory Colors;       // the colours converted lately
-  std::uint32_t Key;        // PixelKey of the last pixel
+  ConvertPreparedFn Convert;  // the active instruction set's conversion kernel
+  ConvertParts Parts;         // its look-ups for this call's curves
+  ColorMemory Colors;         // the colours converted lately
+  std::uint32_t Key;          // PixelKey of the last pixel
   InkAmounts Amounts;
   std::uint64_t Packed;  // the same in 16-bit lanes (PackedInks), kept by AmountsOfStretchPacked only
   const std::int16_t (*Split)[4];
@@ -132,7 +133,8 @@ struct ConversionCache {
 // Chooses the ink-split table, converts black once for YellowCap and primes the cache with white.
 inline ConversionCache StartConversion(const DeviceState& state) {
   ConversionCache cache;
-  cache.Convert = ConvertPixelsFor(ActiveInstructionSet());
+  cache.Convert = ConvertPreparedFor(ActiveInstructionSet());
+  PrepareConvertParts(state, cache.Parts);
   ClearColorMemory(cache.Colors);
   cache.Split = InkSplitTable[InkSplitTableIndex(state)];
   std::uint8_t black[4] = {0, 0, 0, 0};
@@ -170,11 +172,14 @@ inline int ConvertFresh(ConversionCache& cache, const std::uint32_t* keys, int c
     distinct += keys[i] != last;
     last = keys[i];
   }
+  const auto convert = [&cache, &state](const std::uint32_t* some, int n, std::uint32_t* to) {
+    cache.Convert(some, n, to, state, cache.Parts);
+  };
   // Monochrome converts for less than a look-up in the colour memory costs.
   if (state.ColorMode == 1)
-    cache.Convert(fresh, distinct, converted, state);
+    convert(fresh, distinct, converted);
   else
-    ConvertThroughMemory(cache.Colors, cache.Convert, fresh, distinct, converted, state);
+    ConvertThroughMemory(cache.Colors, convert, fresh, distinct, converted);
   return distinct;
 }
 

@@ -250,7 +250,7 @@ std::uint64_t PackedAmountsOf(MultiStripe& s, const std::uint32_t* keys, int n, 
   if (lead == n) return any;
   // Monochrome gives the gray byte in all four bytes of a conversion.
   std::uint32_t converted[kRunDots];
-  s.Cache.Convert(keys + lead, n - lead, converted, *s.State);
+  s.Cache.Convert(keys + lead, n - lead, converted, *s.State, s.Cache.Parts);
   for (int i = lead; i < n; ++i) {
     const std::uint64_t packed = s.GrayAmounts[converted[i - lead] >> 24];
     amounts[std::ptrdiff_t{i} * stride] = packed;

@@ -170,18 +170,22 @@ bool AnyInk(const std::uint32_t* inks, int count) {
 // What a colour stripe works with: its kernels and its conversion memory.
 struct ColorStripe {
   const DeviceState* state;
-  ConvertPixelsFn convert;
+  ConvertPreparedFn convert;
   detail::DitherStretchFn dither;
   detail::StretchKeysFn keys;
   PixelMemory memory;
   ColorMemory colors;  // not used in monochrome, where a conversion costs less than a look-up
+  ConvertParts parts;
 };
 
 void ConvertStretch(ColorStripe& s, const std::uint32_t* keys, int count, std::uint32_t* out) {
+  const auto convert = [&s](const std::uint32_t* some, int n, std::uint32_t* to) {
+    s.convert(some, n, to, *s.state, s.parts);
+  };
   if (s.state->ColorMode == 1)
-    s.convert(keys, count, out, *s.state);
+    convert(keys, count, out);
   else
-    ConvertThroughMemory(s.colors, s.convert, keys, count, out, *s.state);
+    ConvertThroughMemory(s.colors, convert, keys, count, out);
 }
 
 // A stretch of one colour: one memory look-up, and nothing at all when it is white.
@@ -232,7 +236,7 @@ bool FillStretch(ColorStripe& s, const std::uint8_t* bits, std::ptrdiff_t base, 
     std::uint32_t* light = inks + (lo - x0);
     const std::uint32_t* own = keys + (lo - x0);
     const int count = hi - lo;
-    s.convert(own, count, light, *s.state);
+    s.convert(own, count, light, *s.state, s.parts);
     if (!s.memory.converted) {
       for (int i = 0; i < count; ++i) {
         if (own[i] == s.memory.key)
@@ -284,8 +288,10 @@ std::uint32_t DitherColor(DeviceState& state, int firstLine, int width, const Ba
   const std::ptrdiff_t stride = band.Stride;
   const std::int64_t offset = PageOffset(params, landscape);
   const InstructionSet set = ActiveInstructionSet();
-  ColorStripe s{&state, ConvertPixelsFor(set), detail::DitherStretchFor(set), detail::StretchKeysFor(set), {}, {}};
+  ColorStripe s{&state, ConvertPreparedFor(set), detail::DitherStretchFor(set), detail::StretchKeysFor(set), {}, {},
+                {}};
   ClearColorMemory(s.colors);
+  PrepareConvertParts(state, s.parts);
   std::uint64_t flag = 0;
 
   for (int l = 0; l < lineCount; ++l) {
