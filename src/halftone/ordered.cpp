@@ -102,6 +102,14 @@ inline void OrDots(std::uint8_t* planes, std::ptrdiff_t index, std::uint32_t bit
   if (bits != 0 && index < kBufferBytes) planes[index] |= static_cast<std::uint8_t>(bits);
 }
 
+// ORs the four plane bytes of a stretch, given as one little-endian word, into the plane at `at`.
+inline void OrStretch(std::uint8_t* at, std::uint32_t bits) {
+  std::uint32_t word;
+  std::memcpy(&word, at, 4);
+  word |= bits;
+  std::memcpy(at, &word, 4);
+}
+
 // The black pass of one colour line: over bytes i = 0..width-1 from the line's start, the bits common
 // to cyan, magenta and yellow byte i move to black byte i. Answers the OR of the colour bytes before
 // the removal. The pass stops where black byte i would lie past the buffer.
@@ -324,11 +332,17 @@ std::uint32_t DitherColor(DeviceState& state, int firstLine, int width, const Ba
         continue;
       std::uint32_t dots[3];
       s.dither(inks, limits + (x0 & (kDitherSize - 1)), dots);
-      for (int b = 0; b < kStretch / 8; ++b) {
-        const std::ptrdiff_t byte = lineStart + (x0 >> 3) + b;
-        OrDots(planes, byte + kCyanAt, (dots[0] >> (8 * b)) & 0xFF);
-        OrDots(planes, byte + kMagentaAt, (dots[1] >> (8 * b)) & 0xFF);
-        OrDots(planes, byte + kYellowAt, (dots[2] >> (8 * b)) & 0xFF);
+      const std::ptrdiff_t byte = lineStart + (x0 >> 3);
+      if (std::endian::native == std::endian::little && byte + kYellowAt + kStretch / 8 <= kBufferBytes) {
+        OrStretch(planes + byte + kCyanAt, dots[0]);  // byte b of the word: positions 8b..8b+7
+        OrStretch(planes + byte + kMagentaAt, dots[1]);
+        OrStretch(planes + byte + kYellowAt, dots[2]);
+      } else {
+        for (int b = 0; b < kStretch / 8; ++b) {
+          OrDots(planes, byte + b + kCyanAt, (dots[0] >> (8 * b)) & 0xFF);
+          OrDots(planes, byte + b + kMagentaAt, (dots[1] >> (8 * b)) & 0xFF);
+          OrDots(planes, byte + b + kYellowAt, (dots[2] >> (8 * b)) & 0xFF);
+        }
       }
     }
 
