@@ -4,9 +4,10 @@
 // by side), their four inks widen to 16-bit lanes, are multiplied by the corner weights and summed,
 // and the four sums are divided by 255 at once. The weights sum to 255, so no 16-bit lane can
 // overflow and the result is the scalar formula's bit for bit. The base corner takes what the other
-// seven weights leave of 255: the table's byte 0 is raised by the rounding loss. A grid point needs no
-// case of its own (its weights are 255 and seven zeros); white input, the six full-intensity corners
-// and neutral pixels go to ConvertPixel.
+// seven weights leave of 255: the table's byte 0 is raised by the rounding loss. White input, the six
+// full-intensity corners and the pixels whose three fractions are alike (every neutral pixel and every
+// grid point among them) go to ConvertPixel. A pixel's cell comes from three prepared parts, one per
+// channel, that fold the device's tone curve into the cell's offset and weight index.
 #include <cstring>
 
 #include "src/color/color_internal.h"
