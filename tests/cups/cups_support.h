@@ -1,5 +1,5 @@
-// Shared by the CUPS tests: running a program with captured output, writing CUPS raster streams, and
-// reading a printer stream back through the decoder.
+// Shared by the CUPS and printer-app tests: writing CUPS raster streams, and reading a printer stream
+// back through the decoder: where the ink landed.
 #pragma once
 
 #include <fcntl.h>
@@ -8,6 +8,7 @@
 #include <cups/raster.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -25,22 +26,9 @@ namespace inkweave::cupstest {
 
 namespace fs = std::filesystem;
 
+using inkweave::testing::ProcessResult;
 using inkweave::testing::ReadText;
 using inkweave::testing::TempDir;
-using RunResult = inkweave::testing::ProcessResult;
-
-// Runs argv with standard input from `input` (empty: /dev/null), `env` added to ours; `whileRunning`
-// is called with the child's pid once it started. A program still running after `timeoutSeconds` is
-// killed, and the test fails.
-inline RunResult RunProgram(const std::vector<std::string>& argv, const fs::path& input,
-                            const std::vector<std::string>& env = {},
-                            const std::function<void(pid_t)>& whileRunning = {}, int timeoutSeconds = 240) {
-  const RunResult result =
-      inkweave::testing::RunProcess(argv, std::chrono::seconds(timeoutSeconds),
-                                    {.Env = env, .Input = input, .WhileRunning = whileRunning, .Output = {}});
-  if (result.TimedOut) ADD_FAILURE() << argv[0] << " hung and was killed";
-  return result;
-}
 
 // A page of a raster stream: its header and the colour of each pixel (R, G, B or one gray byte).
 struct RasterPage {
@@ -143,9 +131,13 @@ inline Box InkBox(const decode::PrintedPage& page, std::initializer_list<int> pl
   return box;
 }
 
-// Every row of the inked box carries ink from exactly one head pass, and no row anywhere from two.
-// (Blank head rows may land twice, and passes over blank paper are fed over: only ink counts.)
-inline void ExpectRowsInkedOnce(const decode::PrintedPage& page, const Box& box) {
+// The ink of the planes lies in the box (left, top, right, bottom: dots of the printed page, right and
+// bottom past the last dot, each divided by `scale`) within `tolerance`; every row of it carries ink from
+// exactly one head pass, and no row anywhere from two. (Blank head rows may land twice, and passes over
+// blank paper are fed over: only ink counts.)
+inline void ExpectInkAt(const decode::PrintedPage& page, std::initializer_list<int> planes, std::array<double, 4> at,
+                        double tolerance, int scale = 1) {
+  const Box box = InkBox(page, planes);
   ASSERT_FALSE(box.Empty()) << "no ink on the page";
   EXPECT_EQ(page.RowsInkedTwice, 0);
   ASSERT_GT(static_cast<int>(page.InkCounts.size()), box.Bottom);
@@ -153,6 +145,10 @@ inline void ExpectRowsInkedOnce(const decode::PrintedPage& page, const Box& box)
   for (int r = box.Top; r <= box.Bottom; ++r)
     if (page.InkCounts[r] != 1 && wrong++ == 0) first = r;
   EXPECT_EQ(wrong, 0) << "rows of the box not inked exactly once, the first is row " << first;
+  EXPECT_NEAR(box.Left / scale, at[0], tolerance);
+  EXPECT_NEAR(box.Top / scale, at[1], tolerance);
+  EXPECT_NEAR((box.Right + 1) / scale, at[2], tolerance);
+  EXPECT_NEAR((box.Bottom + 1) / scale, at[3], tolerance);
 }
 
 }  // namespace inkweave::cupstest

@@ -1,7 +1,11 @@
-// The filter run as CUPS runs it, on hand-made raster streams: every raster version and pixel format,
-// odd widths, a change of device between pages, cancelling, hostile headers and malformed input (each must give an
-// "ERROR:" line and a non-zero exit, never a crash or a hang). The printer stream is checked by the
-// decoder: pages, every row printed once, the ink where the raster put it.
+// The CUPS filter run as CUPS runs it, on hand-made raster streams: every raster version and pixel format,
+// odd widths, a change of device between pages, cancelling, hostile headers and malformed input (each must
+// give an "ERROR:" line and a non-zero exit, never a crash or a hang); the printer stream is checked by the
+// decoder: pages, every row printed once, the ink where the raster put it. The page plan in process: which
+// device a raster header asks for, where the printable area lies in the raster, the job's options over the
+// PPD's defaults. And the PPD: cupstestppd passes it (every option and choice having a text in each of its
+// languages), it carries the constraints and the texts the Windows driver shares, and the PPD maker refuses
+// a translation table that lacks a text.
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -15,11 +19,24 @@
 namespace inkweave::cupstest {
 namespace {
 
+using namespace std::chrono_literals;
+using cups::PagePlan;
+using host::HighRes;
+
 const std::string kFilter = RASTERTOINKWEAVE_PATH;
 const std::string kPluginEnv = std::string("INKWEAVE_PLUGIN=") + INKWEAVE_PLUGIN_PATH;
 
-RunResult RunFilter(const fs::path& raster, const std::vector<std::string>& env = {kPluginEnv},
-                    const std::string& options = "") {
+// A program run to its end (killed after four minutes, failing the test), standard input from `input`.
+ProcessResult RunProgram(const std::vector<std::string>& argv, const fs::path& input = {},
+                         const std::vector<std::string>& env = {kPluginEnv}) {
+  const ProcessResult run =
+      inkweave::testing::RunProcess(argv, 240s, {.Env = env, .Input = input, .WhileRunning = {}, .Output = {}});
+  EXPECT_FALSE(run.TimedOut) << argv[0] << " hung and was killed";
+  return run;
+}
+// The filter on a raster given on standard input, with the job's options.
+ProcessResult RunFilter(const fs::path& raster, const std::string& options = "",
+                        const std::vector<std::string>& env = {kPluginEnv}) {
   return RunProgram({kFilter, "7", "user", "title", "1", options}, raster, env);
 }
 
@@ -40,20 +57,18 @@ RasterPage BoxPage(cups_cspace_t space, unsigned left, unsigned top) {
   return page;
 }
 
-// The box on the printed page sits where the raster put it, less the sheet's margins.
+// The box on the printed page sits where the raster put it, less the sheet's margins: colour in cyan and
+// magenta and no black but inside it, gray in black only.
 void ExpectBox(const decode::PrintedPage& page, bool color, unsigned left, unsigned top) {
   const host::PrintableArea area = host::PrintableAreaOf(*host::FindPaper("a5"), kDpi);
-  const Box box = color ? InkBox(page, {0, 1}) : InkBox(page, {3});
-  ExpectRowsInkedOnce(page, box);
-  const int x = static_cast<int>(left - area.Left), y = static_cast<int>(top - area.Top);
-  EXPECT_NEAR(box.Left, x, 2);
-  EXPECT_NEAR(box.Right, x + 99, 2);
-  EXPECT_NEAR(box.Top, y, 2);
-  EXPECT_NEAR(box.Bottom, y + 79, 2);
+  const double x = left - double(area.Left), y = top - double(area.Top);
+  ExpectInkAt(page, color ? std::initializer_list<int>{0, 1} : std::initializer_list<int>{3}, {x, y, x + 100, y + 80},
+              2);
   if (!color) {
     EXPECT_TRUE(InkBox(page, {0, 1, 2}).Empty()) << "a gray page printed colour";
   } else {
-    EXPECT_TRUE(InkBox(page, {3}).Empty() || InkBox(page, {3}).Left >= box.Left) << "ink outside the box";
+    const Box black = InkBox(page, {3});
+    EXPECT_TRUE(black.Empty() || black.Left >= InkBox(page, {0, 1}).Left) << "ink outside the box";
   }
 }
 
@@ -73,7 +88,7 @@ TEST(Filter, ReadsEveryRasterVersionAndPixelFormat) {
     else
       WriteRaster(raster, version == 2 ? CUPS_RASTER_WRITE_COMPRESSED : CUPS_RASTER_WRITE, pages);
     // Version 2 runs under error diffusion (gray pages then go to the plug-in as 24-bit bands).
-    const RunResult run = RunFilter(raster, {kPluginEnv}, version == 2 ? "InkweaveHalftone=Diffusion" : "");
+    const ProcessResult run = RunFilter(raster, version == 2 ? "InkweaveHalftone=Diffusion" : "");
     ASSERT_EQ(run.Exit, 0) << run.Err;
     for (const char* line :
          {"PAGE: 1 1\n", "PAGE: 4 1\n", "page 2 needs a new device context", "page 4 needs a new device context"})
@@ -109,8 +124,8 @@ TEST(Filter, StopsAtABandOnSigtermAndEndsTheJob) {
     cupsRasterClose(raster);
     close(fd);
   };
-  const RunResult run = inkweave::testing::RunProcess(
-      {kFilter, "7", "user", "title", "1", ""}, std::chrono::seconds(240),
+  const ProcessResult run = inkweave::testing::RunProcess(
+      {kFilter, "7", "user", "title", "1", ""}, 240s,
       {.Env = {kPluginEnv}, .Input = fifo, .WhileRunning = whileRunning, .Output = dir / "stdout"});
   EXPECT_EQ(run.Exit, 0) << run.Err;
   EXPECT_NE(run.Err.find("Job canceled"), std::string::npos) << run.Err;
@@ -163,7 +178,7 @@ TEST(Filter, RefusesBadInputWithAClearError) {
     SCOPED_TRACE(c.Name);
     TempDir dir("bad");
     c.Write(dir / "in.ras");
-    const RunResult run = RunFilter(dir / "in.ras");
+    const ProcessResult run = RunFilter(dir / "in.ras");
     EXPECT_EQ(run.Signal, 0);
     EXPECT_EQ(run.Exit, 1);
     EXPECT_NE(run.Err.find("ERROR: "), std::string::npos) << run.Err;
@@ -238,7 +253,7 @@ TEST(Filter, RefusesAHostileCompressedHeaderBeforeLibcupsSetsItUp) {
     std::vector<std::string> argv = limit;
     for (const char* arg : {kFilter.c_str(), "7", "user", "title", "1", "", ""}) argv.push_back(arg);
     argv.back() = dir / "in.ras";
-    const RunResult run = RunProgram(argv, {}, env);
+    const ProcessResult run = RunProgram(argv, {}, env);
     EXPECT_EQ(run.Exit, 1) << run.Err;
     EXPECT_NE(run.Err.find("ERROR: Page 3: Raster page of 500000000 x 1000 pixels at 150 dpi is larger than any "
                            "paper"),
@@ -251,20 +266,249 @@ TEST(Filter, RefusesAHostileCompressedHeaderBeforeLibcupsSetsItUp) {
 TEST(Filter, RefusesBadArgumentsAndAMissingPlugin) {
   TempDir dir("args");
   WriteRaster(dir / "in.ras", CUPS_RASTER_WRITE, {BoxPage(CUPS_CSPACE_RGB, 10, 10)});
-  RunResult run = RunProgram({kFilter, "7", "user"}, {});
+  ProcessResult run = RunProgram({kFilter, "7", "user"}, {}, {});
   EXPECT_EQ(run.Exit, 1);
   EXPECT_NE(run.Err.find("Usage: "), std::string::npos);
-  run = RunProgram({kFilter, "7", "user", "title", "1", "", dir / "missing.ras"}, {}, {kPluginEnv});
+  run = RunProgram({kFilter, "7", "user", "title", "1", "", dir / "missing.ras"});
   EXPECT_EQ(run.Exit, 1);
   EXPECT_NE(run.Err.find("ERROR: Unable to open raster file"), std::string::npos) << run.Err;
-  run = RunFilter(dir / "in.ras", {"INKWEAVE_PLUGIN=" + (dir / "none.so")});
+  run = RunFilter(dir / "in.ras", "", {"INKWEAVE_PLUGIN=" + (dir / "none.so")});
   EXPECT_EQ(run.Exit, 1);
   EXPECT_NE(run.Err.find("ERROR: Unable to load the render plug-in"), std::string::npos) << run.Err;
   // The raster as the file argument, and an unknown option value only warns.
-  run = RunProgram({kFilter, "7", "user", "title", "1", "InkweaveHalftone=Stipple", dir / "in.ras"}, {}, {kPluginEnv});
+  run = RunProgram({kFilter, "7", "user", "title", "1", "InkweaveHalftone=Stipple", dir / "in.ras"});
   EXPECT_EQ(run.Exit, 0) << run.Err;
   EXPECT_NE(run.Err.find("WARNING: Unknown InkweaveHalftone value \"Stipple\""), std::string::npos) << run.Err;
   EXPECT_EQ(Print(run.Out).size(), 1u);
+}
+
+PagePlan Plan(const cups_page_header2_t& header, const cups::JobOptions& options = {}) {
+  auto planned = cups::PlanPage(header, options);
+  if (auto* error = std::get_if<std::string>(&planned)) {
+    ADD_FAILURE() << *error;
+    return {};
+  }
+  return std::get<PagePlan>(planned);
+}
+
+// The sheet: the nearest known paper, else the custom code with a warning; a page wider than the head
+// cut to it with a warning. Where the printable area lies in the raster: at the margins of a whole-sheet
+// raster (also when its imaging box is near the full width), else at the imaging box's corner.
+TEST(PagePlan, TakesThePaperAndPlacesThePrintableAreaInTheRaster) {
+  struct Case {
+    unsigned Dpi;
+    double Width, Height;             // points
+    std::array<float, 4> ImagingBox;  // points, all zero: none
+    std::int16_t Code;
+    const char* Warning;  // "": none
+  } cases[] = {
+      {300, 595, 842, {}, 9, ""},
+      {300, 612, 792, {}, 1, ""},
+      {300, 600, 845, {}, 9, ""},
+      {300, 842, 595, {}, cups::kPaperUser, "custom"},
+      {300, 400, 400, {}, cups::kPaperUser, "custom"},
+      {600, 649, 918, {}, 30, "cut off"},  // envelope C4
+      {600, 595, 842, {10, 20, 585, 830}, 9, ""},
+      {600, 595, 842, {3, 3, 594, 839}, 9, ""},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::to_string(c.Width) + " x " + std::to_string(c.Height) + " box " +
+                 std::to_string(c.ImagingBox[0]));
+    const auto dots = [&](double points) { return static_cast<unsigned>(points * c.Dpi / 72); };
+    // The raster is the imaging box when it is not near the full width, else the whole sheet.
+    const bool boxed = c.ImagingBox[2] - c.ImagingBox[0] > 0 && c.ImagingBox[2] - c.ImagingBox[0] < c.Width - 6;
+    cups_page_header2_t header = PageHeader(dots(boxed ? c.ImagingBox[2] - c.ImagingBox[0] : c.Width),
+                                            dots(boxed ? c.ImagingBox[3] - c.ImagingBox[1] : c.Height), c.Dpi,
+                                            CUPS_CSPACE_RGB, c.Width, c.Height);
+    std::copy(c.ImagingBox.begin(), c.ImagingBox.end(), header.cupsImagingBBox);
+    const PagePlan plan = Plan(header);
+    EXPECT_EQ(plan.Setup.PaperSize, c.Code);
+    EXPECT_EQ(plan.Setup.Quality, c.Dpi);
+    ASSERT_EQ(plan.Warnings.size(), *c.Warning ? 1u : 0u);
+    for (const std::string& warning : plan.Warnings) EXPECT_NE(warning.find(c.Warning), std::string::npos) << warning;
+    if (c.Code == cups::kPaperUser) continue;
+    const host::PrintableArea area = host::PrintableAreaOf(*host::FindPaper(plan.PaperName), c.Dpi);
+    EXPECT_EQ(plan.Setup.PageWidth, std::min<std::uint32_t>(area.Width, host::kMaxLineDots));
+    EXPECT_EQ(plan.Setup.PageHeight, area.Height);
+    // The raster's top edge is the imaging box's: its corner measured from the sheet's top left.
+    EXPECT_EQ(plan.OffsetX, area.Left - (boxed ? std::int64_t{dots(c.ImagingBox[0])} : 0));
+    EXPECT_EQ(plan.OffsetY, area.Top - (boxed ? std::int64_t{dots(c.Height - c.ImagingBox[3])} : 0));
+  }
+}
+
+// Headers libcups takes but the filter cannot print, hostile ones among them: each refused with a message
+// naming the cause (the filter writes it as the page's error), with no undefined arithmetic on the way
+// (the sanitizers see a negative length made unsigned, an out-of-range float made integer, or an
+// enumeration loaded with a value it does not hold).
+TEST(PagePlan, RefusesHeadersItCannotPlan) {
+  const auto refusal = [](auto change) {
+    cups_page_header2_t header = PageHeader(1200, 1754, 150, CUPS_CSPACE_RGB, 595, 842);
+    change(header);
+    auto planned = cups::PlanPage(header, {});
+    const std::string* message = std::get_if<std::string>(&planned);
+    return message ? *message : std::string("planned");
+  };
+  struct Case {
+    const char* name;
+    std::function<void(cups_page_header2_t&)> change;
+    const char* expect;
+  } cases[] = {
+      {"sheet narrower than its margins", [](auto& h) { h.cupsPageSize[0] = 10; }, "leaves no printable area"},
+      {"sheet lower than its margins", [](auto& h) { h.cupsPageSize[1] = 20; }, "leaves no printable area"},
+      {"imaging box reaching past any sheet",  // the raster is the box: its top gives the raster's place
+       [](auto& h) {
+         h.cupsImagingBBox[0] = 10, h.cupsImagingBBox[2] = 586;  // as wide as the raster
+         h.cupsImagingBBox[3] = 1e30f;
+       },
+       "Imaging box"},
+      {"colour space out of range",
+       [](auto& h) {
+         const unsigned space = 0x7FFFFFFF;  // as a stream may hold it: no enumerator has it
+         std::memcpy(&h.cupsColorSpace, &space, sizeof space);
+       },
+       "colour space 2147483647"},
+      {"bytes per line", [](auto& h) { h.cupsBytesPerLine += 3; }, "3603 bytes per line"},
+      {"16-bit",
+       [](auto& h) {
+         h.cupsBitsPerColor = 16;
+         h.cupsBitsPerPixel = 48;
+         h.cupsBytesPerLine *= 2;
+       },
+       "16 bits per colour"},
+      {"CMYK",
+       [](auto& h) {
+         h.cupsColorSpace = CUPS_CSPACE_CMYK;
+         h.cupsBitsPerPixel = 32;
+         h.cupsBytesPerLine = 1200 * 4;
+       },
+       "colour space 6"},
+      {"200 dpi", [](auto& h) { h.HWResolution[0] = h.HWResolution[1] = 200; }, "resolution 200x200"},
+      {"uneven dpi", [](auto& h) { h.HWResolution[1] = 300; }, "resolution 150x300"},
+      {"colour order out of range",
+       [](auto& h) {
+         const unsigned order = 0xFFFFFFFF;
+         std::memcpy(&h.cupsColorOrder, &order, sizeof order);
+       },
+       "colour order 4294967295"},
+  };
+  for (const Case& c : cases) EXPECT_NE(refusal(c.change).find(c.expect), std::string::npos) << c.name;
+}
+
+// What the whole chain prints (the queue test) leaves out: a mode the page cannot have, a paper type
+// the plug-in does not know; each is replaced and warned of. (Colour, gray and the paper types that
+// print: the filter and queue tests.)
+TEST(PagePlan, WarnsOfMediaAndHighResolutionItCannotGive) {
+  struct Case {
+    unsigned Dpi;
+    const char* Media;
+    HighRes Mode;
+    std::uint32_t Callback;
+    bool High;
+  } cases[] = {
+      {300, "Glossy", HighRes::Print1200, host::kCallbackMediaGlossy, false},  // high resolution needs 600 dpi
+      {600, "photographic", HighRes::HighRes600, host::kCallbackMediaPhoto, true},
+      {600, "Cardboard", HighRes::Off, host::kCallbackMediaPlain, false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.Media);
+    cups_page_header2_t header = PageHeader(c.Dpi * 595 / 72, c.Dpi * 842 / 72, c.Dpi, CUPS_CSPACE_RGB, 595, 842);
+    std::strcpy(header.MediaType, c.Media);
+    const PagePlan plan = Plan(header, {host::Halftone::Dither, c.Mode});
+    EXPECT_EQ(plan.MediaCallback, c.Callback);
+    EXPECT_EQ(plan.HighResolution, c.High);
+    EXPECT_EQ(plan.Warnings.size(), c.High ? 0u : 1u);
+  }
+}
+
+TEST(JobOptions, TakeThePpdDefaultsUnderTheJobsOptions) {
+  TempDir dir("options");
+  std::string ppd = ReadText(INKWEAVE_PPD_EN_PATH);
+  for (auto [from, to] : {std::pair{"*DefaultInkweaveHalftone: Dither", "*DefaultInkweaveHalftone: Diffusion"},
+                          std::pair{"*DefaultInkweaveHighRes: Off", "*DefaultInkweaveHighRes: HighRes600"}}) {
+    const auto at = ppd.find(from);
+    ASSERT_NE(at, std::string::npos);
+    ppd.replace(at, std::strlen(from), to);
+  }
+  std::ofstream(dir / "queue.ppd") << ppd;
+  const std::string path = dir / "queue.ppd";
+
+  std::vector<std::string> warnings;
+  cups::JobOptions options = cups::ReadJobOptions(path.c_str(), "", &warnings);
+  EXPECT_EQ(options.Method, host::Halftone::Diffusion);
+  EXPECT_EQ(options.Resolution, HighRes::HighRes600);
+  // A queue set up with an earlier PPD may still send the mode it no longer offers; choices in any case.
+  options = cups::ReadJobOptions(path.c_str(), "InkweaveHighRes=Print1200 InkweaveHalftone=dither", &warnings);
+  EXPECT_EQ(options.Method, host::Halftone::Dither);
+  EXPECT_EQ(options.Resolution, HighRes::Print1200);
+  EXPECT_TRUE(warnings.empty());
+
+  options = cups::ReadJobOptions((dir / "missing.ppd").c_str(), "InkweaveHighRes=Bogus", &warnings);
+  EXPECT_EQ(options.Method, host::Halftone::Dither);
+  ASSERT_EQ(warnings.size(), 2u);
+  EXPECT_NE(warnings[0].find("Unable to read the PPD"), std::string::npos);
+  EXPECT_NE(warnings[1].find("\"Bogus\" (Off, HighRes600"), std::string::npos) << warnings[1];
+}
+
+// cupstestppd with a root holding our filter and profiles where the PPD names them, so that their lines
+// are checked too; a missing translation fails it.
+ProcessResult TestPpd(const TempDir& dir, const fs::path& ppd) {
+  const fs::path filters = dir / "root/usr/lib/cups/filter";
+  const fs::path profiles = dir / ("root" INKWEAVE_ICC_INSTALL_DIR);
+  fs::create_directories(filters);
+  fs::create_directories(profiles.parent_path());
+  if (!fs::exists(filters / "rastertoinkweave"))
+    fs::create_symlink(RASTERTOINKWEAVE_PATH, filters / "rastertoinkweave");
+  if (!fs::exists(profiles)) fs::create_directory_symlink(INKWEAVE_PROFILES_PATH, profiles);
+  return RunProgram({CUPSTESTPPD_PATH, "-R", dir / "root", ppd.string()}, {}, {});
+}
+
+TEST(Ppd, PassesCupstestppd) {
+  TempDir dir("cupstestppd");
+  for (const char* ppd : {INKWEAVE_PPD_PATH, INKWEAVE_PPD_EN_PATH}) {
+    const ProcessResult run = TestPpd(dir, ppd);
+    EXPECT_EQ(run.Exit, 0) << ppd << "\n" << run.Out << run.Err;
+    EXPECT_NE(run.Out.find(": PASS"), std::string::npos) << run.Out;
+  }
+}
+
+// What no print shows: the constraints, the texts shared with the Windows driver (misspellings kept), and
+// the modes and constraints that are deliberately left out. (The options, papers and qualities the PPD
+// offers, and what each prints: queue_test.cpp.)
+TEST(Ppd, CarriesTheConstraintsAndSharedTexts) {
+  const std::string ppd = ReadText(INKWEAVE_PPD_EN_PATH);
+  for (const char* line :
+       {"*InkweaveHalftone Diffusion/Erorr Diffusion:",
+        "*InkweaveHighRes HighRes600/600x600 High resolution: \"<</HWResolution[600 600]>>setpagedevice\"",
+        "*UIConstraints: *InkweaveHighRes HighRes600 *Resolution 150dpi",
+        "*UIConstraints: *Resolution 300dpi *InkweaveHighRes HighRes600",
+        "*UIConstraints: *cupsPrintQuality Draft *InkweaveHighRes HighRes600"})
+    EXPECT_NE(ppd.find(std::string(line)), std::string::npos) << line;
+  for (const char* absent : {"*cupsLanguages", "Print1200", "*InkweaveHighRes HighRes600 *Resolution 600dpi",
+                             "*InkweaveHighRes HighRes600 *cupsPrintQuality High"})
+    EXPECT_EQ(ppd.find(absent), std::string::npos) << absent;
+}
+
+TEST(Ppd, MakePpdRefusesAMissingTranslation) {
+  // A language of the fragment that the UI table lacks, or a table without some text: no PPD.
+  TempDir dir("fragment");
+  std::ofstream(dir / "fragment.ppd") << "*cupsLanguages: \"de\"\n*de.ColorModel RGB/Farbe: \"\"\n";
+  struct Case {
+    const char* Table;
+    const char* Words;
+  } cases[] = {
+      {"en\tfr\nPage Size\tTaille de page\n", "no de text for \"Page Size\""},
+      {"en\tde\nPage Size\tSeitengr\xc3\xb6\xc3\x9f"
+       "e\n",
+       "no de text for \"Page Region\""},
+      {"en\tde\tfr\nPage Size\tSeitengröße\n", "2 cells, expected 3"},
+  };
+  for (const Case& c : cases) {
+    std::ofstream(dir / "ui.tsv") << c.Table;
+    const ProcessResult make =
+        RunProgram({MAKE_PPD_PATH, dir / "out.ppd", dir / "fragment.ppd", dir / "ui.tsv"}, {}, {});
+    EXPECT_EQ(make.Exit, 1) << c.Words;
+    EXPECT_NE(make.Err.find(c.Words), std::string::npos) << make.Err;
+  }
 }
 
 }  // namespace

@@ -125,12 +125,7 @@ TEST(CupsQueue, IppClientsSeeAndGetTheQualitiesPaperTypesAndColourModes) {
     const host::PrintableArea area = host::PrintableAreaOf(*host::FindPaper("a4"), dpi);
     const double dots = dpi / 72.0, tolerance = 2 + dpi / 150.0;
     const double left = rect.X * dots - area.Left, top = (842 - rect.Y - rect.Height) * dots - area.Top;
-    const Box box = InkBox(page, {0, 1, 2, 3});
-    ExpectRowsInkedOnce(page, box);
-    EXPECT_NEAR(box.Left / scale, left, tolerance);
-    EXPECT_NEAR(box.Top / scale, top, tolerance);
-    EXPECT_NEAR((box.Right + 1) / scale, left + rect.Width * dots, tolerance);
-    EXPECT_NEAR((box.Bottom + 1) / scale, top + rect.Height * dots, tolerance);
+    ExpectInkAt(page, {0, 1, 2, 3}, {left, top, left + rect.Width * dots, top + rect.Height * dots}, tolerance, scale);
   }
 }
 
