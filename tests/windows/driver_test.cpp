@@ -1,81 +1,37 @@
-// The driver package (windows/driver/): the printer description wires every callback the plug-in's
-// command handler knows, each selection from its option, in an order the job start can rely on; names
-// every string id of the plug-in's table and no other; keeps printable lines within a dot plane; and the
-// INF copies exactly the package's files.
+// The driver package (windows/driver/) and the display-string table (locale/strings.tsv). The printer
+// description wires every callback the plug-in's command handler knows, each selection from its option,
+// in an order the job start can rely on; names every string id of the plug-in's table and no other; keeps
+// printable lines within a dot plane; and the INF copies exactly the package's files. The three files
+// generated from the string table (the DLL's resource script, the PPD translation fragment and the English
+// table of the string library) are current, and the generator refuses tables it cannot carry (so every
+// language carries its ids). (The built PPD's texts in every language: cupstestppd in the CUPS tests; the
+// DLL's resources under Wine: windows_dll_test.cpp.)
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
+#include <regex>
 #include <set>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "src/data/strings.h"
-#include "tests/support/files.h"
+#include "tests/support/process.h"
 
 namespace {
 
-const std::string kDriver = std::string(INKWEAVE_SOURCE_DIR) + "/windows/driver/";
+namespace fs = std::filesystem;
+using inkweave::testing::ReadText;
 
-std::string Trim(const std::string& text) {
-  const std::size_t first = text.find_first_not_of(" \t\r");
-  if (first == std::string::npos) return {};
-  return text.substr(first, text.find_last_not_of(" \t\r") - first + 1);
-}
+const std::string kSource = INKWEAVE_SOURCE_DIR;
+const std::string kDriver = kSource + "/windows/driver/";
 
-// One "*Key: value" statement of the description with the blocks it stands in (outermost first,
-// e.g. "*Feature: MediaType", "*Option: Glossy", "*Command: CmdSelect").
-struct Statement {
-  std::vector<std::string> Blocks;
-  std::string Key;
-  std::string Value;
+// A callback of the printer description: the feature and command it stands in (the last of each before
+// it; the frame's commands come before any feature) and the order that command is sent in.
+struct Callback {
+  std::string Feature, Command, Order;
 };
-
-// Splits the description into statements; blocks open with "{" after their header (on the same or
-// the next line) and close with "}". Comments ("*%") run to the end of the line.
-std::vector<Statement> ParseGpd(const std::string& text, std::string* error) {
-  std::vector<Statement> statements;
-  std::vector<std::string> blocks;
-  std::string last;  // the latest statement, header of a block that opens next
-  std::istringstream lines(text);
-  for (std::string line; std::getline(lines, line);) {
-    if (Trim(line).rfind("*%", 0) == 0) continue;
-    std::string piece;
-    auto flush = [&] {
-      const std::string statement = Trim(piece);
-      piece.clear();
-      if (statement.empty()) return;
-      const std::size_t colon = statement.find(':');
-      statements.push_back({blocks, Trim(statement.substr(0, colon)),
-                            colon == std::string::npos ? "" : Trim(statement.substr(colon + 1))});
-      last = statement;
-    };
-    for (char c : line) {
-      if (c == '{' || c == '}') {
-        flush();
-        if (c == '{') {
-          blocks.push_back(last);
-        } else if (blocks.empty()) {
-          *error = "unbalanced }";
-          return {};
-        } else {
-          blocks.pop_back();
-        }
-      } else {
-        piece += c;
-      }
-    }
-    flush();
-  }
-  if (!blocks.empty()) *error = "unclosed block " + blocks.back();
-  return statements;
-}
-
-std::string BlockOf(const Statement& s, const std::string& kind) {
-  for (const std::string& block : s.Blocks)
-    if (block.rfind(kind, 0) == 0) return Trim(block.substr(kind.size()));
-  return {};
-}
 
 // "JOB_SETUP.12" → 12, within the section.
 int OrderIn(const std::string& order, const std::string& section) {
@@ -84,32 +40,33 @@ int OrderIn(const std::string& order, const std::string& section) {
 }
 
 TEST(Gpd, WiresEveryCallbackNamesEveryStringAndFitsTheHead) {
-  std::string error;
-  const std::vector<Statement> statements = ParseGpd(inkweave::testing::ReadText(kDriver + "inkweave.gpd"), &error);
-  ASSERT_TRUE(error.empty()) << error;
-
-  // Each callback: where it stands and when it is sent.
-  struct Callback {
-    std::string Feature, Command, Order;
-  };
+  const std::string gpd = ReadText(kDriver + "inkweave.gpd");
+  EXPECT_EQ(std::count(gpd.begin(), gpd.end(), '{'), std::count(gpd.begin(), gpd.end(), '}')) << "unbalanced blocks";
   std::map<int, std::vector<Callback>> callbacks;
   std::map<std::string, std::vector<int>> byFeature;  // the callbacks of a feature's options, in order
   std::set<int> named;
   std::string resourceDll;
-  for (const Statement& s : statements) {
-    if (s.Key == "*ResourceDLL") resourceDll = s.Value;
-    if (s.Key == "*rcNameID" && !s.Value.empty() && s.Value[0] != '=') named.insert(std::stoi(s.Value));
-    if (s.Key == "*PrintableArea") {  // no line wider than a dot plane holds at 600 dpi (10240 master units)
-      const int width = std::stoi(s.Value.substr(s.Value.find('(') + 1));
-      EXPECT_LE(width, 10240) << BlockOf(s, "*Option:");
-      EXPECT_EQ(width % 8, 0) << BlockOf(s, "*Option:");  // whole pixels at 150 dpi
+  Callback at;
+  const std::regex statement(R"(\*(\w+): *("[^"]*"|[\w.=]+)(?:\((\d+))?)");
+  std::istringstream lines(gpd);
+  for (std::string line; std::getline(lines, line);) {
+    if (line.find("*%") != std::string::npos) continue;  // a comment
+    for (std::sregex_iterator m(line.begin(), line.end(), statement), end; m != end; ++m) {
+      const std::string key = (*m)[1], value = (*m)[2];
+      if (key == "Feature") at = {value, "", ""};
+      if (key == "Command") at.Command = value, at.Order.clear();
+      if (key == "Order") at.Order = value;
+      if (key == "ResourceDLL") resourceDll = value;
+      if (key == "rcNameID" && value[0] != '=') named.insert(std::stoi(value));
+      if (key == "PrintableArea") {  // no line wider than a dot plane holds at 600 dpi (10240 master units)
+        const int width = std::stoi((*m)[3]);
+        EXPECT_LE(width, 10240) << line;
+        EXPECT_EQ(width % 8, 0) << line;  // whole pixels at 150 dpi
+      }
+      if (key != "CallbackID") continue;
+      callbacks[std::stoi(value)].push_back(at);
+      if (!at.Feature.empty()) byFeature[at.Feature].push_back(std::stoi(value));
     }
-    if (s.Key != "*CallbackID") continue;
-    Callback c{BlockOf(s, "*Feature:"), BlockOf(s, "*Command:"), {}};
-    for (const Statement& o : statements)
-      if (o.Key == "*Order" && o.Blocks == s.Blocks) c.Order = o.Value;
-    callbacks[std::stoi(s.Value)].push_back(c);
-    if (!c.Feature.empty()) byFeature[c.Feature].push_back(std::stoi(s.Value));
   }
 
   std::set<int> ids, expected;
@@ -150,23 +107,63 @@ TEST(Gpd, WiresEveryCallbackNamesEveryStringAndFitsTheHead) {
   for (const inkweave::StringEntry& entry : inkweave::EnglishStrings()) table.insert(entry.Id);
   EXPECT_EQ(named, table);
   EXPECT_EQ(resourceDll, "\"inkweave.dll\"");
-}
 
-// Every file the INF copies has a source disk and is in the package (the DLL comes from the build).
-TEST(DriverPackage, InfCopiesThePackagesFiles) {
-  const std::string inf = inkweave::testing::ReadText(kDriver + "inkweave.inf.in");
-  const std::size_t files = inf.find("[INKWEAVE_FILES]");
+  // Every file the INF copies has a source disk and is in the package (the DLL comes from the build).
+  const std::string inf = ReadText(kDriver + "inkweave.inf.in");
+  const std::size_t files = inf.find("[INKWEAVE_FILES]\n");
   ASSERT_NE(files, std::string::npos);
   std::istringstream section(inf.substr(files + 17, inf.find("\n[", files) - files - 17));
   std::set<std::string> copied;
-  for (std::string line; std::getline(section, line);)
-    if (!Trim(line).empty()) copied.insert(Trim(line));
+  for (std::string line; section >> line;) copied.insert(line);
   EXPECT_EQ(copied, (std::set<std::string>{"inkweave.gpd", "inkweave.ini", "inkweave.dll"}));
   for (const std::string& file : copied) {
     EXPECT_NE(inf.find(file + "=1"), std::string::npos) << file;
   }
-  EXPECT_NE(inkweave::testing::ReadText(kDriver + "inkweave.ini").find("[OEMFiles]\nOEMDriverFile1=inkweave.dll\n"),
-            std::string::npos);
+  EXPECT_NE(ReadText(kDriver + "inkweave.ini").find("[OEMFiles]\nOEMDriverFile1=inkweave.dll\n"), std::string::npos);
+}
+
+// gen-strings on the table, then on tables it must refuse (writing nothing).
+TEST(Strings, GeneratedFilesAreCurrentAndBadTablesRefused) {
+  inkweave::testing::TempDir dir("strings");
+  ASSERT_FALSE(dir.Path().empty());
+  const auto generate = [&](const fs::path& table) {
+    return inkweave::testing::RunProcess(
+               {INKWEAVE_GEN_STRINGS, table, dir / "strings.rc", dir / "translations.ppd", dir / "english_strings.cpp"},
+               std::chrono::seconds(60))
+        .Exit;
+  };
+  ASSERT_EQ(generate(kSource + "/locale/strings.tsv"), 0);
+  for (const char* generated :
+       {"windows/generated/strings.rc", "cups/generated/translations.ppd", "src/data/generated/english_strings.cpp"})
+    EXPECT_EQ(ReadText(dir / fs::path(generated).filename()), ReadText(kSource + "/" + generated))
+        << "regenerate: build/tools/gen-strings locale/strings.tsv windows/generated/strings.rc "
+           "cups/generated/translations.ppd src/data/generated/english_strings.cpp";
+
+  const std::string good = ReadText(kSource + "/locale/strings.tsv");
+  auto replaced = [&good](const std::string& from, const std::string& to) {
+    std::string text = good;
+    const std::size_t at = text.find(from);
+    EXPECT_NE(at, std::string::npos) << from;
+    return at == std::string::npos ? text : text.replace(at, from.size(), to);
+  };
+  const std::vector<std::pair<std::string, std::string>> bad = {
+      {"missing id", replaced("de\t258\tStufe 2\n", "")},
+      {"id twice", replaced("de\t258\tStufe 2\n", "de\t258\tStufe 2\nde\t258\tStufe 2\n")},
+      {"unknown id", replaced("de\t258\t", "de\t273\t")},
+      {"unknown language", replaced("de\t258\t", "xx\t258\t")},
+      {"paper type in Arabic", good + "ar\t1000\tx\n"},
+      {"colon", replaced("Stufe 2", "Stufe: 2")},
+      {"quote", replaced("Stufe 2", "Stufe \"2\"")},
+      {"padded", replaced("Stufe 2", "Stufe 2 ")},
+      {"two fields", replaced("de\t258\tStufe 2", "de\t258")},
+      {"no header", replaced("lang\tid\ttext\n", "")},
+  };
+  for (const auto& [what, text] : bad) {
+    fs::remove(dir / "strings.rc");
+    inkweave::testing::WriteText(dir / "bad.tsv", text);
+    EXPECT_NE(generate(dir / "bad.tsv"), 0) << what;
+    EXPECT_FALSE(fs::exists(dir / "strings.rc")) << what;
+  }
 }
 
 }  // namespace
