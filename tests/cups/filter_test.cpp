@@ -4,8 +4,7 @@
 // decoder: pages, every row printed once, the ink where the raster put it. The page plan in process: which
 // device a raster header asks for, where the printable area lies in the raster, the job's options over the
 // PPD's defaults. And the PPD: cupstestppd passes it (every option and choice having a text in each of its
-// languages), it carries the constraints and the texts the Windows driver shares, and the PPD maker refuses
-// a translation table that lacks a text.
+// languages), and it carries the constraints and the texts the Windows driver shares.
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -136,56 +135,6 @@ TEST(Filter, StopsAtABandOnSigtermAndEndsTheJob) {
   EXPECT_TRUE(job.Ended) << "no job end after the cancel";
 }
 
-// Malformed and unsupported input: a clear error and exit status 1.
-TEST(Filter, RefusesBadInputWithAClearError) {
-  struct Case {
-    std::string Name;
-    std::function<void(const fs::path&)> Write;
-    std::string Expect;
-  };
-  // The stream cut to `keep` bytes (counted from its end when negative).
-  const auto cut = [](cups_mode_t mode, int pages, std::intmax_t keep) {
-    return [=](const fs::path& path) {
-      WriteRaster(path, mode, std::vector<RasterPage>(pages, BoxPage(CUPS_CSPACE_RGB, 10, 10)));
-      const auto size = static_cast<std::intmax_t>(fs::file_size(path));
-      fs::resize_file(path, static_cast<std::uintmax_t>(keep < 0 ? size + keep : keep));
-    };
-  };
-  const std::intmax_t v3Page = 4 + sizeof(cups_page_header2_t) + std::intmax_t{kWidth} * 3 * kHeight;
-  const std::vector<Case> cases = {
-      {"empty", [](const fs::path& p) { std::ofstream{p}; }, "empty or not a CUPS raster stream"},
-      {"not raster", [](const fs::path& p) { std::ofstream{p} << "%PDF-1.4 hello"; }, "not a CUPS raster stream"},
-      {"header cut", cut(CUPS_RASTER_WRITE, 1, 500), "ends inside the header of page 1"},
-      {"second header cut", cut(CUPS_RASTER_WRITE, 2, v3Page + 300), "ends inside the header of page 2"},
-      {"page cut", cut(CUPS_RASTER_WRITE, 1, v3Page - 5000), "ends inside page 1"},
-      {"compressed page cut", cut(CUPS_RASTER_WRITE_COMPRESSED, 1, -20), "ends inside page 1"},
-      {"zero width",  // refused by libcups; the headers libcups takes that the filter refuses: page_plan_test
-       [](const fs::path& path) {
-         RasterPage page = BoxPage(CUPS_CSPACE_RGB, 0, 0);
-         page.Header.cupsWidth = page.Header.cupsBytesPerLine = 0;
-         WriteRasterV1(path, {page});
-       },
-       "invalid raster header"},
-      {"200 dpi",  // a header the plan refuses, in a stream the filter does not follow as it reads
-       [](const fs::path& path) {
-         RasterPage page = BoxPage(CUPS_CSPACE_RGB, 0, 0);
-         page.Header.HWResolution[0] = page.Header.HWResolution[1] = 200;
-         WriteRasterV1(path, {page});
-       },
-       "ERROR: Page 1: Unsupported resolution 200x200"},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.Name);
-    TempDir dir("bad");
-    c.Write(dir / "in.ras");
-    const ProcessResult run = RunFilter(dir / "in.ras");
-    EXPECT_EQ(run.Signal, 0);
-    EXPECT_EQ(run.Exit, 1);
-    EXPECT_NE(run.Err.find("ERROR: "), std::string::npos) << run.Err;
-    EXPECT_NE(run.Err.find(c.Expect), std::string::npos) << run.Err;
-  }
-}
-
 // A version-2 stream of the pages, every group of rows coded with random codes of every kind (libcups'
 // own writer uses only some): a blank rest of the row, literal runs and repeats cut by the row's end,
 // groups of rows running past the page. `swapped`: in the other byte order. A page with rows over
@@ -231,11 +180,11 @@ std::string CodedStream(const std::vector<cups_page_header2_t>& headers, bool sw
   return out;
 }
 
-// The filter follows compressed streams coded in every way to each next page header, and refuses a
-// header claiming 500 MB rows by its size before libcups allocates such a row for it (the filter runs
-// with little memory, where that allocation would fail and the page pass for an invalid header).
-TEST(Filter, RefusesAHostileCompressedHeaderBeforeLibcupsSetsItUp) {
-  cups_page_header2_t hostile = PageHeader(500000000, 1000, kDpi, CUPS_CSPACE_W);
+// Malformed, unsupported and hostile input: a clear error and exit status 1, the pages before it printed.
+// The filter follows compressed streams coded in every way to each next page header; it runs with little
+// memory, as a header claiming 500 MB rows must be refused by its size before libcups allocates such a row
+// for it (where that allocation would fail and the page pass for an invalid header).
+TEST(Filter, RefusesBadInputWithAClearError) {
 #if defined(INKWEAVE_ASAN)
   const std::vector<std::string> env = {kPluginEnv,
                                         "ASAN_OPTIONS=allocator_may_return_null=1:max_allocation_size_mb=256"};
@@ -244,22 +193,65 @@ TEST(Filter, RefusesAHostileCompressedHeaderBeforeLibcupsSetsItUp) {
   const std::vector<std::string> env = {kPluginEnv};
   const std::vector<std::string> limit = {"/usr/bin/prlimit", "--as=" + std::to_string(400 << 20), "--"};
 #endif
+  struct Case {
+    std::string Name;
+    std::function<void(const fs::path&)> Write;
+    std::string Expect;
+    std::size_t Pages = 0;  // printed before the error
+  };
+  // The stream cut to `keep` bytes (counted from its end when negative).
+  const auto cut = [](cups_mode_t mode, int pages, std::intmax_t keep) {
+    return [=](const fs::path& path) {
+      WriteRaster(path, mode, std::vector<RasterPage>(pages, BoxPage(CUPS_CSPACE_RGB, 10, 10)));
+      const auto size = static_cast<std::intmax_t>(fs::file_size(path));
+      fs::resize_file(path, static_cast<std::uintmax_t>(keep < 0 ? size + keep : keep));
+    };
+  };
+  // A version-1 page (a stream the filter does not follow as it reads) whose header `change` spoils.
+  const auto spoiled = [](std::function<void(cups_page_header2_t&)> change) {
+    return [=](const fs::path& path) {
+      RasterPage page = BoxPage(CUPS_CSPACE_RGB, 0, 0);
+      change(page.Header);
+      WriteRasterV1(path, {page});
+    };
+  };
+  // Two pages coded in every way, then the hostile header: RGB in the writer's byte order, gray in the other.
   std::mt19937 random(15);
-  for (const bool swapped : {false, true}) {  // RGB pixels in the writer's byte order, gray in the other
-    SCOPED_TRACE(swapped ? "swapped" : "native");
-    TempDir dir("coded");
-    const cups_page_header2_t page = BoxPage(swapped ? CUPS_CSPACE_K : CUPS_CSPACE_RGB, 0, 0).Header;
-    std::ofstream(dir / "in.ras", std::ios::binary) << CodedStream({page, page, hostile}, swapped, random);
+  const auto coded = [&random](bool swapped) {
+    return [&random, swapped](const fs::path& path) {
+      const cups_page_header2_t page = BoxPage(swapped ? CUPS_CSPACE_K : CUPS_CSPACE_RGB, 0, 0).Header;
+      const cups_page_header2_t hostile = PageHeader(500000000, 1000, kDpi, CUPS_CSPACE_W);
+      inkweave::testing::WriteText(path, CodedStream({page, page, hostile}, swapped, random));
+    };
+  };
+  const std::string tooLarge =
+      "ERROR: Page 3: Raster page of 500000000 x 1000 pixels at 150 dpi is larger than any paper";
+  const std::intmax_t v3Page = 4 + sizeof(cups_page_header2_t) + std::intmax_t{kWidth} * 3 * kHeight;
+  const std::vector<Case> cases = {
+      {"empty", [](const fs::path& p) { std::ofstream{p}; }, "empty or not a CUPS raster stream"},
+      {"not raster", [](const fs::path& p) { std::ofstream{p} << "%PDF-1.4 hello"; }, "not a CUPS raster stream"},
+      {"header cut", cut(CUPS_RASTER_WRITE, 1, 500), "ends inside the header of page 1"},
+      {"second header cut", cut(CUPS_RASTER_WRITE, 2, v3Page + 300), "ends inside the header of page 2", 1},
+      {"page cut", cut(CUPS_RASTER_WRITE, 1, v3Page - 5000), "ends inside page 1"},
+      {"compressed page cut", cut(CUPS_RASTER_WRITE_COMPRESSED, 1, -20), "ends inside page 1"},
+      // Refused by libcups; the headers libcups takes that the filter refuses: the plan's grid below.
+      {"zero width", spoiled([](auto& h) { h.cupsWidth = h.cupsBytesPerLine = 0; }), "invalid raster header"},
+      {"200 dpi", spoiled([](auto& h) { h.HWResolution[0] = h.HWResolution[1] = 200; }),
+       "ERROR: Page 1: Unsupported resolution 200x200"},
+      {"coded, a hostile header", coded(false), tooLarge, 2},
+      {"coded in the other byte order, a hostile header", coded(true), tooLarge, 2},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.Name);
+    TempDir dir("bad");
+    c.Write(dir / "in.ras");
     std::vector<std::string> argv = limit;
-    for (const char* arg : {kFilter.c_str(), "7", "user", "title", "1", "", ""}) argv.push_back(arg);
-    argv.back() = dir / "in.ras";
-    const ProcessResult run = RunProgram(argv, {}, env);
-    EXPECT_EQ(run.Exit, 1) << run.Err;
-    EXPECT_NE(run.Err.find("ERROR: Page 3: Raster page of 500000000 x 1000 pixels at 150 dpi is larger than any "
-                           "paper"),
-              std::string::npos)
-        << run.Err;
-    EXPECT_EQ(Print(run.Out).size(), 2u);
+    argv.insert(argv.end(), {kFilter, "7", "user", "title", "1", ""});
+    const ProcessResult run = RunProgram(argv, dir / "in.ras", env);
+    EXPECT_EQ(run.Signal, 0);
+    EXPECT_EQ(run.Exit, 1);
+    EXPECT_NE(run.Err.find(c.Expect), std::string::npos) << run.Err;
+    EXPECT_EQ(c.Pages > 0 ? Print(run.Out).size() : 0, c.Pages);  // (no stream to read when none)
   }
 }
 
@@ -449,32 +441,25 @@ TEST(JobOptions, TakeThePpdDefaultsUnderTheJobsOptions) {
   EXPECT_NE(warnings[1].find("\"Bogus\" (Off, HighRes600"), std::string::npos) << warnings[1];
 }
 
-// cupstestppd with a root holding our filter and profiles where the PPD names them, so that their lines
-// are checked too; a missing translation fails it.
-ProcessResult TestPpd(const TempDir& dir, const fs::path& ppd) {
+// cupstestppd passes the PPD with and without translations (run with a root holding our filter and
+// profiles where the PPD names them, so that their lines are checked too; a missing translation fails it).
+// And what no print shows: the constraints, the texts shared with the Windows driver (misspellings kept),
+// and the modes and constraints deliberately left out. (The options, papers and qualities the PPD offers,
+// and what each prints: queue_test.cpp.)
+TEST(Ppd, PassesCupstestppdAndCarriesTheConstraintsAndSharedTexts) {
+  TempDir dir("cupstestppd");
   const fs::path filters = dir / "root/usr/lib/cups/filter";
   const fs::path profiles = dir / ("root" INKWEAVE_ICC_INSTALL_DIR);
   fs::create_directories(filters);
   fs::create_directories(profiles.parent_path());
-  if (!fs::exists(filters / "rastertoinkweave"))
-    fs::create_symlink(RASTERTOINKWEAVE_PATH, filters / "rastertoinkweave");
-  if (!fs::exists(profiles)) fs::create_directory_symlink(INKWEAVE_PROFILES_PATH, profiles);
-  return RunProgram({CUPSTESTPPD_PATH, "-R", dir / "root", ppd.string()}, {}, {});
-}
-
-TEST(Ppd, PassesCupstestppd) {
-  TempDir dir("cupstestppd");
+  fs::create_symlink(RASTERTOINKWEAVE_PATH, filters / "rastertoinkweave");
+  fs::create_directory_symlink(INKWEAVE_PROFILES_PATH, profiles);
   for (const char* ppd : {INKWEAVE_PPD_PATH, INKWEAVE_PPD_EN_PATH}) {
-    const ProcessResult run = TestPpd(dir, ppd);
+    const ProcessResult run = RunProgram({CUPSTESTPPD_PATH, "-R", dir / "root", ppd}, {}, {});
     EXPECT_EQ(run.Exit, 0) << ppd << "\n" << run.Out << run.Err;
     EXPECT_NE(run.Out.find(": PASS"), std::string::npos) << run.Out;
   }
-}
 
-// What no print shows: the constraints, the texts shared with the Windows driver (misspellings kept), and
-// the modes and constraints that are deliberately left out. (The options, papers and qualities the PPD
-// offers, and what each prints: queue_test.cpp.)
-TEST(Ppd, CarriesTheConstraintsAndSharedTexts) {
   const std::string ppd = ReadText(INKWEAVE_PPD_EN_PATH);
   for (const char* line :
        {"*InkweaveHalftone Diffusion/Erorr Diffusion:",
@@ -486,29 +471,6 @@ TEST(Ppd, CarriesTheConstraintsAndSharedTexts) {
   for (const char* absent : {"*cupsLanguages", "Print1200", "*InkweaveHighRes HighRes600 *Resolution 600dpi",
                              "*InkweaveHighRes HighRes600 *cupsPrintQuality High"})
     EXPECT_EQ(ppd.find(absent), std::string::npos) << absent;
-}
-
-TEST(Ppd, MakePpdRefusesAMissingTranslation) {
-  // A language of the fragment that the UI table lacks, or a table without some text: no PPD.
-  TempDir dir("fragment");
-  std::ofstream(dir / "fragment.ppd") << "*cupsLanguages: \"de\"\n*de.ColorModel RGB/Farbe: \"\"\n";
-  struct Case {
-    const char* Table;
-    const char* Words;
-  } cases[] = {
-      {"en\tfr\nPage Size\tTaille de page\n", "no de text for \"Page Size\""},
-      {"en\tde\nPage Size\tSeitengr\xc3\xb6\xc3\x9f"
-       "e\n",
-       "no de text for \"Page Region\""},
-      {"en\tde\tfr\nPage Size\tSeitengröße\n", "2 cells, expected 3"},
-  };
-  for (const Case& c : cases) {
-    std::ofstream(dir / "ui.tsv") << c.Table;
-    const ProcessResult make =
-        RunProgram({MAKE_PPD_PATH, dir / "out.ppd", dir / "fragment.ppd", dir / "ui.tsv"}, {}, {});
-    EXPECT_EQ(make.Exit, 1) << c.Words;
-    EXPECT_NE(make.Err.find(c.Words), std::string::npos) << make.Err;
-  }
 }
 
 }  // namespace
