@@ -285,7 +285,9 @@ PagePlan Plan(const cups_page_header2_t& header, const cups::JobOptions& options
 
 // The sheet: the nearest known paper, else the custom code with a warning; a page wider than the head
 // cut to it with a warning. Where the printable area lies in the raster: at the margins of a whole-sheet
-// raster (also when its imaging box is near the full width), else at the imaging box's corner.
+// raster (also when its imaging box is near the full width), else at the imaging box's corner. And what
+// the whole chain (the queue test) leaves out: a mode the page cannot have (high resolution needs 600 dpi),
+// a paper type the plug-in does not know; each replaced and warned of.
 TEST(PagePlan, TakesThePaperAndPlacesThePrintableAreaInTheRaster) {
   struct Case {
     unsigned Dpi;
@@ -293,6 +295,9 @@ TEST(PagePlan, TakesThePaperAndPlacesThePrintableAreaInTheRaster) {
     std::array<float, 4> ImagingBox;  // points, all zero: none
     std::int16_t Code;
     const char* Warning;  // "": none
+    const char* Media = "";
+    HighRes Mode = HighRes::Off;
+    std::uint32_t Callback = host::kCallbackMediaPlain;
   } cases[] = {
       {300, 595, 842, {}, 9, ""},
       {300, 612, 792, {}, 1, ""},
@@ -302,10 +307,13 @@ TEST(PagePlan, TakesThePaperAndPlacesThePrintableAreaInTheRaster) {
       {600, 649, 918, {}, 30, "cut off"},  // envelope C4
       {600, 595, 842, {10, 20, 585, 830}, 9, ""},
       {600, 595, 842, {3, 3, 594, 839}, 9, ""},
+      {300, 595, 842, {}, 9, "High resolution", "Glossy", HighRes::Print1200, host::kCallbackMediaGlossy},
+      {600, 595, 842, {}, 9, "", "photographic", HighRes::HighRes600, host::kCallbackMediaPhoto},
+      {600, 595, 842, {}, 9, "Unknown media type", "Cardboard"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(std::to_string(c.Width) + " x " + std::to_string(c.Height) + " box " +
-                 std::to_string(c.ImagingBox[0]));
+                 std::to_string(c.ImagingBox[0]) + " " + c.Media);
     const auto dots = [&](double points) { return static_cast<unsigned>(points * c.Dpi / 72); };
     // The raster is the imaging box when it is not near the full width, else the whole sheet.
     const bool boxed = c.ImagingBox[2] - c.ImagingBox[0] > 0 && c.ImagingBox[2] - c.ImagingBox[0] < c.Width - 6;
@@ -313,7 +321,10 @@ TEST(PagePlan, TakesThePaperAndPlacesThePrintableAreaInTheRaster) {
                                             dots(boxed ? c.ImagingBox[3] - c.ImagingBox[1] : c.Height), c.Dpi,
                                             CUPS_CSPACE_RGB, c.Width, c.Height);
     std::copy(c.ImagingBox.begin(), c.ImagingBox.end(), header.cupsImagingBBox);
-    const PagePlan plan = Plan(header);
+    std::strcpy(header.MediaType, c.Media);
+    const PagePlan plan = Plan(header, {host::Halftone::Dither, c.Mode});
+    EXPECT_EQ(plan.MediaCallback, c.Callback);
+    EXPECT_EQ(plan.HighResolution, c.Mode == HighRes::HighRes600);
     EXPECT_EQ(plan.Setup.PaperSize, c.Code);
     EXPECT_EQ(plan.Setup.Quality, c.Dpi);
     ASSERT_EQ(plan.Warnings.size(), *c.Warning ? 1u : 0u);
@@ -326,6 +337,12 @@ TEST(PagePlan, TakesThePaperAndPlacesThePrintableAreaInTheRaster) {
     EXPECT_EQ(plan.OffsetX, area.Left - (boxed ? std::int64_t{dots(c.ImagingBox[0])} : 0));
     EXPECT_EQ(plan.OffsetY, area.Top - (boxed ? std::int64_t{dots(c.Height - c.ImagingBox[3])} : 0));
   }
+}
+
+// An enumerated header field set to a value as raw bits.
+template <typename Enum>
+void SetRaw(Enum& field, unsigned value) {
+  std::memcpy(&field, &value, sizeof value);
 }
 
 // Headers libcups takes but the filter cannot print, hostile ones among them: each refused with a message
@@ -347,69 +364,21 @@ TEST(PagePlan, RefusesHeadersItCannotPlan) {
   } cases[] = {
       {"sheet narrower than its margins", [](auto& h) { h.cupsPageSize[0] = 10; }, "leaves no printable area"},
       {"sheet lower than its margins", [](auto& h) { h.cupsPageSize[1] = 20; }, "leaves no printable area"},
-      {"imaging box reaching past any sheet",  // the raster is the box: its top gives the raster's place
+      {"imaging box reaching past any sheet",  // as wide as the raster: its top gives the raster's place
        [](auto& h) {
-         h.cupsImagingBBox[0] = 10, h.cupsImagingBBox[2] = 586;  // as wide as the raster
-         h.cupsImagingBBox[3] = 1e30f;
+         std::copy_n(std::array<float, 4>{10, 0, 586, 1e30f}.begin(), 4, h.cupsImagingBBox);
        },
        "Imaging box"},
-      {"colour space out of range",
-       [](auto& h) {
-         const unsigned space = 0x7FFFFFFF;  // as a stream may hold it: no enumerator has it
-         std::memcpy(&h.cupsColorSpace, &space, sizeof space);
-       },
-       "colour space 2147483647"},
+      // Enumerations as a stream may hold them: no enumerator has the value.
+      {"colour space out of range", [](auto& h) { SetRaw(h.cupsColorSpace, 0x7FFFFFFF); }, "colour space 2147483647"},
+      {"colour order out of range", [](auto& h) { SetRaw(h.cupsColorOrder, 0xFFFFFFFF); }, "colour order 4294967295"},
       {"bytes per line", [](auto& h) { h.cupsBytesPerLine += 3; }, "3603 bytes per line"},
-      {"16-bit",
-       [](auto& h) {
-         h.cupsBitsPerColor = 16;
-         h.cupsBitsPerPixel = 48;
-         h.cupsBytesPerLine *= 2;
-       },
-       "16 bits per colour"},
-      {"CMYK",
-       [](auto& h) {
-         h.cupsColorSpace = CUPS_CSPACE_CMYK;
-         h.cupsBitsPerPixel = 32;
-         h.cupsBytesPerLine = 1200 * 4;
-       },
-       "colour space 6"},
+      {"16-bit", [](auto& h) { h.cupsBitsPerColor = 16; }, "16 bits per colour"},
+      {"CMYK", [](auto& h) { h.cupsColorSpace = CUPS_CSPACE_CMYK; }, "colour space 6"},
       {"200 dpi", [](auto& h) { h.HWResolution[0] = h.HWResolution[1] = 200; }, "resolution 200x200"},
       {"uneven dpi", [](auto& h) { h.HWResolution[1] = 300; }, "resolution 150x300"},
-      {"colour order out of range",
-       [](auto& h) {
-         const unsigned order = 0xFFFFFFFF;
-         std::memcpy(&h.cupsColorOrder, &order, sizeof order);
-       },
-       "colour order 4294967295"},
   };
   for (const Case& c : cases) EXPECT_NE(refusal(c.change).find(c.expect), std::string::npos) << c.name;
-}
-
-// What the whole chain prints (the queue test) leaves out: a mode the page cannot have, a paper type
-// the plug-in does not know; each is replaced and warned of. (Colour, gray and the paper types that
-// print: the filter and queue tests.)
-TEST(PagePlan, WarnsOfMediaAndHighResolutionItCannotGive) {
-  struct Case {
-    unsigned Dpi;
-    const char* Media;
-    HighRes Mode;
-    std::uint32_t Callback;
-    bool High;
-  } cases[] = {
-      {300, "Glossy", HighRes::Print1200, host::kCallbackMediaGlossy, false},  // high resolution needs 600 dpi
-      {600, "photographic", HighRes::HighRes600, host::kCallbackMediaPhoto, true},
-      {600, "Cardboard", HighRes::Off, host::kCallbackMediaPlain, false},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.Media);
-    cups_page_header2_t header = PageHeader(c.Dpi * 595 / 72, c.Dpi * 842 / 72, c.Dpi, CUPS_CSPACE_RGB, 595, 842);
-    std::strcpy(header.MediaType, c.Media);
-    const PagePlan plan = Plan(header, {host::Halftone::Dither, c.Mode});
-    EXPECT_EQ(plan.MediaCallback, c.Callback);
-    EXPECT_EQ(plan.HighResolution, c.High);
-    EXPECT_EQ(plan.Warnings.size(), c.High ? 0u : 1u);
-  }
 }
 
 TEST(JobOptions, TakeThePpdDefaultsUnderTheJobsOptions) {
