@@ -1,11 +1,10 @@
 // The driver package (windows/driver/) and the display-string table (locale/strings.tsv). The printer
 // description wires every callback the plug-in's command handler knows, each selection from its option,
-// in an order the job start can rely on; names every string id of the plug-in's table and no other; keeps
-// printable lines within a dot plane; and the INF copies exactly the package's files. The three files
-// generated from the string table (the DLL's resource script, the PPD translation fragment and the English
-// table of the string library) are current, and the generator refuses tables it cannot carry (so every
-// language carries its ids). (The built PPD's texts in every language: cupstestppd in the CUPS tests; the
-// DLL's resources under Wine: windows_dll_test.cpp.)
+// in an order the job start can rely on; names every string id of the plug-in's table and no other; and
+// keeps printable lines within a dot plane. The three files generated from the string table (the DLL's
+// resource script, the PPD translation fragment and the English table of the string library) are current.
+// (The built PPD's texts in every language: cupstestppd in the CUPS tests; the DLL's resources under
+// Wine: windows_dll_test.cpp.)
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -108,62 +107,24 @@ TEST(Gpd, WiresEveryCallbackNamesEveryStringAndFitsTheHead) {
   EXPECT_EQ(named, table);
   EXPECT_EQ(resourceDll, "\"inkweave.dll\"");
 
-  // Every file the INF copies has a source disk and is in the package (the DLL comes from the build).
-  const std::string inf = ReadText(kDriver + "inkweave.inf.in");
-  const std::size_t files = inf.find("[INKWEAVE_FILES]\n");
-  ASSERT_NE(files, std::string::npos);
-  std::istringstream section(inf.substr(files + 17, inf.find("\n[", files) - files - 17));
-  std::set<std::string> copied;
-  for (std::string line; section >> line;) copied.insert(line);
-  EXPECT_EQ(copied, (std::set<std::string>{"inkweave.gpd", "inkweave.ini", "inkweave.dll"}));
-  for (const std::string& file : copied) {
-    EXPECT_NE(inf.find(file + "=1"), std::string::npos) << file;
-  }
+  // The plug-in INI names the DLL.
   EXPECT_NE(ReadText(kDriver + "inkweave.ini").find("[OEMFiles]\nOEMDriverFile1=inkweave.dll\n"), std::string::npos);
 }
 
-// gen-strings on the table, then on tables it must refuse (writing nothing).
-TEST(Strings, GeneratedFilesAreCurrentAndBadTablesRefused) {
+// gen-strings on the table writes the checked-in files.
+TEST(Strings, GeneratedFilesAreCurrent) {
   inkweave::testing::TempDir dir("strings");
   ASSERT_FALSE(dir.Path().empty());
-  const auto generate = [&](const fs::path& table) {
-    return inkweave::testing::RunProcess(
-               {INKWEAVE_GEN_STRINGS, table, dir / "strings.rc", dir / "translations.ppd", dir / "english_strings.cpp"},
-               std::chrono::seconds(60))
-        .Exit;
-  };
-  ASSERT_EQ(generate(kSource + "/locale/strings.tsv"), 0);
+  const auto run =
+      inkweave::testing::RunProcess({INKWEAVE_GEN_STRINGS, kSource + "/locale/strings.tsv", dir / "strings.rc",
+                                     dir / "translations.ppd", dir / "english_strings.cpp"},
+                                    std::chrono::seconds(60));
+  ASSERT_EQ(run.Exit, 0) << run.Err;
   for (const char* generated :
        {"windows/generated/strings.rc", "cups/generated/translations.ppd", "src/data/generated/english_strings.cpp"})
     EXPECT_EQ(ReadText(dir / fs::path(generated).filename()), ReadText(kSource + "/" + generated))
         << "regenerate: build/tools/gen-strings locale/strings.tsv windows/generated/strings.rc "
            "cups/generated/translations.ppd src/data/generated/english_strings.cpp";
-
-  const std::string good = ReadText(kSource + "/locale/strings.tsv");
-  auto replaced = [&good](const std::string& from, const std::string& to) {
-    std::string text = good;
-    const std::size_t at = text.find(from);
-    EXPECT_NE(at, std::string::npos) << from;
-    return at == std::string::npos ? text : text.replace(at, from.size(), to);
-  };
-  const std::vector<std::pair<std::string, std::string>> bad = {
-      {"missing id", replaced("de\t258\tStufe 2\n", "")},
-      {"id twice", replaced("de\t258\tStufe 2\n", "de\t258\tStufe 2\nde\t258\tStufe 2\n")},
-      {"unknown id", replaced("de\t258\t", "de\t273\t")},
-      {"unknown language", replaced("de\t258\t", "xx\t258\t")},
-      {"paper type in Arabic", good + "ar\t1000\tx\n"},
-      {"colon", replaced("Stufe 2", "Stufe: 2")},
-      {"quote", replaced("Stufe 2", "Stufe \"2\"")},
-      {"padded", replaced("Stufe 2", "Stufe 2 ")},
-      {"two fields", replaced("de\t258\tStufe 2", "de\t258")},
-      {"no header", replaced("lang\tid\ttext\n", "")},
-  };
-  for (const auto& [what, text] : bad) {
-    fs::remove(dir / "strings.rc");
-    inkweave::testing::WriteText(dir / "bad.tsv", text);
-    EXPECT_NE(generate(dir / "bad.tsv"), 0) << what;
-    EXPECT_FALSE(fs::exists(dir / "strings.rc")) << what;
-  }
 }
 
 }  // namespace

@@ -5,14 +5,27 @@
 // device a raster header asks for, where the printable area lies in the raster, the job's options over the
 // PPD's defaults. And the PPD: cupstestppd passes it (every option and choice having a text in each of its
 // languages), and it carries the constraints and the texts the Windows driver shares.
+//
+// A real CUPS queue made from the PPD (a scheduler of the test's own, tests/support/cupsd.h): what IPP
+// clients are told it offers (ipptool get-printer-attributes: qualities, paper types, colour modes,
+// papers), and what they get through the whole filter chain (pdftopdf, gstoraster, rastertoinkweave):
+// each way of choosing a quality prints at its resolution, a paper type by its IPP keyword (in
+// media-col, as IPP clients send it) prints with its command, the PPD's own options take effect, and
+// the PDF's rectangle lands where the PDF put it, measured from the printable area's corner.
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <random>
+#include <regex>
+#include <set>
+#include <sstream>
 
 #include "cups/page_plan.h"
+#include "host/choices.h"
 #include "host/papers.h"
 #include "tests/cups/cups_support.h"
+#include "tests/support/cupsd.h"
+#include "tests/support/make_pdf.h"
 #include "tests/support/sanitizers.h"
 
 namespace inkweave::cupstest {
@@ -21,6 +34,7 @@ namespace {
 using namespace std::chrono_literals;
 using cups::PagePlan;
 using host::HighRes;
+using inkweave::testing::Cupsd;
 
 const std::string kFilter = RASTERTOINKWEAVE_PATH;
 const std::string kPluginEnv = std::string("INKWEAVE_PLUGIN=") + INKWEAVE_PLUGIN_PATH;
@@ -32,11 +46,6 @@ ProcessResult RunProgram(const std::vector<std::string>& argv, const fs::path& i
       inkweave::testing::RunProcess(argv, 240s, {.Env = env, .Input = input, .WhileRunning = {}, .Output = {}});
   EXPECT_FALSE(run.TimedOut) << argv[0] << " hung and was killed";
   return run;
-}
-// The filter on a raster given on standard input, with the job's options.
-ProcessResult RunFilter(const fs::path& raster, const std::string& options = "",
-                        const std::vector<std::string>& env = {kPluginEnv}) {
-  return RunProgram({kFilter, "7", "user", "title", "1", options}, raster, env);
 }
 
 // An A5 sheet at 150 dpi, one pixel narrower than the sheet so that rows are odd: white, with a
@@ -86,9 +95,15 @@ TEST(Filter, ReadsEveryRasterVersionAndPixelFormat) {
       WriteRasterV1(raster, pages);
     else
       WriteRaster(raster, version == 2 ? CUPS_RASTER_WRITE_COMPRESSED : CUPS_RASTER_WRITE, pages);
-    // Version 2 runs under error diffusion (gray pages then go to the plug-in as 24-bit bands).
-    const ProcessResult run = RunFilter(raster, version == 2 ? "InkweaveHalftone=Diffusion" : "");
+    // Version 2 runs under error diffusion (gray pages then go to the plug-in as 24-bit bands); version 3
+    // is named as the file argument, with an option value the filter does not know (a warning only).
+    const ProcessResult run =
+        version == 3
+            ? RunProgram({kFilter, "7", "user", "title", "1", "InkweaveHalftone=Stipple", raster})
+            : RunProgram({kFilter, "7", "user", "title", "1", version == 2 ? "InkweaveHalftone=Diffusion" : ""},
+                         raster);
     ASSERT_EQ(run.Exit, 0) << run.Err;
+    EXPECT_EQ(run.Err.find("WARNING: Unknown InkweaveHalftone value \"Stipple\"") != std::string::npos, version == 3);
     for (const char* line :
          {"PAGE: 1 1\n", "PAGE: 4 1\n", "page 2 needs a new device context", "page 4 needs a new device context"})
       EXPECT_NE(run.Err.find(line), std::string::npos) << line;
@@ -186,18 +201,19 @@ std::string CodedStream(const std::vector<cups_page_header2_t>& headers, bool sw
 // for it (where that allocation would fail and the page pass for an invalid header).
 TEST(Filter, RefusesBadInputWithAClearError) {
 #if defined(INKWEAVE_ASAN)
-  const std::vector<std::string> env = {kPluginEnv,
-                                        "ASAN_OPTIONS=allocator_may_return_null=1:max_allocation_size_mb=256"};
+  const std::vector<std::string> asanEnv = {"ASAN_OPTIONS=allocator_may_return_null=1:max_allocation_size_mb=256"};
   const std::vector<std::string> limit;
 #else
-  const std::vector<std::string> env = {kPluginEnv};
+  const std::vector<std::string> asanEnv;
   const std::vector<std::string> limit = {"/usr/bin/prlimit", "--as=" + std::to_string(400 << 20), "--"};
 #endif
   struct Case {
     std::string Name;
     std::function<void(const fs::path&)> Write;
     std::string Expect;
-    std::size_t Pages = 0;  // printed before the error
+    std::size_t Pages = 0;                                            // printed before the error
+    std::vector<std::string> Args = {"7", "user", "title", "1", ""};  // the filter's, after its name
+    std::string Plugin = INKWEAVE_PLUGIN_PATH;
   };
   // The stream cut to `keep` bytes (counted from its end when negative).
   const auto cut = [](cups_mode_t mode, int pages, std::intmax_t keep) {
@@ -206,6 +222,9 @@ TEST(Filter, RefusesBadInputWithAClearError) {
       const auto size = static_cast<std::intmax_t>(fs::file_size(path));
       fs::resize_file(path, static_cast<std::uintmax_t>(keep < 0 ? size + keep : keep));
     };
+  };
+  const auto whole = [](const fs::path& path) {
+    WriteRaster(path, CUPS_RASTER_WRITE, {BoxPage(CUPS_CSPACE_RGB, 0, 0)});
   };
   // A version-1 page (a stream the filter does not follow as it reads) whose header `change` spoils.
   const auto spoiled = [](std::function<void(cups_page_header2_t&)> change) {
@@ -240,38 +259,24 @@ TEST(Filter, RefusesBadInputWithAClearError) {
        "ERROR: Page 1: Unsupported resolution 200x200"},
       {"coded, a hostile header", coded(false), tooLarge, 2},
       {"coded in the other byte order, a hostile header", coded(true), tooLarge, 2},
+      {"too few arguments", whole, "Usage: ", 0, {"7", "user"}},
+      {"a missing file", whole, "ERROR: Unable to open raster file", 0, {"7", "user", "title", "1", "", "/none.ras"}},
+      {"no plug-in", whole, "ERROR: Unable to load the render plug-in", 0, {"7", "user", "title", "1", ""}, "/none.so"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.Name);
     TempDir dir("bad");
     c.Write(dir / "in.ras");
-    std::vector<std::string> argv = limit;
-    argv.insert(argv.end(), {kFilter, "7", "user", "title", "1", ""});
+    std::vector<std::string> argv = limit, env = {"INKWEAVE_PLUGIN=" + c.Plugin};
+    argv.push_back(kFilter);
+    argv.insert(argv.end(), c.Args.begin(), c.Args.end());
+    env.insert(env.end(), asanEnv.begin(), asanEnv.end());
     const ProcessResult run = RunProgram(argv, dir / "in.ras", env);
     EXPECT_EQ(run.Signal, 0);
     EXPECT_EQ(run.Exit, 1);
     EXPECT_NE(run.Err.find(c.Expect), std::string::npos) << run.Err;
     EXPECT_EQ(c.Pages > 0 ? Print(run.Out).size() : 0, c.Pages);  // (no stream to read when none)
   }
-}
-
-TEST(Filter, RefusesBadArgumentsAndAMissingPlugin) {
-  TempDir dir("args");
-  WriteRaster(dir / "in.ras", CUPS_RASTER_WRITE, {BoxPage(CUPS_CSPACE_RGB, 10, 10)});
-  ProcessResult run = RunProgram({kFilter, "7", "user"}, {}, {});
-  EXPECT_EQ(run.Exit, 1);
-  EXPECT_NE(run.Err.find("Usage: "), std::string::npos);
-  run = RunProgram({kFilter, "7", "user", "title", "1", "", dir / "missing.ras"});
-  EXPECT_EQ(run.Exit, 1);
-  EXPECT_NE(run.Err.find("ERROR: Unable to open raster file"), std::string::npos) << run.Err;
-  run = RunFilter(dir / "in.ras", "", {"INKWEAVE_PLUGIN=" + (dir / "none.so")});
-  EXPECT_EQ(run.Exit, 1);
-  EXPECT_NE(run.Err.find("ERROR: Unable to load the render plug-in"), std::string::npos) << run.Err;
-  // The raster as the file argument, and an unknown option value only warns.
-  run = RunProgram({kFilter, "7", "user", "title", "1", "InkweaveHalftone=Stipple", dir / "in.ras"});
-  EXPECT_EQ(run.Exit, 0) << run.Err;
-  EXPECT_NE(run.Err.find("WARNING: Unknown InkweaveHalftone value \"Stipple\""), std::string::npos) << run.Err;
-  EXPECT_EQ(Print(run.Out).size(), 1u);
 }
 
 PagePlan Plan(const cups_page_header2_t& header, const cups::JobOptions& options = {}) {
@@ -414,7 +419,7 @@ TEST(JobOptions, TakeThePpdDefaultsUnderTheJobsOptions) {
 // profiles where the PPD names them, so that their lines are checked too; a missing translation fails it).
 // And what no print shows: the constraints, the texts shared with the Windows driver (misspellings kept),
 // and the modes and constraints deliberately left out. (The options, papers and qualities the PPD offers,
-// and what each prints: queue_test.cpp.)
+// and what each prints: the queue test.)
 TEST(Ppd, PassesCupstestppdAndCarriesTheConstraintsAndSharedTexts) {
   TempDir dir("cupstestppd");
   const fs::path filters = dir / "root/usr/lib/cups/filter";
@@ -440,6 +445,109 @@ TEST(Ppd, PassesCupstestppdAndCarriesTheConstraintsAndSharedTexts) {
   for (const char* absent : {"*cupsLanguages", "Print1200", "*InkweaveHighRes HighRes600 *Resolution 600dpi",
                              "*InkweaveHighRes HighRes600 *cupsPrintQuality High"})
     EXPECT_EQ(ppd.find(absent), std::string::npos) << absent;
+}
+
+// The values ipptool -tv showed for an attribute, e.g. "print-quality-supported (1setOf enum) =
+// draft,normal,high" → {"draft", "normal", "high"}.
+std::set<std::string> Shown(const std::string& out, const std::string& attribute) {
+  std::smatch m;
+  std::set<std::string> values;
+  if (!std::regex_search(out, m, std::regex("\\b" + attribute + " \\([^)]*\\) = ([^\\n]*)"))) return values;
+  std::stringstream list(m[1].str());
+  for (std::string value; std::getline(list, value, ',');) values.insert(value);
+  return values;
+}
+
+// A ServerBin of symlinks to the system's, whose filter/ also holds a copy of our filter, with the plug-in
+// beside it as installed (filter/../../inkweave/): the scheduler runs it as lp, who may not reach the build tree.
+fs::path MakeServerBin(const TempDir& dir) {
+  const fs::path bin = dir / "serverbin";
+  fs::create_directories(bin / "filter");
+  for (const auto& entry : fs::directory_iterator("/usr/lib/cups"))
+    if (entry.path().filename() != "filter") fs::create_symlink(entry.path(), bin / entry.path().filename());
+  for (const auto& entry : fs::directory_iterator("/usr/lib/cups/filter"))
+    fs::create_symlink(entry.path(), bin / "filter" / entry.path().filename());
+  fs::copy_file(RASTERTOINKWEAVE_PATH, bin / "filter/rastertoinkweave");
+  fs::create_directories(dir / "inkweave");
+  fs::copy_file(INKWEAVE_PLUGIN_PATH, dir / "inkweave/libinkweave.so");
+  return bin;
+}
+
+TEST(CupsQueue, IppClientsSeeAndGetTheQualitiesPaperTypesAndColourModes) {
+  if (!fs::exists("/usr/lib/cups/filter/gstoraster")) GTEST_SKIP() << "no gstoraster (scripts/install-deps.sh cups)";
+  TempDir dir("queue");
+  Cupsd::Options options;
+  options.ServerBin = MakeServerBin(dir);
+  std::string why;
+  auto cupsd = Cupsd::Start(dir / "cupsd", options, &why);
+  if (!cupsd) GTEST_SKIP() << "no CUPS scheduler for this test: " << why;
+  const fs::path out = dir / "out";
+  fs::create_directories(out);
+  fs::permissions(out, fs::perms::all);  // the backend writes as lp
+  const ProcessResult added = cupsd->Run(
+      {"lpadmin", "-p", "inkweave", "-E", "-v", "file://" + (out / "job.prn").string(), "-P", INKWEAVE_PPD_PATH});
+  ASSERT_EQ(added.Exit, 0) << added.Err << cupsd->ErrorLog();
+
+  const std::string uri = "ipp://" + cupsd->Server() + "/printers/inkweave";
+  const ProcessResult attributes =
+      cupsd->Run({"ipptool", "-tv", uri, "/usr/share/cups/ipptool/get-printer-attributes.test"});
+  ASSERT_EQ(attributes.Exit, 0) << attributes.Out << attributes.Err;
+  EXPECT_EQ(Shown(attributes.Out, "print-quality-supported"), (std::set<std::string>{"draft", "normal", "high"}))
+      << attributes.Out;
+  std::set<std::string> mediaTypes, papers;
+  for (const host::Medium& m : host::kMedia) mediaTypes.insert(std::string(m.IppKeyword));
+  for (const host::Paper& p : host::Papers()) papers.insert(std::string(p.PwgName));
+  EXPECT_EQ(Shown(attributes.Out, "media-type-supported"), mediaTypes) << attributes.Out;
+  EXPECT_EQ(Shown(attributes.Out, "media-supported"), papers) << attributes.Out;
+  EXPECT_EQ(Shown(attributes.Out, "print-color-mode-supported"), (std::set<std::string>{"monochrome", "color"}))
+      << attributes.Out;
+
+  // Jobs: the resolution and paper type each way of asking gives.
+  const inkweave::testing::PdfRect rect{72, 72, 144, 144, "0 0 1 rg"};
+  std::ofstream(dir / "doc.pdf", std::ios::binary) << inkweave::testing::MakePdf(595, 842, {rect});
+  struct Case {
+    std::vector<std::string> Options;
+    int Dpi;
+    int Medium;  // the paper-type command's code
+    bool Color;
+  } cases[] = {
+      {{}, 300, 0, true},
+      {{"print-quality=3"}, 150, 0, true},
+      {{"print-quality=5", "media-col={media-type=photographic-glossy}"}, 600, 2, true},
+      {{"cupsPrintQuality=High"}, 600, 0, true},
+      {{"Resolution=600dpi"}, 600, 0, true},  // Normal quality leaves the resolution chosen
+      {{"print-quality=4", "media-col={media-type=photographic}", "print-color-mode=monochrome"}, 300, 3, false},
+      {{"Resolution=600dpi", "InkweaveHalftone=Diffusion", "ColorModel=Gray", "MediaType=Inkjet"}, 600, 1, false},
+      {{"InkweaveHighRes=HighRes600"}, 1200, 0, true},
+  };
+  for (const Case& c : cases) {
+    std::string label;
+    std::vector<std::string> lp = {"lp", "-d", "inkweave"};
+    for (const std::string& option : c.Options) {
+      lp.insert(lp.end(), {"-o", option});
+      label += option + " ";
+    }
+    SCOPED_TRACE(label);
+    lp.push_back(dir / "doc.pdf");
+    fs::remove(out / "job.prn");
+    const ProcessResult printed = cupsd->Run(lp);
+    ASSERT_EQ(printed.Exit, 0) << printed.Err;
+    ASSERT_TRUE(cupsd->WaitForJobs(300s)) << cupsd->ErrorLog();
+    const auto pages = Print(ReadText(out / "job.prn"));
+    ASSERT_FALSE(pages.empty()) << cupsd->ErrorLog();
+    const decode::PrintedPage& page = pages[0];
+    EXPECT_EQ(page.Dpi, c.Dpi);
+    EXPECT_EQ(page.Medium, c.Medium);
+    EXPECT_EQ(page.Color, c.Color);
+    if (!c.Color) {
+      EXPECT_TRUE(InkBox(page, {0, 1, 2}).Empty()) << "colour ink on a monochrome page";
+    }
+    const int dpi = std::min(c.Dpi, 600), scale = c.Dpi / dpi;  // the high-resolution mode doubles the rows
+    const host::PrintableArea area = host::PrintableAreaOf(*host::FindPaper("a4"), dpi);
+    const double dots = dpi / 72.0, tolerance = 2 + dpi / 150.0;
+    const double left = rect.X * dots - area.Left, top = (842 - rect.Y - rect.Height) * dots - area.Top;
+    ExpectInkAt(page, {0, 1, 2, 3}, {left, top, left + rect.Width * dots, top + rect.Height * dots}, tolerance, scale);
+  }
 }
 
 }  // namespace
