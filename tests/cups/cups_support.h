@@ -1,5 +1,5 @@
-// Shared by the CUPS and printer-app tests: writing CUPS raster streams, and reading a printer stream
-// back through the decoder: where the ink landed.
+// Shared by the CUPS and printer-app tests: writing CUPS raster streams, reading what ipptool shows, and
+// reading a printer stream back through the decoder: where the ink landed.
 #pragma once
 
 #include <fcntl.h>
@@ -13,7 +13,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <stdexcept>
+#include <regex>
 #include <string>
 #include <variant>
 #include <vector>
@@ -102,6 +102,15 @@ inline void WriteRaster(const fs::path& path, cups_mode_t mode, const std::vecto
 inline std::vector<decode::PrintedPage> Print(const std::string& stream, decode::Job* jobOut = nullptr) {
   const auto* bytes = reinterpret_cast<const std::uint8_t*>(stream.data());
   return inkweave::testing::PrintStream({bytes, stream.size()}, {}, jobOut);
+}
+
+// The last value ipptool -tv showed for an attribute, e.g. "job-id (integer) = 3" → "3".
+inline std::string Shown(const std::string& out, const std::string& attribute) {
+  const std::regex shown("\\b" + attribute + " \\([^)]*\\) = ([^\\n]*)");
+  std::string value;
+  for (auto it = std::sregex_iterator(out.begin(), out.end(), shown); it != std::sregex_iterator(); ++it)
+    value = (*it)[1];
+  return value;
 }
 
 // Box of the dots inked in any of the given planes (either bit of two-bit dots), in page dots; empty
