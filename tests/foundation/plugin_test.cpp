@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "tests/support/plugin_library.h"
 
@@ -28,6 +29,17 @@ IPrintOemUni* CreatePlugin() {
   EXPECT_EQ(factory->lpVtbl->Release(factory), 0u);
   return plugin;
 }
+
+// A fresh plug-in object per test (v its interface table), gone with its last reference at the end.
+struct Plugin : ::testing::Test {
+  IPrintOemUni* plugin = CreatePlugin();
+  const IPrintOemUniVtbl& v = *plugin->lpVtbl;
+  void TearDown() override {
+    if (plugin != nullptr) {
+      EXPECT_EQ(v.Release(plugin), 0u);
+    }
+  }
+};
 
 TEST(Exports, OnlyTheTwoEntryPointsAreVisible) {
   const std::string command = std::string("nm -D --defined-only '") + INKWEAVE_PLUGIN_PATH + "'";
@@ -67,8 +79,7 @@ TEST(ClassObject, FactoryAnswersOnlyItsClassAndInterfaces) {
   EXPECT_EQ(factory->lpVtbl->Release(factory), 0u);
 }
 
-TEST(ClassObject, OnlyServerLocksKeepTheLibrary) {
-  IPrintOemUni* plugin = CreatePlugin();
+TEST_F(Plugin, OnlyServerLocksKeepTheLibrary) {
   EXPECT_EQ(SharedPlugin().CanUnloadNow(), S_OK) << "objects are deliberately not counted";
   IClassFactory* factory = GetFactory();
   EXPECT_EQ(factory->lpVtbl->LockServer(factory, 1), S_OK);
@@ -79,83 +90,81 @@ TEST(ClassObject, OnlyServerLocksKeepTheLibrary) {
   EXPECT_EQ(factory->lpVtbl->LockServer(factory, 0), S_OK);
   EXPECT_EQ(SharedPlugin().CanUnloadNow(), S_OK);
   factory->lpVtbl->Release(factory);
-  EXPECT_EQ(plugin->lpVtbl->Release(plugin), 0u);
 }
 
-TEST(Plugin, ReferenceCountsAndInterfaces) {
-  IPrintOemUni* plugin = CreatePlugin();
-  EXPECT_EQ(plugin->lpVtbl->AddRef(plugin), 2u);
+TEST_F(Plugin, ReferenceCountsAndInterfaces) {
+  EXPECT_EQ(v.AddRef(plugin), 2u);
   void* out = nullptr;
-  EXPECT_EQ(plugin->lpVtbl->QueryInterface(plugin, &IID_IUnknown, &out), S_OK);
+  EXPECT_EQ(v.QueryInterface(plugin, &IID_IUnknown, &out), S_OK);
   EXPECT_EQ(out, plugin);
-  EXPECT_EQ(plugin->lpVtbl->QueryInterface(plugin, &IID_IPrintOemUni, &out), S_OK);
-  EXPECT_EQ(plugin->lpVtbl->QueryInterface(plugin, &IID_IClassFactory, &out), E_NOINTERFACE);
+  EXPECT_EQ(v.QueryInterface(plugin, &IID_IPrintOemUni, &out), S_OK);
+  EXPECT_EQ(v.QueryInterface(plugin, &IID_IClassFactory, &out), E_NOINTERFACE);
   EXPECT_EQ(out, nullptr);
-  EXPECT_EQ(plugin->lpVtbl->Release(plugin), 3u);
-  EXPECT_EQ(plugin->lpVtbl->Release(plugin), 2u);
-  EXPECT_EQ(plugin->lpVtbl->Release(plugin), 1u);
-  EXPECT_EQ(plugin->lpVtbl->Release(plugin), 0u);
+  EXPECT_EQ(v.Release(plugin), 3u);
+  EXPECT_EQ(v.Release(plugin), 2u);
+  EXPECT_EQ(v.Release(plugin), 1u);
 }
 
-TEST(Plugin, GetInfo) {
-  IPrintOemUni* plugin = CreatePlugin();
+TEST_F(Plugin, GetInfo) {
   std::uint8_t buffer[8] = {};
   DWORD needed = 99;
-  EXPECT_EQ(plugin->lpVtbl->GetInfo(plugin, 1, buffer, 4, &needed), S_OK);
+  EXPECT_EQ(v.GetInfo(plugin, 1, buffer, 4, &needed), S_OK);
   EXPECT_EQ(needed, 4u);
   EXPECT_EQ(std::string(reinterpret_cast<char*>(buffer), 4), "318K");
   DWORD value = 0;
-  EXPECT_EQ(plugin->lpVtbl->GetInfo(plugin, 2, &value, 4, &needed), S_OK);
+  EXPECT_EQ(v.GetInfo(plugin, 2, &value, 4, &needed), S_OK);
   EXPECT_EQ(value, 0x10000u);
   value = 0;
-  EXPECT_EQ(plugin->lpVtbl->GetInfo(plugin, 3, &value, 8, &needed), S_OK);
+  EXPECT_EQ(v.GetInfo(plugin, 3, &value, 8, &needed), S_OK);
   EXPECT_EQ(value, 0x10000u);
 
   needed = 99;
-  EXPECT_EQ(plugin->lpVtbl->GetInfo(plugin, 4, &value, 4, &needed), E_FAIL);
+  EXPECT_EQ(v.GetInfo(plugin, 4, &value, 4, &needed), E_FAIL);
   EXPECT_EQ(needed, 0u);
-  EXPECT_EQ(plugin->lpVtbl->GetInfo(plugin, 0, &value, 4, nullptr), E_FAIL);
-  EXPECT_EQ(plugin->lpVtbl->GetInfo(plugin, 1, &value, 4, nullptr), E_FAIL);
+  EXPECT_EQ(v.GetInfo(plugin, 0, &value, 4, nullptr), E_FAIL);
+  EXPECT_EQ(v.GetInfo(plugin, 1, &value, 4, nullptr), E_FAIL);
   needed = 0;
   value = 0xAAAAAAAA;
-  EXPECT_EQ(plugin->lpVtbl->GetInfo(plugin, 1, &value, 3, &needed), E_FAIL);
+  EXPECT_EQ(v.GetInfo(plugin, 1, &value, 3, &needed), E_FAIL);
   EXPECT_EQ(needed, 4u) << "the size needed is told before the buffer is refused";
   EXPECT_EQ(value, 0xAAAAAAAAu);
-  EXPECT_EQ(plugin->lpVtbl->GetInfo(plugin, 1, nullptr, 4, &needed), E_FAIL);
-  plugin->lpVtbl->Release(plugin);
+  EXPECT_EQ(v.GetInfo(plugin, 1, nullptr, 4, &needed), E_FAIL);
 }
 
-TEST(Plugin, GetImplementedMethod) {
-  IPrintOemUni* plugin = CreatePlugin();
-  auto ask = [plugin](const char* name) {
+TEST_F(Plugin, GetImplementedMethod) {
+  auto ask = [this](const char* name) {
     std::string copy(name);
-    return plugin->lpVtbl->GetImplementedMethod(plugin, copy.data());
+    return v.GetImplementedMethod(plugin, copy.data());
   };
   for (const char* name :
        {"CommandCallback", "EnableDriver", "EnablePDEV", "DisablePDEV", "GetInfo", "FilterGraphics", "ImageProcessing"})
     EXPECT_EQ(ask(name), S_OK) << name;
   for (const char* name : {"PublishDriverInterface", "Compression", "commandCallback", "", "Enable", "GetInfo "})
     EXPECT_EQ(ask(name), E_FAIL) << name;
-  EXPECT_EQ(plugin->lpVtbl->GetImplementedMethod(plugin, nullptr), E_FAIL);
-  plugin->lpVtbl->Release(plugin);
+  EXPECT_EQ(v.GetImplementedMethod(plugin, nullptr), E_FAIL);
 }
 
-TEST(Plugin, EnableDriverChecksItsArguments) {
-  IPrintOemUni* plugin = CreatePlugin();
+// EnableDriver and ImageProcessing refuse what they cannot serve (the output left as it was); the
+// slots the plug-in leaves to the host answer E_NOTIMPL; FilterGraphics takes anything.
+TEST_F(Plugin, RefusalsAndUnimplementedSlots) {
   DRVENABLEDATA ded{7, 7, nullptr};
-  EXPECT_EQ(plugin->lpVtbl->EnableDriver(plugin, 0x20000, sizeof ded, &ded), E_FAIL);
-  EXPECT_EQ(plugin->lpVtbl->EnableDriver(plugin, 0x10000, 15, &ded), E_FAIL);
-  EXPECT_EQ(plugin->lpVtbl->EnableDriver(plugin, 0x10000, 16, nullptr), E_FAIL);
+  EXPECT_EQ(v.EnableDriver(plugin, 0x20000, sizeof ded, &ded), E_FAIL);
+  EXPECT_EQ(v.EnableDriver(plugin, 0x10000, 15, &ded), E_FAIL);
+  EXPECT_EQ(v.EnableDriver(plugin, 0x10000, 16, nullptr), E_FAIL);
   EXPECT_EQ(ded.iDriverVersion, 7u);
-  EXPECT_EQ(plugin->lpVtbl->EnableDriver(plugin, 0x10000, 16, &ded), S_OK);
+  EXPECT_EQ(v.EnableDriver(plugin, 0x10000, 16, &ded), S_OK);
   EXPECT_EQ(ded.iDriverVersion, 0x10000u);
   EXPECT_EQ(ded.c, 0u);
-  plugin->lpVtbl->Release(plugin);
-}
-
-TEST(Plugin, UnimplementedSlotsAndFilterGraphics) {
-  IPrintOemUni* plugin = CreatePlugin();
-  const IPrintOemUniVtbl& v = *plugin->lpVtbl;
+  BYTE* untouched = reinterpret_cast<BYTE*>(std::uintptr_t{0x77});
+  BYTE* result = untouched;
+  std::uint8_t bits[64] = {};
+  BITMAPINFOHEADER header{40, 4, 4, 1, 24, 0, 0, 0, 0, 0, 0};
+  IPPARAMS params{sizeof(IPPARAMS), {0, 0}, nullptr, 1, 0};
+  EXPECT_EQ(v.ImageProcessing(plugin, nullptr, bits, &header, nullptr, 0, &params, &result), E_FAIL);
+  EXPECT_EQ(result, untouched);
+  DEVOBJ devobj{};
+  EXPECT_EQ(v.ImageProcessing(plugin, &devobj, bits, &header, nullptr, 0, &params, &result), E_FAIL);
+  EXPECT_EQ(result, untouched);
   EXPECT_EQ(v.DevMode(plugin, 0, nullptr), E_NOTIMPL);
   EXPECT_EQ(v.DisableDriver(plugin), E_NOTIMPL);
   EXPECT_EQ(v.ResetPDEV(plugin, nullptr, nullptr), E_NOTIMPL);
@@ -163,13 +172,11 @@ TEST(Plugin, UnimplementedSlotsAndFilterGraphics) {
   EXPECT_EQ(v.TTYGetInfo(plugin, nullptr, 0, nullptr, 0, nullptr), E_NOTIMPL);
   std::uint8_t graphics[4] = {1, 2, 3, 4};
   EXPECT_EQ(v.FilterGraphics(plugin, nullptr, graphics, sizeof graphics), S_OK);
-  plugin->lpVtbl->Release(plugin);
 }
 
 // A host object without the driver service is refused and held by nothing; the first service published
 // is held (through one query) until the object goes, and a second one is not queried.
-TEST(Plugin, PublishKeepsTheFirstService) {
-  IPrintOemUni* plugin = CreatePlugin();
+TEST_F(Plugin, PublishKeepsTheFirstService) {
   static const IUnknownVtbl kNothing = {
       [](IUnknown*, const GUID*, void** ppv) INKWEAVE_STDCALL -> HRESULT {
         *ppv = nullptr;
@@ -179,31 +186,16 @@ TEST(Plugin, PublishKeepsTheFirstService) {
       [](IUnknown*) INKWEAVE_STDCALL -> ULONG { return 1; },
   };
   IUnknown nothing{&kNothing};
-  EXPECT_EQ(plugin->lpVtbl->PublishDriverInterface(plugin, &nothing), E_FAIL);
+  EXPECT_EQ(v.PublishDriverInterface(plugin, &nothing), E_FAIL);
   host::SpoolService first;
   host::SpoolService second;
-  EXPECT_EQ(plugin->lpVtbl->PublishDriverInterface(plugin, first.Unknown()), S_OK);
+  EXPECT_EQ(v.PublishDriverInterface(plugin, first.Unknown()), S_OK);
   EXPECT_EQ(first.References(), 2u);
-  EXPECT_EQ(plugin->lpVtbl->PublishDriverInterface(plugin, second.Unknown()), S_OK);
+  EXPECT_EQ(v.PublishDriverInterface(plugin, second.Unknown()), S_OK);
   EXPECT_EQ(second.References(), 1u);
   EXPECT_EQ(first.References(), 2u);
-  EXPECT_EQ(plugin->lpVtbl->Release(plugin), 0u);
+  EXPECT_EQ(v.Release(std::exchange(plugin, nullptr)), 0u);
   EXPECT_EQ(first.References(), 1u) << "released with the object";
-}
-
-TEST(Plugin, ImageProcessingRefusesWithoutADevice) {
-  IPrintOemUni* plugin = CreatePlugin();
-  BYTE* untouched = reinterpret_cast<BYTE*>(std::uintptr_t{0x77});
-  BYTE* result = untouched;
-  std::uint8_t bits[64] = {};
-  BITMAPINFOHEADER header{40, 4, 4, 1, 24, 0, 0, 0, 0, 0, 0};
-  IPPARAMS params{sizeof(IPPARAMS), {0, 0}, nullptr, 1, 0};
-  EXPECT_EQ(plugin->lpVtbl->ImageProcessing(plugin, nullptr, bits, &header, nullptr, 0, &params, &result), E_FAIL);
-  EXPECT_EQ(result, untouched);
-  DEVOBJ devobj{};
-  EXPECT_EQ(plugin->lpVtbl->ImageProcessing(plugin, &devobj, bits, &header, nullptr, 0, &params, &result), E_FAIL);
-  EXPECT_EQ(result, untouched);
-  plugin->lpVtbl->Release(plugin);
 }
 
 }  // namespace
