@@ -1,7 +1,8 @@
 // The row coders and row records: the rows pages never reach written out byte for byte (full-width and
-// long unit runs, odd lengths, PackBits, raw and mirrored records, mode-1 widening), round trips through the
-// printer model's decoders on random and structured rows of every even length within the record block,
-// the pass bound and the ink test. The whole-stream suite pins the codes of the rows pages print.
+// long unit runs, odd lengths, raw and mirrored records, mode-1 widening), round trips through the printer
+// model's decoders on random and structured rows of every even length within the record block, and the
+// ink test. The whole-stream suite pins the codes of the rows pages print; no job selects PackBits, whose
+// rows are held to the decoder and their bound only.
 #include <gtest/gtest.h>
 
 #include <random>
@@ -56,12 +57,6 @@ Bytes Counting(int from, int count) {
 
 #define EXPECT_BYTES(actual, expected) EXPECT_EQ(FirstDifference(actual, expected), "")
 
-Bytes BlankFullWidthCodes() {
-  Bytes codes;
-  for (int i = 0; i < 9; ++i) codes = codes + Hex("FF 00 00 00 00");
-  return codes + Hex("FD 00 00  FC 00  EC 00  8C 00");  // 54 bytes for 1,280 blank bytes
-}
-
 // The rows printed pages never code (full-width and long unit runs, odd lengths) and the rows of the
 // two settled readings; the whole-stream suite pins the codes of the rows pages print.
 TEST(PatternEncode, WorkedRows) {
@@ -69,7 +64,8 @@ TEST(PatternEncode, WorkedRows) {
     const char* what;
     Bytes row, codes;
   } cases[] = {
-      {"a blank full-width row", Bytes(1280, 0), BlankFullWidthCodes()},
+      {"a blank full-width row", Bytes(1280, 0),
+       Repeat(Hex("FF 00 00 00 00"), 9) + Hex("FD 00 00  FC 00  EC 00  8C 00")},
       // 89 groups = 178 units: two 64-unit codes, one of 32, then 18.
       {"a long two-byte unit run", Repeat(Hex("12 34"), 180),
        Hex("FF 12 34 12 34  FF 12 34 12 34  FD 12 34  C5 12 34  03 12 34 12 34")},
@@ -88,23 +84,6 @@ TEST(PatternEncode, WorkedRows) {
       {"an empty row", Bytes{}, Bytes{}},
   };
   for (const auto& c : cases) EXPECT_BYTES(Pattern(c.row), c.codes) << c.what;
-}
-
-// No page is coded in PackBits: its literal and run limits and the closing pair that stays literal.
-TEST(PackBitsEncode, WorkedRows) {
-  const struct {
-    Bytes row, codes;
-  } cases[] = {
-      {Bytes{}, Hex("FF")},
-      {Hex("33 33"), Hex("01 33 33")},
-      {Hex("AA AA AA BB"), Hex("FE AA  00 BB")},
-      {Hex("01 02 03 03"), Hex("03 01 02 03 03")},
-      {Counting(0, 130), Hex("7E") + Counting(0, 127) + Hex("02") + Counting(127, 3)},
-      {Counting(0, 128), Hex("7D") + Counting(0, 126) + Hex("01") + Counting(126, 2)},
-      {Bytes(129, 7), Hex("81 07  00 07")},
-      {Bytes(131, 7), Hex("81 07  FE 07")},
-  };
-  for (const auto& c : cases) EXPECT_BYTES(PackBits(c.row), c.codes) << "row of " << c.row.size();
 }
 
 // Rows of the kinds a halftoned page has: blank (kind 0), stretches of one byte, two- and four-byte
@@ -227,20 +206,6 @@ TEST_F(Records, WorkedRows) {
   Bytes out(4);
   WidenRow(out.data(), Hex("A5 3C").data(), 2);
   EXPECT_BYTES(out, Hex("CC 33  0F F0"));
-}
-
-TEST_F(Records, PassBufferBound) {
-  const Bytes chunk(60000, 0x47);
-  for (int i = 0; i < 9; ++i) AppendToPass(pass, chunk.data(), 60000);
-  ASSERT_EQ(pass.WritePos - pass.BufferStart, 540000);
-  const Bytes rest(7840, 1);
-  AppendToPass(pass, rest.data(), 7840);  // would reach the capacity: dropped
-  EXPECT_EQ(pass.WritePos - pass.BufferStart, 540000);
-  AppendToPass(pass, rest.data(), 7839);  // one byte short of it: taken
-  EXPECT_EQ(pass.WritePos - pass.BufferStart, 547839);
-  AppendToPass(pass, rest.data(), 1);
-  EXPECT_EQ(pass.WritePos - pass.BufferStart, 547839);
-  EXPECT_EQ(pass.BufferStart[547838], 1);
 }
 
 // A pass below 429 bytes is scanned for a record (pages' passes of blank markers); 429 bytes of anything
