@@ -109,6 +109,17 @@ TEST(SelectColorLut, MemoryKeepsTheStoredTableWhateverThePurpose) {
 // negative unsigned sum is a large number and saturates to 255, not to 0: kept on purpose; the gains
 // clamp as signed 16-bit values.
 int Identity(int i) { return i; }
+
+// Sets brightness, contrast and the red, green and blue gains, and builds the curves.
+void Adjust(DeviceState& state, const std::int16_t (&adjust)[5]) {
+  state.BrightnessAdjust = adjust[0];
+  state.ContrastAdjust = adjust[1];
+  state.RedGain = adjust[2];
+  state.GreenGain = adjust[3];
+  state.BlueGain = adjust[4];
+  BuildToneCurves(state);
+}
+
 int Darker(int i) { return i == 0 ? 255 : i - 1; }
 int Doubled(int i) { return i >= 64 && i <= 191 ? 2 * i - 128 : 255; }
 
@@ -143,12 +154,7 @@ TEST(BuildToneCurves, AdjustmentsTruncateAndClampPerCurve) {
     bytes.fill(0xA5);
     DeviceState state{};
     state.ToneCurves = bytes.data();
-    state.BrightnessAdjust = c.adjust[0];
-    state.ContrastAdjust = c.adjust[1];
-    state.RedGain = c.adjust[2];
-    state.GreenGain = c.adjust[3];
-    state.BlueGain = c.adjust[4];
-    BuildToneCurves(state);
+    Adjust(state, c.adjust);
     for (const auto& [curve, expected] : c.curves)
       for (int i = 0; i < 256; ++i) ASSERT_EQ(bytes[curve * 256 + i], expected(i)) << c.what << ", curve " << curve;
     for (int i = 0; i < 256; ++i) ASSERT_EQ(bytes[6 * 256 + i], 0xA5) << c.what << ": curve 6 is left alone";
@@ -219,41 +225,20 @@ TEST(ConvertPixel, NeutralCaseReadsTheCyanOfTheDiagonal) {
 
   // Gray 255 reached through the curves only (input not white): d = 15, fr = 15 lands on point 16.
   Converter brighter(lut.data());
-  brighter.state.BrightnessAdjust = 1;  // +1
-  BuildToneCurves(brighter.state);
+  Adjust(brighter.state, {1, 0, 0, 0, 0});
   EXPECT_EQ(brighter(254, 254, 254), All(255 - 200));
   // White input is the white grid point whatever the curves make of it.
   EXPECT_EQ(brighter(255, 255, 255), (std::array<int, 4>{55, 248, 248, 248}));
   Converter darker(lut.data());
-  darker.state.BrightnessAdjust = -128;  // white input becomes 0 through the curves
-  BuildToneCurves(darker.state);
+  Adjust(darker.state, {-128, 0, 0, 0, 0});  // white input becomes 0 through the curves
   EXPECT_EQ(darker(255, 255, 255), (std::array<int, 4>{55, 248, 248, 248}));
-}
-
-TEST(ConvertPixel, MonochromeUsesTheGrayCurveUncomplemented) {
-  Converter gray(ColorTable(1), 1);
-  EXPECT_EQ(gray(255, 0, 0), All(76));
-  EXPECT_EQ(gray(0, 255, 0), All(150));
-  EXPECT_EQ(gray(0, 0, 255), All(28));
-  EXPECT_EQ(gray(255, 255, 255), All(255));
-  EXPECT_EQ(gray(0, 0, 0), All(0));
-  gray.state.BrightnessAdjust = -1;
-  BuildToneCurves(gray.state);
-  EXPECT_EQ(gray(255, 0, 0), All(75));
-  EXPECT_EQ(gray(0, 0, 0), All(255));  // the unsigned clamp of curve 0
-  // No colour table is needed in monochrome.
-  gray.state.ColorLut = nullptr;
-  EXPECT_EQ(gray(255, 0, 0), All(75));
 }
 
 // The batch kernel of every instruction set against ConvertPixel: every third value of each channel (255
 // included), the values around the cell edges in every combination, and a seeded random sample, for three
 // tables, colour and monochrome, with identity and bent curves, in pieces of every length up to 37.
 TEST(ConvertPixel, EveryInstructionSetsBatchKernelAgreesWithIt) {
-  struct Variant {
-    std::int16_t brightness, contrast, red, green, blue;
-  };
-  static const Variant kVariants[] = {{0, 0, 0, 0, 0}, {3, 20, -20, 10, 40}, {-2, -15, 30, -40, 0}};
+  static const std::int16_t kVariants[][5] = {{0, 0, 0, 0, 0}, {3, 20, -20, 10, 40}, {-2, -15, 30, -40, 0}};
   static const int kEdges[] = {0, 1, 15, 16, 17, 127, 128, 136, 239, 240, 241, 254, 255};
   std::mt19937 rng(0x5EED0C01u);
   std::vector<std::uint32_t> keys;
@@ -267,14 +252,9 @@ TEST(ConvertPixel, EveryInstructionSetsBatchKernelAgreesWithIt) {
 
   for (int t : {1, 8, 13})
     for (std::uint16_t mode : {2, 1})
-      for (const Variant& v : kVariants) {
+      for (const auto& adjust : kVariants) {
         Converter convert(ColorTable(t), mode);
-        convert.state.BrightnessAdjust = v.brightness;
-        convert.state.ContrastAdjust = v.contrast;
-        convert.state.RedGain = v.red;
-        convert.state.GreenGain = v.green;
-        convert.state.BlueGain = v.blue;
-        BuildToneCurves(convert.state);
+        Adjust(convert.state, adjust);
         std::vector<std::uint32_t> want(keys.size()), got(keys.size());
         for (std::size_t i = 0; i < keys.size(); ++i) {
           const auto ink = convert(keys[i] & 255, (keys[i] >> 8) & 255, keys[i] >> 16);
