@@ -97,34 +97,25 @@ TEST(StoredMaps, RepeatTheirTiles) {
 // same at every non-zero frequency, so its low-frequency share is just the share of such bins.
 double LowFrequencyRatio(int value) {
   constexpr int kRadius = 6;
-  constexpr double kPi = 3.14159265358979323846;
   std::vector<std::complex<double>> twiddle(kTile);
-  for (int n = 0; n < kTile; ++n) twiddle[n] = std::polar(1.0, -2.0 * kPi * n / kTile);
-  // Dots of input value `value`: where value < threshold.
-  int dots = 0;
-  std::vector<std::vector<std::complex<double>>> rows(kTile, std::vector<std::complex<double>>(2 * kRadius + 1));
-  for (int y = 0; y < kTile; ++y) {
-    for (int x = 0; x < kTile; ++x) {
-      if (value >= DitherMatrix[y][x]) continue;
-      ++dots;
-      for (int u = -kRadius; u <= kRadius; ++u) rows[y][u + kRadius] += twiddle[((u * x) % kTile + kTile) % kTile];
-    }
-  }
-  const double cells = kTile * kTile;
-  const double acPower = cells * dots - static_cast<double>(dots) * dots;
-  if (acPower <= 0) return 0;
+  for (int n = 0; n < kTile; ++n) twiddle[n] = std::polar(1.0, -2.0 * 3.14159265358979323846 * n / kTile);
+  std::vector<int> cellsOf[2];  // x + kTile y of the cells left empty and inked at `value` (value < threshold)
+  for (int cell = 0; cell < kTile * kTile; ++cell)
+    cellsOf[value < DitherMatrix[cell / kTile][cell % kTile]].push_back(cell);
+  const double cells = kTile * kTile, k = static_cast<double>(cellsOf[1].size()), acPower = cells * k - k * k;
+  // A pattern and its complement differ only at frequency 0: the smaller set is summed.
+  const std::vector<int>& dots = cellsOf[cellsOf[0].size() < cellsOf[1].size() ? 0 : 1];
   double low = 0;
   int bins = 0;
-  for (int u = -kRadius; u <= kRadius; ++u) {
+  for (int u = -kRadius; u <= kRadius; ++u)
     for (int v = -kRadius; v <= kRadius; ++v) {
       if (u * u + v * v == 0 || u * u + v * v > kRadius * kRadius) continue;
       std::complex<double> sum = 0;
-      for (int y = 0; y < kTile; ++y) sum += rows[y][u + kRadius] * twiddle[((v * y) % kTile + kTile) % kTile];
+      for (const int cell : dots) sum += twiddle[((u * (cell % kTile) + v * (cell / kTile)) % kTile + kTile) % kTile];
       low += std::norm(sum);
       ++bins;
     }
-  }
-  return (low / acPower) / (bins / (cells - 1));
+  return acPower <= 0 ? 0 : (low / acPower) / (bins / (cells - 1));
 }
 
 TEST(DitherMatrix, DotsAreDispersedAtEveryLevel) {
