@@ -1,15 +1,13 @@
 // The four ordered-dither renderers: bit for bit against the plain renderers of
 // tests/reference/dither_reference.h, one grid over random and run-length images in both
 // orientations (odd widths, width 1, first and last rows, widths past one line's planes, dirty plane
-// buffers, stripes that run past the matrix); white that is never converted; and no lines, no change,
-// in every halftone renderer.
+// buffers, stripes that run past the matrix, white lines never converted).
 // Colour conversion uses a random table and curves, never the product tables.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <random>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -64,8 +62,6 @@ void FillBand(Band& band, Fill fill, std::mt19937& rng) {
   }
 }
 
-const char* FillName(Fill fill) { return fill == Fill::Random ? "random" : "runs"; }
-
 // Band geometry of one comparison: the band's size and the stripe taken from it.
 struct Case {
   int bandWidth;
@@ -105,10 +101,11 @@ void CompareWithReference(bool colour, bool landscape, Rig& rig, const Band& ban
 }
 
 TEST(DitherRenderers, MatchTheReferenceOnEveryInstructionSet) {
-  // Random colour table and curves: the colour renderers only pass pixels through ConvertPixel. The
-  // runs hold white (never converted), black (its own plane) and colours a byte apart (the conversion
-  // memory); width 2480 runs the black pass into the next line's planes; offset 120 runs the rows past
-  // the matrix within a stripe; the random fill sets the padding that the gray renderers' last byte reads.
+  // Random colour table and curves: the colour renderers only pass pixels through ConvertPixel, and a
+  // conversion the memory should have spared (white first of all) reads random ink. The runs hold white,
+  // black (its own plane) and colours a byte apart (the conversion memory); width 2480 runs the black pass into the
+  // next line's planes; offset 120 runs the rows past the matrix within a stripe; the random fill sets the padding that
+  // the gray renderers' last byte reads.
   testing::ForEachInstructionSet([](InstructionSet) {
     std::mt19937 rng(0xC0105);
     const struct {
@@ -126,12 +123,12 @@ TEST(DitherRenderers, MatchTheReferenceOnEveryInstructionSet) {
             FillBand(band, fill, rng);
             for (const bool dirty : {false, true}) {
               for (const IPPARAMS& params : {Offsets(0, 0), Offsets(300, 1001), Offsets(120, 120)}) {
-                std::ostringstream what;
-                what << (r.Colour ? "colour" : "gray") << (landscape ? " landscape" : " portrait") << " mode " << r.Mode
-                     << " band " << c.bandWidth << "x" << c.bandHeight << " lines " << c.firstLine << "+" << c.lineCount
-                     << " " << FillName(fill) << (dirty ? " dirty planes" : "") << " offset " << params.ptOffset.x
-                     << "," << params.ptOffset.y;
-                SCOPED_TRACE(what.str());
+                SCOPED_TRACE(::testing::Message()
+                             << (r.Colour ? "colour" : "gray") << (landscape ? " landscape" : " portrait") << " mode "
+                             << r.Mode << " band " << c.bandWidth << "x" << c.bandHeight << " lines " << c.firstLine
+                             << "+" << c.lineCount << (fill == Fill::Random ? " random" : " runs")
+                             << (dirty ? " dirty planes" : "") << " offset " << params.ptOffset.x << ","
+                             << params.ptOffset.y);
                 CompareWithReference(r.Colour, landscape, rig, band, c, params, dirty, rng);
               }
             }
@@ -140,39 +137,6 @@ TEST(DitherRenderers, MatchTheReferenceOnEveryInstructionSet) {
       }
     }
   });
-}
-
-TEST(DitherColor, WhiteIsNeverConvertedAndSetsNothing) {
-  // No colour table at all: a single conversion would fault.
-  for (const Renderer renderer : {DitherColorPortrait, DitherColorLandscape}) {
-    Rig rig(2);
-    rig.State.ColorLut = nullptr;
-    Band band(100, 16, 24);
-    std::fill(band.Bytes.begin(), band.Bytes.end(), 0xFF);
-    EXPECT_EQ(Render(renderer, rig, band, 0, renderer == DitherColorPortrait ? 100 : 16, 16, Offsets(0, 0)), 0u);
-    EXPECT_TRUE(std::all_of(rig.Planes[0].begin(), rig.Planes[0].end(), [](std::uint8_t b) { return b == 0; }));
-  }
-}
-
-// A stripe without lines touches nothing, in every ordered-dither and diffusion renderer: no planes, no
-// error lines, no scan parity.
-TEST(HalftoneRenderers, NoLinesTouchNothing) {
-  for (const Renderer renderer : {DitherColorPortrait, DitherColorLandscape, DitherGrayPortrait, DitherGrayLandscape,
-                                  DiffuseLowPortrait, DiffuseLowLandscape, DiffuseMidPortrait, DiffuseMidLandscape,
-                                  DiffuseHighPortrait, DiffuseHighLandscape, DiffuseTopPortrait, DiffuseTopLandscape}) {
-    Rig rig(2, 64);
-    for (auto& planes : rig.Planes) std::fill(planes.begin(), planes.end(), 0x5A);
-    rig.State.ScanParity = 1;
-    Band band(8, 8, 24);
-    for (const int lines : {0, -3}) {
-      EXPECT_EQ(Render(renderer, rig, band, 0, 8, lines, Offsets(0, 0)), 0u);
-      for (const auto& planes : rig.Planes)
-        EXPECT_TRUE(std::all_of(planes.begin(), planes.end(), [](std::uint8_t b) { return b == 0x5A; }));
-      for (const auto& line : rig.Lines)
-        EXPECT_TRUE(std::all_of(line.begin(), line.end(), [](std::int16_t e) { return e == 0; }));
-      EXPECT_EQ(rig.State.ScanParity, 1);
-    }
-  }
 }
 
 }  // namespace
