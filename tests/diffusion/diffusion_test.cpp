@@ -3,15 +3,12 @@
 // at every print quality, with error lines, planes and bands allocated to their exact sizes so that the
 // sanitizers see any byte outside them. Then the edges no printed page reaches: partial last bytes and
 // the blank chain's shortcut against the full chain. The whole-stream suite pins the seeding of the error
-// lines and, on its black-and-white pages, amounts 0 and 255; stripes without lines are the dither
-// test's, for every renderer.
+// lines and, on its black-and-white pages, amounts 0 and 255.
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
 #include <cstring>
-#include <functional>
 #include <memory>
 #include <random>
 #include <vector>
@@ -41,51 +38,30 @@ std::unique_ptr<Rig> MakeDiffusionDevice(std::uint32_t pageWidth, std::uint16_t 
   return d;
 }
 
-using PixelFn = std::function<void(int x, int y, std::uint8_t* rgb)>;
-
-std::unique_ptr<Band> MakeBand(int width, int height, const PixelFn& pixel) {
-  auto band = std::make_unique<Band>(width, height);
-  for (int y = 0; y < height; ++y)
-    for (int x = 0; x < width; ++x) pixel(x, y, band->Row(y) + 3 * x);
-  return band;
-}
-
-PixelFn Flat(std::uint8_t r, std::uint8_t g, std::uint8_t b) {
-  return [=](int, int, std::uint8_t* p) {
-    p[0] = r;
-    p[1] = g;
-    p[2] = b;
-  };
-}
-
-// Random pixels in short runs (so the conversion cache is exercised), with white runs among them.
-PixelFn RandomRuns(std::uint32_t seed) {
-  auto rng = std::make_shared<std::mt19937>(seed);
-  auto last = std::make_shared<std::array<std::uint8_t, 3>>();
-  return [=](int, int, std::uint8_t* p) {
-    const std::uint32_t roll = (*rng)() % 16;
-    if (roll < 3) {
-      (*last)[0] = (*last)[1] = (*last)[2] = 255;
-    } else if (roll < 8) {
-      for (auto& c : *last) c = static_cast<std::uint8_t>((*rng)() >> 24);
+// Band pixels in the band's scan order: random colours in short runs with white runs among them (the
+// conversion cache exercised), or white with a random colour on every 97th pixel (white runs between colours).
+void FillPixels(Band& band, bool sparse, std::mt19937& rng) {
+  std::uint8_t run[3] = {255, 255, 255};
+  int count = 0;
+  for (int y = 0; y < band.Info.Header.biHeight; ++y)
+    for (std::uint8_t* p = band.Row(y); p < band.Row(y) + 3 * band.Info.Header.biWidth; p += 3) {
+      const std::uint32_t roll = rng() % 16;
+      if (sparse) {
+        const bool colour = ++count % 97 == 0;
+        for (int c = 0; c < 3; ++c) p[c] = colour ? static_cast<std::uint8_t>(rng() >> 24) : 255;
+        continue;
+      }
+      if (roll < 8)
+        for (auto& c : run) c = roll < 3 ? 255 : static_cast<std::uint8_t>(rng() >> 24);
+      std::copy_n(run, 3, p);
     }
-    p[0] = (*last)[0];
-    p[1] = (*last)[1];
-    p[2] = (*last)[2];
-  };
 }
 
 // Calls a renderer as the band driver does: row units and row pixels are the pixels across (from
 // firstPixel on, when given).
 std::uint32_t RenderStripe(BandRendererFn renderer, Rig& d, const Band& band, bool landscape, int firstLine, int lines,
                            std::int32_t position, int firstPixel = 0) {
-  IPPARAMS params{};
-  params.dwSize = sizeof(IPPARAMS);
-  if (landscape) {
-    params.ptOffset.x = position;
-  } else {
-    params.ptOffset.y = position;
-  }
+  const IPPARAMS params = reference::Offsets(landscape ? position : 0, landscape ? 0 : position);
   const int across = landscape ? band.Info.Header.biHeight : band.Info.Header.biWidth;
   return renderer(d.State, firstLine, across, band.Info, lines, firstPixel, across - firstPixel, &params);
 }
@@ -105,16 +81,6 @@ const Pair kPairs[] = {{"low", &DiffuseLowPortrait, &DiffuseLowLandscape, 1, 16,
                        {"mid", &DiffuseMidPortrait, &DiffuseMidLandscape, 32 | 2, 16, 1},
                        {"high", &DiffuseHighPortrait, &DiffuseHighLandscape, 32 | 4, 16, 1},
                        {"top", &DiffuseTopPortrait, &DiffuseTopLandscape, 6, 4, 2}};
-
-// White with a colour on every 97th pixel of the band's scan order: white runs between colours.
-PixelFn SparseColour(std::uint32_t seed) {
-  auto rng = std::make_shared<std::mt19937>(seed);
-  auto count = std::make_shared<int>(0);
-  return [=](int, int, std::uint8_t* p) {
-    const bool colour = ++*count % 97 == 0;
-    for (int c = 0; c < 3; ++c) p[c] = colour ? static_cast<std::uint8_t>((*rng)() >> 24) : 255;
-  };
-}
 
 struct Rendered {
   std::vector<std::uint32_t> Results;
@@ -152,12 +118,12 @@ Rendered RenderBands(const Pair& pair, int quality, bool landscape, int across, 
   Rendered out;
   for (int bandNo = 0; bandNo < 2; ++bandNo) {
     const int lines = pair.StripeLines * 2 + 3;
-    const PixelFn pixels = bandNo == 0 ? RandomRuns(rng()) : SparseColour(rng());
-    auto band = landscape ? MakeBand(lines, across, pixels) : MakeBand(across, lines, pixels);
+    Band band(landscape ? lines : across, landscape ? across : lines);
+    FillPixels(band, bandNo == 1, rng);
     for (int y = 0; y < lines - 1; y += pair.StripeLines) {
       const int rows = oversized ? lines - y : std::min(pair.StripeLines, lines - y);
-      out.Results.push_back(RenderStripe(landscape ? pair.Landscape : pair.Portrait, *d, *band, landscape, y, rows,
-                                         position, firstPixel));
+      out.Results.push_back(
+          RenderStripe(landscape ? pair.Landscape : pair.Portrait, *d, band, landscape, y, rows, position, firstPixel));
     }
     position += lines;
   }
@@ -204,8 +170,8 @@ TEST(DiffusionRenderers, PartialLastBytesAndGuardCells) {
     auto d = MakeDiffusionDevice(64, 600, pair.PrintMode);
     SeedDiffusionLines(d->State, 4, 128);
     for (auto& b : d->Planes) std::fill(b.begin(), b.end(), 0xA5);
-    auto band = MakeBand(13, pair.StripeLines, Flat(0, 0, 0));
-    ASSERT_EQ(RenderStripe(pair.Portrait, *d, *band, false, 0, pair.StripeLines, 0), 1u);
+    const Band band(13, pair.StripeLines);  // black
+    ASSERT_EQ(RenderStripe(pair.Portrait, *d, band, false, 0, pair.StripeLines, 0), 1u);
     const int dots = 13 * pair.Scale;
     const int planeBytes = kPlaneBytes * pair.Scale;
     const int outputLines = pair.StripeLines * pair.Scale;
