@@ -33,13 +33,9 @@ struct JobCase {
 Bytes RunJob(const JobCase& c) {
   host::HostSession session(testing::SharedPlugin());
   EXPECT_EQ(session.Load(), S_OK);
-  host::DeviceSetup setup;
-  setup.Quality = c.quality;
-  setup.Color = c.color;
-  setup.PaperSize = c.paper;
-  setup.PageWidth = 1200;
-  setup.PageHeight = 1600;
-  EXPECT_EQ(session.Enable(setup), S_OK);
+  EXPECT_EQ(session.Enable(
+                {.PaperSize = c.paper, .Quality = c.quality, .Color = c.color, .PageWidth = 1200, .PageHeight = 1600}),
+            S_OK);
   for (DWORD id : c.selections) EXPECT_EQ(session.Command(id), S_OK);
   for (DWORD id : {22, 20, 21, 20, 21, 23}) EXPECT_EQ(session.Command(id), S_OK);
   EXPECT_EQ(session.Disable(), S_OK);

@@ -20,13 +20,7 @@ using testing::operator+;
 const host::PluginEntry kLinkedPlugin{&GetClassObject, &CanUnloadNow};
 
 // The page of every job here, 200 x 260 dots.
-host::DeviceSetup Page(std::int16_t quality) {
-  host::DeviceSetup setup;
-  setup.Quality = quality;
-  setup.PageWidth = 200;
-  setup.PageHeight = 260;
-  return setup;
-}
+host::DeviceSetup Page(std::int16_t quality) { return {.Quality = quality, .PageWidth = 200, .PageHeight = 260}; }
 
 // A host with the linked plug-in loaded.
 struct Session : host::HostSession {
@@ -51,21 +45,19 @@ struct JobSpec {
 };
 
 void RunTwoPageJob(host::HostSession& session, const JobSpec& kind) {
-  host::PageSource source;
-  source.Width = 200;
-  source.Height = 260;
-  source.Render = [](std::int32_t x0, std::int32_t y0, std::int32_t w, std::int32_t h, std::uint8_t* dst,
-                     std::size_t stride) {
-    for (std::int32_t y = y0; y < y0 + h; ++y)
-      for (std::int32_t x = x0; x < x0 + w; ++x) {
-        std::uint8_t* px = dst + static_cast<std::size_t>(y - y0) * stride + static_cast<std::size_t>(x - x0) * 3;
-        const bool white = y >= 100 && y < 180;
-        px[0] = white ? 255 : static_cast<std::uint8_t>(x + y);
-        px[1] = white ? 255 : static_cast<std::uint8_t>(3 * x);
-        px[2] = white ? 255 : static_cast<std::uint8_t>(2 * y);
-      }
-    return true;
-  };
+  host::PageSource source{
+      200, 260, 24,
+      [](std::int32_t x0, std::int32_t y0, std::int32_t w, std::int32_t h, std::uint8_t* dst, std::size_t stride) {
+        for (std::int32_t y = y0; y < y0 + h; ++y)
+          for (std::int32_t x = x0; x < x0 + w; ++x) {
+            std::uint8_t* px = dst + static_cast<std::size_t>(y - y0) * stride + static_cast<std::size_t>(x - x0) * 3;
+            const bool white = y >= 100 && y < 180;
+            px[0] = white ? 255 : static_cast<std::uint8_t>(x + y);
+            px[1] = white ? 255 : static_cast<std::uint8_t>(3 * x);
+            px[2] = white ? 255 : static_cast<std::uint8_t>(2 * y);
+          }
+        return true;
+      }};
   host::SelectModes(session, kind.diffusion, kind.highRes);
   session.Command(host::kCallbackJobStart);
   for (int page = 0; page < 2; ++page) host::PrintPage(session, source, 48);
@@ -132,13 +124,10 @@ TEST(HostBounds, AbsurdBandsAndPagesAreRefused) {
     EXPECT_EQ(session.ImageProcessing({bits.data(), width, height, 24, 0, 0, false}), E_FAIL)
         << width << " x " << height;
   for (const auto& [width, height] : {std::pair{0x40000000, 100}, std::pair{0x7FFFFFFF, 1}, std::pair{200, -5}}) {
-    host::PageSource source;
-    source.Width = width;
-    source.Height = height;
-    source.Render = [](std::int32_t, std::int32_t, std::int32_t, std::int32_t, std::uint8_t*, std::size_t) {
-      ADD_FAILURE() << "a band of an absurd page was rendered";
-      return false;
-    };
+    const host::PageSource source{width, height, 24, [](auto...) {
+                                    ADD_FAILURE() << "a band of an absurd page was rendered";
+                                    return false;
+                                  }};
     const host::PageResult result = host::PrintPage(session, source, 64);
     EXPECT_EQ(result.Status, E_FAIL);
     EXPECT_FALSE(result.Problem.empty());
@@ -207,11 +196,9 @@ TEST(HeapFaults, PagesTheBuffersCannotServeAreRefused) {
                      << c.width << " x " << c.height << ", quality " << quality << (landscape ? ", landscape" : ""));
         NoLeaks noLeaks;
         Session session;
-        host::DeviceSetup setup = Page(quality);
-        setup.Landscape = landscape;
-        setup.PageWidth = c.width;
-        setup.PageHeight = c.height;
-        EXPECT_EQ(session.Enable(setup), c.accepted ? S_OK : E_FAIL);
+        EXPECT_EQ(
+            session.Enable({.Quality = quality, .Landscape = landscape, .PageWidth = c.width, .PageHeight = c.height}),
+            c.accepted ? S_OK : E_FAIL);
         auto* state = static_cast<DeviceState*>(session.DeviceObject()->pdevOEM);
         ASSERT_NE(state, nullptr);
         EXPECT_EQ(state->InitFailed, c.accepted ? 0u : 1u);
