@@ -5,7 +5,7 @@
 // pages. Each case checks
 //  - the stream byte for byte, by its SHA-256 pinned in streams.sha256 (and for several pages, that the
 //    shared library writes the same stream as the linked plug-in);
-//  - that the plug-in takes no heap block per band or page and allocates nothing while it takes a band;
+//  - that the plug-in takes no heap block per band or page;
 //  - the printed page: decoded by our printer model (decode/, which shares no code with the plug-in),
 //    every row lands once, with exactly the dots the renderers left in the plane buffers for the
 //    emitter (collected stripe by stripe through the band driver's stripe observer), and nothing lands
@@ -13,7 +13,7 @@
 //  - where given, the ink-mode commands of each page.
 //
 // When a stream changes on purpose, rewrite the manifest and review the cases `git diff` lists:
-//   tests/golden/update.sh [build-dir]     or     <build>/tests/golden/golden_test --update
+//   <build>/tests/golden/golden_test --update && git diff tests/golden/streams.sha256
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -23,7 +23,6 @@
 #include <fstream>
 #include <iostream>
 #include <map>
-#include <new>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -40,36 +39,13 @@
 #include "tests/support/print_stream.h"
 #include "tests/support/sha256.h"
 
-// Allocations made by the plug-in while it takes a band (counted only inside ImageProcessing).
-namespace {
-bool countAllocations = false;
-std::size_t allocations = 0;
-}  // namespace
-
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
-void* operator new(std::size_t size) {
-  if (countAllocations) ++allocations;
-  if (void* p = std::malloc(size ? size : 1)) return p;
-  throw std::bad_alloc();
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  if (countAllocations) ++allocations;
-  return std::malloc(size ? size : 1);
-}
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete(void* p, const std::nothrow_t&) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
-#pragma GCC diagnostic pop
-
 namespace inkweave {
 namespace {
 
 const host::PluginEntry kLinkedPlugin{&GetClassObject, &CanUnloadNow};
 const char kManifest[] = INKWEAVE_SOURCE_DIR "/tests/golden/streams.sha256";
 const char kUpdateHint[] =
-    "If the change is intended, run tests/golden/update.sh [build-dir] (or golden_test --update), "
-    "review the listed cases and commit tests/golden/streams.sha256.";
+    "If the change is intended, run golden_test --update, review the cases git diff lists and commit the manifest.";
 
 constexpr int kWidth = 600;  // the portrait page; the landscape surface is turned
 constexpr int kHeight = 480;
@@ -166,7 +142,6 @@ struct EmittedPage {
 };
 
 void ObserveStripe(const DEVOBJ* devobj, const BandInfo& band, int, int, std::int16_t inkFlag, void* context) {
-  const bool counting = std::exchange(countAllocations, false);  // the plug-in's work, not the watching
   auto& pages = *static_cast<std::vector<EmittedPage>*>(context);
   const DeviceState& state = *StateOf(devobj);
   if (state.StripeFlag == kStripeFirst) pages.emplace_back();
@@ -190,18 +165,16 @@ void ObserveStripe(const DEVOBJ* devobj, const BandInfo& band, int, int, std::in
     page.first.push_back(std::move(first));
     page.second.push_back(std::move(second));
   }
-  countAllocations = counting;
 }
 
 struct JobResult {
   std::vector<std::uint8_t> stream;
   std::vector<EmittedPage> emitted;
   std::uint64_t heapAllocationsDuringPages = 0;
-  std::size_t bandAllocations = 0;
 };
 
-// Runs the case's job through the linked plug-in, watching the stripes the emitter takes and counting
-// its allocations, or through `entry` unwatched; answers its printer stream.
+// Runs the case's job through the linked plug-in, watching the stripes the emitter takes, or through
+// `entry` unwatched; answers its printer stream.
 JobResult RunCase(const GoldenCase& c, const host::PluginEntry* entry = nullptr) {
   const int surfaceWidth = c.landscape ? kHeight : kWidth;
   const int surfaceHeight = c.landscape ? kWidth : kHeight;
@@ -209,7 +182,6 @@ JobResult RunCase(const GoldenCase& c, const host::PluginEntry* entry = nullptr)
   const int pages = static_cast<int>(c.halftones.size());
 
   JobResult result;
-  result.stream.reserve(std::size_t{16} << 20);  // the host allocates nothing while the plug-in writes
   if (entry == nullptr) detail::SetStripeObserver(&ObserveStripe, &result.emitted);
   host::HostSession session(entry ? *entry : kLinkedPlugin);
   session.Spool().SetKeepWrites(false);
@@ -217,46 +189,38 @@ JobResult RunCase(const GoldenCase& c, const host::PluginEntry* entry = nullptr)
     result.stream.insert(result.stream.end(), bytes, bytes + size);
   });
   EXPECT_EQ(session.Load(), S_OK);
-  host::DeviceSetup setup;
-  setup.Quality = static_cast<std::int16_t>(c.quality);
-  setup.Color = c.color;
-  setup.Landscape = c.landscape;
-  setup.PageWidth = kWidth;
-  setup.PageHeight = kHeight;
-  EXPECT_EQ(session.Enable(setup), S_OK);
+  EXPECT_EQ(session.Enable({.Quality = static_cast<std::int16_t>(c.quality),
+                            .Color = c.color,
+                            .Landscape = c.landscape,
+                            .PageWidth = kWidth,
+                            .PageHeight = kHeight}),
+            S_OK);
   host::SelectModes(session, c.halftones[0] == 'E', c.highRes, c.media);
   session.Command(host::kCallbackJobStart);
 
-  host::PageSource source;
-  source.Width = surfaceWidth;
-  source.Height = surfaceHeight;
-  source.BitsPerPixel = static_cast<std::uint16_t>(c.bitsPerPixel);
-  source.Render = [&](std::int32_t x0, std::int32_t y0, std::int32_t w, std::int32_t h, std::uint8_t* dst,
-                      std::size_t stride) {
-    for (std::int32_t y = 0; y < h; ++y) {
-      const std::uint8_t* from = &rgb[(static_cast<std::size_t>(y0 + y) * surfaceWidth + x0) * 3];
-      std::uint8_t* to = dst + stride * static_cast<std::size_t>(y);
-      if (c.bitsPerPixel == 24) {
-        std::memcpy(to, from, static_cast<std::size_t>(w) * 3);
-      } else {
-        for (std::int32_t x = 0; x < w; ++x, from += 3)
-          to[x] = static_cast<std::uint8_t>((from[0] * 30 + from[1] * 59 + from[2] * 11) / 100);
-      }
-    }
-    countAllocations = true;  // from here until the next band is fetched: the plug-in's work
-    return true;
-  };
+  const host::PageSource source{
+      surfaceWidth, surfaceHeight, static_cast<std::uint16_t>(c.bitsPerPixel),
+      [&](std::int32_t x0, std::int32_t y0, std::int32_t w, std::int32_t h, std::uint8_t* dst, std::size_t stride) {
+        for (std::int32_t y = 0; y < h; ++y) {
+          const std::uint8_t* from = &rgb[(static_cast<std::size_t>(y0 + y) * surfaceWidth + x0) * 3];
+          std::uint8_t* to = dst + stride * static_cast<std::size_t>(y);
+          if (c.bitsPerPixel == 24) {
+            std::memcpy(to, from, static_cast<std::size_t>(w) * 3);
+          } else {
+            for (std::int32_t x = 0; x < w; ++x, from += 3)
+              to[x] = static_cast<std::uint8_t>((from[0] * 30 + from[1] * 59 + from[2] * 11) / 100);
+          }
+        }
+        return true;
+      }};
   const std::uint64_t heapBefore = detail::GlobalAllocationCount() + detail::LocalAllocationCount();
   for (int page = 0; page < pages; ++page) {
     const char halftone = c.halftones[static_cast<std::size_t>(page) % c.halftones.size()];
     if (page > 0 && halftone != c.halftones[static_cast<std::size_t>(page - 1) % c.halftones.size()])
       session.Command(halftone == 'E' ? host::kCallbackErrorDiffusion : host::kCallbackDither);
-    const host::PageResult printed = host::PrintPage(session, source, c.bandHeight);
-    countAllocations = false;
-    EXPECT_EQ(printed.Status, S_OK) << c.name;
+    EXPECT_EQ(host::PrintPage(session, source, c.bandHeight).Status, S_OK) << c.name;
   }
   result.heapAllocationsDuringPages = detail::GlobalAllocationCount() + detail::LocalAllocationCount() - heapBefore;
-  result.bandAllocations = std::exchange(allocations, 0);
   session.Command(host::kCallbackJobEnd);
   EXPECT_EQ(session.Disable(), S_OK);
   session.Unload();
@@ -351,22 +315,26 @@ std::map<std::string, std::string> ReadManifest() {
 
 bool Bit(const std::vector<std::uint8_t>& row, int x) { return (row[x / 8] >> (7 - x % 8)) & 1; }
 
+// Every dot of the first `rows` rows and `dots` dots of each plane against expected(plane, x, row).
+template <typename Expected>
+void ExpectDots(const decode::PrintedPage& printed, int rows, int dots, const Expected& expected) {
+  long wrong = 0;
+  for (int row = 0; row < rows; ++row)
+    for (int p = 0; p < 4; ++p)
+      for (int x = 0; x < dots; ++x) {
+        const int want = expected(p, x, row), actual = decode::DotAt(printed, p, x, row);
+        if (actual != want && ++wrong <= 5)
+          ADD_FAILURE() << "plane " << p << " at (" << x << ", " << row << "): " << actual << ", expected " << want;
+      }
+  EXPECT_EQ(wrong, 0);
+}
+
 // The printed page against the rows the emitter read: every dot, each row inked at most once, nothing
 // below the last row.
 void ExpectPrintedAsEmitted(const decode::PrintedPage& printed, const EmittedPage& emitted) {
-  long mismatches = 0;
   const int rows = static_cast<int>(emitted.first.size());
-  for (int row = 0; row < rows; ++row) {
-    for (int p = 0; p < 4; ++p)
-      for (int x = 0; x < emitted.rowBytes * 8; ++x) {
-        const int expected = Bit(emitted.first[row][p], x) + 2 * Bit(emitted.second[row][p], x);
-        const int actual = decode::DotAt(printed, p, x, row);
-        if (expected != actual && ++mismatches <= 5)
-          ADD_FAILURE() << "row " << row << " plane " << p << " dot " << x << ": printed " << actual << ", emitted "
-                        << expected;
-      }
-  }
-  EXPECT_EQ(mismatches, 0);
+  ExpectDots(printed, rows, emitted.rowBytes * 8,
+             [&](int p, int x, int row) { return Bit(emitted.first[row][p], x) + 2 * Bit(emitted.second[row][p], x); });
   EXPECT_EQ(printed.RowsInkedTwice, 0);
   for (int row = rows; row < static_cast<int>(printed.InkCounts.size()); ++row)
     ASSERT_EQ(printed.InkCounts[static_cast<std::size_t>(row)], 0) << "ink below the " << rows << " emitted rows";
@@ -376,18 +344,8 @@ void ExpectPrintedAsEmitted(const decode::PrintedPage& printed, const EmittedPag
 // three-size pair at 300 dpi diffusion, one bit elsewhere), and there is no other ink.
 void ExpectBlackAndWhite(const GoldenCase& c, const decode::PrintedPage& printed) {
   const int largest = c.halftones[0] == 'E' && c.quality == 300 ? 3 : 1;
-  long wrong = 0;
-  for (int y = 0; y < kHeight + 16; ++y)
-    for (int x = 0; x < kWidth + 16; ++x) {
-      const bool black = y < kHeight && x < kWidth && BlackAt(x, y);
-      for (int p = 0; p < 4; ++p) {
-        const int expected = p == 3 && black ? largest : 0;
-        const int actual = decode::DotAt(printed, p, x, y);
-        if (actual != expected && ++wrong <= 5)
-          ADD_FAILURE() << "plane " << p << " at (" << x << ", " << y << "): " << actual << ", expected " << expected;
-      }
-    }
-  EXPECT_EQ(wrong, 0);
+  ExpectDots(printed, kHeight + 16, kWidth + 16,
+             [&](int p, int x, int y) { return p == 3 && y < kHeight && x < kWidth && BlackAt(x, y) ? largest : 0; });
 }
 
 class GoldenStream : public ::testing::TestWithParam<GoldenCase> {};
@@ -405,7 +363,6 @@ TEST_P(GoldenStream, MatchesManifestAndPrintsAsRendered) {
   testing::ForEachInstructionSet([&](InstructionSet) {
     const JobResult job = RunCase(c);
     EXPECT_EQ(job.heapAllocationsDuringPages, 0u) << "no heap block per band or page";
-    EXPECT_EQ(job.bandAllocations, 0u) << "no allocation while the plug-in takes a band";
     EXPECT_EQ(testing::Sha256Hex(job.stream.data(), job.stream.size()), pinned->second)
         << "the printer stream of case " << c.name << " (" << job.stream.size() << " bytes) changed. " << kUpdateHint;
 
