@@ -128,10 +128,4 @@ std::vector<std::uint8_t> SpoolService::Stream() const {
   return out;
 }
 
-void SpoolService::Clear() {
-  writes_.clear();
-  count_ = 0;
-  bytes_ = 0;
-}
-
 }  // namespace inkweave::host

@@ -49,7 +49,6 @@ class SpoolService {
   std::uint32_t WriteCount() const { return count_; }
   std::uint64_t ByteCount() const { return bytes_; }
   std::uint32_t References() const { return object_.refs.load(); }
-  void Clear();
 
  private:
   struct Object {
