@@ -34,18 +34,14 @@ inline std::uint32_t GrayInks(std::uint32_t key, const std::uint8_t* gray) {
   return gray[(30 * (key & 255) + 59 * ((key >> 8) & 255) + 11 * (key >> 16)) / 100] * 0x01010101u;
 }
 
-void ConvertPixelsPortable(const std::uint32_t* keys, int count, std::uint32_t* out, const DeviceState& state) {
+void ConvertPreparedPortable(const std::uint32_t* keys, int count, std::uint32_t* out, const DeviceState& state,
+                             const ConvertParts& /*parts*/) {
   if (state.ColorMode == 1 && state.ToneCurves != nullptr) {
     const std::uint8_t* gray = state.ToneCurves + kCurveGray * 256;
     for (int i = 0; i < count; ++i) out[i] = GrayInks(keys[i], gray);
     return;
   }
   for (int i = 0; i < count; ++i) out[i] = ConvertKey(keys[i], state);
-}
-
-void ConvertPreparedPortable(const std::uint32_t* keys, int count, std::uint32_t* out, const DeviceState& state,
-                             const ConvertParts& /*parts*/) {
-  ConvertPixelsPortable(keys, count, out, state);
 }
 
 // What a curve output v contributes to its cell, per channel, so that the three channels' parts add up
@@ -162,7 +158,7 @@ INKWEAVE_TARGET_SSE41 void ConvertPreparedSse41(const std::uint32_t* keys, int c
   const std::uint8_t* lut = state.ColorLut;
   if (state.ColorMode == 1 || curves == nullptr || lut == nullptr) {
     if (state.ColorMode == 1 && curves != nullptr) return GrayPixelsSse41(keys, count, out, curves + kCurveGray * 256);
-    return ConvertPixelsPortable(keys, count, out, state);
+    return ConvertPreparedPortable(keys, count, out, state, parts);
   }
   // Each corner's weight in the four 16-bit lanes of its inks (-1: a zero byte).
   const __m128i spread04 = _mm_setr_epi8(0, -1, 0, -1, 0, -1, 0, -1, 4, -1, 4, -1, 4, -1, 4, -1);
@@ -206,7 +202,7 @@ INKWEAVE_TARGET_AVX2 void ConvertPreparedAvx2(const std::uint32_t* keys, int cou
   const std::uint8_t* lut = state.ColorLut;
   if (state.ColorMode == 1 || curves == nullptr || lut == nullptr) {
     if (state.ColorMode == 1 && curves != nullptr) return GrayPixelsAvx2(keys, count, out, curves + kCurveGray * 256);
-    return ConvertPixelsPortable(keys, count, out, state);
+    return ConvertPreparedPortable(keys, count, out, state, parts);
   }
   // Lanes 0..7 hold corners 0 and 4 (2 and 6), lanes 8..15 corners 1 and 5 (3 and 7).
   const __m256i spreadA = _mm256_setr_epi8(0, -1, 0, -1, 0, -1, 0, -1, 4, -1, 4, -1, 4, -1, 4, -1,  //
@@ -215,14 +211,6 @@ INKWEAVE_TARGET_AVX2 void ConvertPreparedAvx2(const std::uint32_t* keys, int cou
                                            3, -1, 3, -1, 3, -1, 3, -1, 7, -1, 7, -1, 7, -1, 7, -1);
   for (int i = 0; i < count; ++i)
     out[i] = ConvertOneAvx2(keys[i], CellOf(keys[i], parts, lut), state, spreadA, spreadB);
-}
-
-// The kernels as ConvertPixelsFn: the parts prepared for this call alone.
-template <ConvertPreparedFn kPrepared>
-void ConvertPixelsOnce(const std::uint32_t* keys, int count, std::uint32_t* out, const DeviceState& state) {
-  ConvertParts parts;
-  PrepareConvertParts(state, parts);
-  kPrepared(keys, count, out, state, parts);
 }
 
 #endif  // INKWEAVE_X86_KERNELS
@@ -235,15 +223,6 @@ void PrepareConvertParts(const DeviceState& state, ConvertParts& parts) {
     const std::uint8_t* curve = state.ToneCurves + (kCurveRed + c) * 256;
     for (int v = 0; v < 256; ++v) parts.Of[c][v] = kChannelParts.Of[c][curve[v]];
   }
-}
-
-ConvertPixelsFn ConvertPixelsFor(InstructionSet set) {
-#if INKWEAVE_X86_KERNELS
-  if (set == InstructionSet::kAvx2) return &ConvertPixelsOnce<&ConvertPreparedAvx2>;
-  if (set == InstructionSet::kSse41) return &ConvertPixelsOnce<&ConvertPreparedSse41>;
-#endif
-  static_cast<void>(set);
-  return &ConvertPixelsPortable;
 }
 
 ConvertPreparedFn ConvertPreparedFor(InstructionSet set) {

@@ -24,13 +24,6 @@ inline std::uint32_t PixelKeyWide(const std::uint8_t* pixel) {
   return v & 0xFFFFFF;
 }
 
-// Converts count pixels, given as keys, into out[i] exactly as ConvertPixel would (its packed result:
-// cyan in the lowest byte).
-using ConvertPixelsFn = void (*)(const std::uint32_t* keys, int count, std::uint32_t* out, const DeviceState& state);
-
-// The conversion kernel of an instruction set (the portable one for a set this build has no kernel for).
-ConvertPixelsFn ConvertPixelsFor(InstructionSet set);
-
 // What each input byte of a channel contributes to a colour pixel's cell, through the device's tone
 // curve of that channel: made once per renderer call (3 KiB), so that a pixel takes three look-ups.
 struct ConvertParts {
@@ -40,10 +33,12 @@ struct ConvertParts {
 // Fills parts from the state's curves (nothing in monochrome or without curves, where they are not used).
 void PrepareConvertParts(const DeviceState& state, ConvertParts& parts);
 
-// The same conversion as ConvertPixelsFn with the parts prepared from the same state.
+// Converts count pixels, given as keys, into out[i] exactly as ConvertPixel would (its packed result:
+// cyan in the lowest byte), with the parts prepared from the same state.
 using ConvertPreparedFn = void (*)(const std::uint32_t* keys, int count, std::uint32_t* out, const DeviceState& state,
                                    const ConvertParts& parts);
 
+// The conversion kernel of an instruction set (the portable one for a set this build has no kernel for).
 ConvertPreparedFn ConvertPreparedFor(InstructionSet set);
 
 // The colour memory of a renderer call: the last 256 distinct colours converted, direct-mapped by a

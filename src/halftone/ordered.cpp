@@ -222,11 +222,7 @@ bool FillStretch(ColorStripe& s, const std::uint8_t* bits, std::ptrdiff_t base, 
   std::uint32_t differ = 0;
   if (keyed) {
     differ = s.keys(first, s.memory.key, keys);
-    if ((differ & ~1u) == 0) return OneColour(s, keys[0], inks);
   } else {
-    // A stretch of one colour (portrait, whole): one memory look-up.
-    if (step == 3 && whole && std::memcmp(first, first + 3, 3 * (kStretch - 1)) == 0)
-      return OneColour(s, PixelKey(first), inks);
     std::uint32_t last = s.memory.key;
     for (int x = lo; x < hi; ++x) {
       const std::uint8_t* pixel = bits + base + step * x;
@@ -236,6 +232,7 @@ bool FillStretch(ColorStripe& s, const std::uint8_t* bits, std::ptrdiff_t base, 
       last = key;
     }
   }
+  if (whole && (differ & ~1u) == 0) return OneColour(s, keys[0], inks);
 
   // Monochrome: every pixel converted (its conversion costs less than the look-ups that would spare
   // it), then a pixel equal to the one before takes its inks, as the memory rule has it (the white

@@ -260,10 +260,13 @@ TEST(ConvertPixel, EveryInstructionSetsBatchKernelAgreesWithIt) {
           const auto ink = convert(keys[i] & 255, (keys[i] >> 8) & 255, keys[i] >> 16);
           want[i] = ink[0] | ink[1] << 8 | ink[2] << 16 | static_cast<std::uint32_t>(ink[3]) << 24;
         }
+        ConvertParts parts;
+        PrepareConvertParts(convert.state, parts);
         testing::ForEachInstructionSet([&](InstructionSet set) {
           std::fill(got.begin(), got.end(), 0u);
           for (std::size_t i = 0, n = 1; i < keys.size(); i += n, n = n % 37 + 1)
-            ConvertPixelsFor(set)(&keys[i], static_cast<int>(std::min(n, keys.size() - i)), &got[i], convert.state);
+            ConvertPreparedFor(set)(&keys[i], static_cast<int>(std::min(n, keys.size() - i)), &got[i], convert.state,
+                                    parts);
           int mismatches = 0;
           for (std::size_t i = 0; i < keys.size(); ++i)
             if (got[i] != want[i] && ++mismatches <= 5)
