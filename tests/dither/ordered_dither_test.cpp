@@ -24,16 +24,6 @@ using reference::Band;
 using reference::Offsets;
 using reference::Rig;
 
-using Renderer = std::uint32_t (*)(DeviceState&, int, int, const BandInfo&, int, int, int, const IPPARAMS*);
-
-std::uint32_t Render(Renderer renderer, Rig& rig, const Band& band, int firstLine, int width, int lineCount,
-                     const IPPARAMS& params) {
-  return renderer(rig.State, firstLine, width, band.Info, lineCount, 0, width, &params);
-}
-
-// ---------------------------------------------------------------------------------------------------
-// Against the reference.
-
 enum class Fill { Random, Runs };
 
 void FillBand(Band& band, Fill fill, std::mt19937& rng) {
@@ -62,43 +52,17 @@ void FillBand(Band& band, Fill fill, std::mt19937& rng) {
   }
 }
 
-// Band geometry of one comparison: the band's size and the stripe taken from it.
+// One comparison: the line width, the band's extent along the lines and the stripe taken from it. In
+// portrait the band is across x lines, in landscape lines x across. Includes width 1, the last line, odd
+// widths and widths past one line's 5120 dots.
 struct Case {
-  int bandWidth;
-  int bandHeight;
+  int across;
+  int lines;
   int firstLine;
   int lineCount;
 };
-
-// Portrait: lines are rows, width is the band width. Includes width 1, the last row, odd widths and
-// widths past one line's 5120 dots.
-const std::vector<Case> kPortraitCases = {{1, 1, 0, 1},   {1, 3, 2, 1},    {7, 16, 0, 16},
-                                          {8, 20, 16, 4}, {9, 5, 3, 2},    {130, 17, 1, 16},
-                                          {641, 3, 0, 3}, {2480, 2, 0, 2}, {5200, 2, 0, 2}};
-// Landscape: lines are columns, width is the band height.
-const std::vector<Case> kLandscapeCases = {{1, 1, 0, 1}, {3, 1, 2, 1},     {16, 7, 0, 16}, {20, 8, 16, 4},
-                                           {5, 9, 3, 2}, {17, 130, 1, 16}, {3, 641, 0, 3}, {2, 2480, 0, 2}};
-
-void CompareWithReference(bool colour, bool landscape, Rig& rig, const Band& band, const Case& c,
-                          const IPPARAMS& params, bool dirtyPlanes, std::mt19937& rng) {
-  const Renderer renderer = colour ? (landscape ? DitherColorLandscape : DitherColorPortrait)
-                                   : (landscape ? DitherGrayLandscape : DitherGrayPortrait);
-  const int width = landscape ? c.bandHeight : c.bandWidth;
-  if (dirtyPlanes) {
-    for (auto& byte : rig.Planes[0]) byte = static_cast<std::uint8_t>(rng() & rng());
-  } else {
-    std::fill(rig.Planes[0].begin(), rig.Planes[0].end(), 0);
-  }
-  std::vector<std::uint8_t> expected = rig.Planes[0];
-  const std::uint32_t expectedResult =
-      colour
-          ? reference::DitherColor(rig.State, c.firstLine, width, band.Info, c.lineCount, params, landscape, expected)
-          : reference::DitherGray(rig.State, c.firstLine, width, band.Info, c.lineCount, params, landscape, expected);
-  const std::uint32_t result = Render(renderer, rig, band, c.firstLine, width, c.lineCount, params);
-
-  EXPECT_EQ(result, expectedResult);
-  EXPECT_EQ(testing::FirstDifference(rig.Planes[0], expected), "");  // byte b: line b / 2560, plane b % 2560 / 640
-}
+const Case kCases[] = {{1, 1, 0, 1},     {1, 3, 2, 1},   {7, 16, 0, 16},  {8, 20, 16, 4}, {9, 5, 3, 2},
+                       {130, 17, 1, 16}, {641, 3, 0, 3}, {2480, 2, 0, 2}, {5200, 2, 0, 2}};
 
 TEST(DitherRenderers, MatchTheReferenceOnEveryInstructionSet) {
   // Random colour table and curves: the colour renderers only pass pixels through ConvertPixel, and a
@@ -117,19 +81,27 @@ TEST(DitherRenderers, MatchTheReferenceOnEveryInstructionSet) {
       for (auto& byte : rig.Lut) byte = static_cast<std::uint8_t>(rng());
       for (auto& byte : rig.Curves) byte = static_cast<std::uint8_t>(rng());
       for (const bool landscape : {false, true}) {
-        for (const Case& c : landscape ? kLandscapeCases : kPortraitCases) {
+        const BandRendererFn renderer = r.Colour ? (landscape ? DitherColorLandscape : DitherColorPortrait)
+                                                 : (landscape ? DitherGrayLandscape : DitherGrayPortrait);
+        for (const Case& c : kCases) {
           for (const Fill fill : {Fill::Random, Fill::Runs}) {
-            Band band(c.bandWidth, c.bandHeight, r.Colour ? 24 : 8);
+            Band band(landscape ? c.lines : c.across, landscape ? c.across : c.lines, r.Colour ? 24 : 8);
             FillBand(band, fill, rng);
             for (const bool dirty : {false, true}) {
               for (const IPPARAMS& params : {Offsets(0, 0), Offsets(300, 1001), Offsets(120, 120)}) {
                 SCOPED_TRACE(::testing::Message()
                              << (r.Colour ? "colour" : "gray") << (landscape ? " landscape" : " portrait") << " mode "
-                             << r.Mode << " band " << c.bandWidth << "x" << c.bandHeight << " lines " << c.firstLine
-                             << "+" << c.lineCount << (fill == Fill::Random ? " random" : " runs")
-                             << (dirty ? " dirty planes" : "") << " offset " << params.ptOffset.x << ","
-                             << params.ptOffset.y);
-                CompareWithReference(r.Colour, landscape, rig, band, c, params, dirty, rng);
+                             << r.Mode << " across " << c.across << " lines " << c.firstLine << "+" << c.lineCount
+                             << (fill == Fill::Random ? " random" : " runs") << (dirty ? " dirty planes" : "")
+                             << " offset " << params.ptOffset.x << "," << params.ptOffset.y);
+                for (auto& byte : rig.Planes[0]) byte = dirty ? static_cast<std::uint8_t>(rng() & rng()) : 0;
+                std::vector<std::uint8_t> expected = rig.Planes[0];
+                const std::uint32_t expectedResult = (r.Colour ? reference::DitherColor : reference::DitherGray)(
+                    rig.State, c.firstLine, c.across, band.Info, c.lineCount, params, landscape, expected);
+                EXPECT_EQ(renderer(rig.State, c.firstLine, c.across, band.Info, c.lineCount, 0, c.across, &params),
+                          expectedResult);
+                // Byte b: line b / 2560, plane b % 2560 / 640.
+                EXPECT_EQ(testing::FirstDifference(rig.Planes[0], expected), "");
               }
             }
           }
