@@ -21,25 +21,12 @@ using testing::FirstDifference;
 using testing::Hex;
 using testing::operator+;
 
-Bytes Pattern(const Bytes& row) {
-  Bytes out(2 * row.size() + 16);
-  out.resize(PatternEncode(out.data(), row.data(), static_cast<std::uint16_t>(row.size())));
-  return out;
-}
-
-Bytes PackBits(const Bytes& row) {
+// A row through one of the coders, into a buffer of ample size.
+template <typename Coder>
+Bytes Code(Coder coder, const Bytes& row) {
   Bytes out(2 * row.size() + 16);
   std::uint16_t length = static_cast<std::uint16_t>(row.size());
-  const std::uint16_t result = PackBitsEncode(out.data(), row.data(), length);
-  EXPECT_EQ(result, length);
-  out.resize(length);
-  return out;
-}
-
-Bytes PackBitsMirrored(const Bytes& row) {
-  Bytes out(2 * row.size() + 16);
-  std::uint16_t length = static_cast<std::uint16_t>(row.size());
-  out.resize(PackBitsEncodeMirrored(out.data(), row.data(), length));
+  out.resize(coder(out.data(), row.data(), length));
   return out;
 }
 
@@ -83,7 +70,7 @@ TEST(PatternEncode, WorkedRows) {
       {"an odd length", Bytes(9, 0), Hex("9C 00  00 00")},
       {"an empty row", Bytes{}, Bytes{}},
   };
-  for (const auto& c : cases) EXPECT_BYTES(Pattern(c.row), c.codes) << c.what;
+  for (const auto& c : cases) EXPECT_BYTES(Code(PatternEncode, c.row), c.codes) << c.what;
 }
 
 // Rows of the kinds a halftoned page has: blank (kind 0), stretches of one byte, two- and four-byte
@@ -117,7 +104,7 @@ TEST(RowCoders, RoundTripEveryEvenLengthWithinTheRecordBlock) {
   for (std::size_t length = 2; length <= 1280; length += 2) {
     for (int kind = 0; kind < 6; ++kind) {
       const Bytes row = MakeRow(random, kind, length);
-      const Bytes pattern = Pattern(row), packbits = PackBits(row);
+      const Bytes pattern = Code(PatternEncode, row), packbits = Code(PackBitsEncode, row);
       ASSERT_LE(pattern.size(), length * 4 / 3 + 16) << "length " << length << " kind " << kind;
       ASSERT_LE(packbits.size(), length + length / 127 + 2) << "length " << length << " kind " << kind;
       if (kind == 4 && length == 1280) {
@@ -131,7 +118,8 @@ TEST(RowCoders, RoundTripEveryEvenLengthWithinTheRecordBlock) {
       ASSERT_EQ(std::get<Bytes>(unpacked), row) << "packbits, length " << length << " kind " << kind;
       Bytes mirrored(row.rbegin(), row.rend());
       for (auto& b : mirrored) b = ReverseBits(b);
-      ASSERT_EQ(FirstDifference(PackBitsMirrored(row), PackBits(mirrored)), "") << "length " << length;
+      ASSERT_EQ(FirstDifference(Code(PackBitsEncodeMirrored, row), Code(PackBitsEncode, mirrored)), "")
+          << "length " << length;
     }
   }
 }
