@@ -13,6 +13,7 @@
 #include <random>
 #include <vector>
 
+#include "src/color/color.h"
 #include "src/device/band_info.h"
 #include "src/device/plane_geometry.h"
 #include "src/halftone/halftone.h"
@@ -35,6 +36,7 @@ std::unique_ptr<Rig> MakeDiffusionDevice(std::uint32_t pageWidth, std::uint16_t 
   d->State.PrintQuality = quality;
   d->State.PrintMode = printMode;
   d->State.MediaType = media;
+  d->State.ColorLut = SelectColorLut(d->State, kLutPurposeDiffusion);
   return d;
 }
 

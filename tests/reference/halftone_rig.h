@@ -1,10 +1,9 @@
 // What the halftone renderers' tests hand a renderer: a device state with its own plane buffers, error
-// lines, tone curves (identity unless changed) and colour table (C = 255 - red, M and Y likewise, K the
-// least of them), and host bands allocated at exactly height x stride bytes, so that a sanitizer build
-// catches any access outside them. Neither is copied: the state and the band record point into them.
+// lines, tone curves (identity unless changed) and a colour table of its own (zeros until the test fills
+// it), and host bands allocated at exactly height x stride bytes, so that a sanitizer build catches any
+// access outside them. Neither is copied: the state and the band record point into them.
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
 #include <vector>
 
@@ -33,12 +32,6 @@ struct Rig {
       State.LineBuffers[j] = Lines[j].data();
     }
     for (std::size_t i = 0; i < Curves.size(); ++i) Curves[i] = static_cast<std::uint8_t>(i);
-    for (int i = 0; i < 17 * 17 * 17; ++i) {  // red slowest
-      const int rgb[3] = {i / 289, i / 17 % 17, i % 17};
-      std::uint8_t* p = &Lut[static_cast<std::size_t>(4 * i)];
-      for (int c = 0; c < 3; ++c) p[c] = static_cast<std::uint8_t>(255 - std::min(rgb[c] * 16, 255));
-      p[3] = std::min({p[0], p[1], p[2]});
-    }
     State.ColorMode = colorMode;
     State.ColorLut = Lut.data();
     State.ToneCurves = Curves.data();
