@@ -4,6 +4,7 @@
 // stride; positive strides only); a pixel outside counts as white, i.e. no dot.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <vector>
 
@@ -46,12 +47,9 @@ inline std::uint32_t DitherColor(const DeviceState& state, int firstLine, int wi
       const long sourceByte = landscape ? 3 * (firstLine + l) : 3 * x;
       if (!PixelInside(band, sourceRow, sourceByte, 3)) continue;
       const std::uint8_t* pixel = band.Bits + sourceRow * band.Stride + sourceByte;
-      if (pixel[0] != remembered[0] || pixel[1] != remembered[1] || pixel[2] != remembered[2]) {
-        const std::uint8_t rgb[4] = {pixel[0], pixel[1], pixel[2], 0};
-        ConvertPixel(rgb, ink, state);
-        remembered[0] = pixel[0];
-        remembered[1] = pixel[1];
-        remembered[2] = pixel[2];
+      if (!std::equal(pixel, pixel + 3, remembered)) {
+        ConvertPixel(pixel, ink, state);
+        std::copy_n(pixel, 3, remembered);
       }
       const std::uint8_t threshold = DitherMatrix[row][x % 128];
       for (int plane = 0; plane < 3; ++plane) {
@@ -61,16 +59,10 @@ inline std::uint32_t DitherColor(const DeviceState& state, int firstLine, int wi
     for (long i = 0; i < width; ++i) {
       const long at = kLineBytes * l + i;
       if (at + PlaneAt(3) >= static_cast<long>(planes.size())) break;
-      std::uint8_t& c = planes[static_cast<std::size_t>(at + PlaneAt(0))];
-      std::uint8_t& m = planes[static_cast<std::size_t>(at + PlaneAt(1))];
-      std::uint8_t& y = planes[static_cast<std::size_t>(at + PlaneAt(2))];
-      std::uint8_t& k = planes[static_cast<std::size_t>(at + PlaneAt(3))];
-      if ((c | m | y) != 0) any = true;
-      const std::uint8_t common = c & m & y;
-      k = common;
-      c &= static_cast<std::uint8_t>(~common);
-      m &= static_cast<std::uint8_t>(~common);
-      y &= static_cast<std::uint8_t>(~common);
+      std::uint8_t* p = &planes[static_cast<std::size_t>(at)];
+      any = any || (p[PlaneAt(0)] | p[PlaneAt(1)] | p[PlaneAt(2)]) != 0;
+      p[PlaneAt(3)] = p[PlaneAt(0)] & p[PlaneAt(1)] & p[PlaneAt(2)];
+      for (int plane = 0; plane < 3; ++plane) p[PlaneAt(plane)] &= static_cast<std::uint8_t>(~p[PlaneAt(3)]);
     }
   }
   return any ? 1 : 0;
