@@ -105,30 +105,27 @@ TEST_F(Plugin, ReferenceCountsAndInterfaces) {
   EXPECT_EQ(v.Release(plugin), 1u);
 }
 
+// Modes 1..3 answer a DWORD (the signature "318K", then the interface version twice) and tell its size;
+// other modes clear the size needed; no size pointer, no buffer or a short one is refused, the buffer
+// left as it was, the size needed told before the buffer is refused.
 TEST_F(Plugin, GetInfo) {
-  std::uint8_t buffer[8] = {};
-  DWORD needed = 99;
-  EXPECT_EQ(v.GetInfo(plugin, 1, buffer, 4, &needed), S_OK);
-  EXPECT_EQ(needed, 4u);
-  EXPECT_EQ(std::string(reinterpret_cast<char*>(buffer), 4), "318K");
-  DWORD value = 0;
-  EXPECT_EQ(v.GetInfo(plugin, 2, &value, 4, &needed), S_OK);
-  EXPECT_EQ(value, 0x10000u);
-  value = 0;
-  EXPECT_EQ(v.GetInfo(plugin, 3, &value, 8, &needed), S_OK);
-  EXPECT_EQ(value, 0x10000u);
-
-  needed = 99;
-  EXPECT_EQ(v.GetInfo(plugin, 4, &value, 4, &needed), E_FAIL);
-  EXPECT_EQ(needed, 0u);
-  EXPECT_EQ(v.GetInfo(plugin, 0, &value, 4, nullptr), E_FAIL);
-  EXPECT_EQ(v.GetInfo(plugin, 1, &value, 4, nullptr), E_FAIL);
-  needed = 0;
-  value = 0xAAAAAAAA;
-  EXPECT_EQ(v.GetInfo(plugin, 1, &value, 3, &needed), E_FAIL);
-  EXPECT_EQ(needed, 4u) << "the size needed is told before the buffer is refused";
-  EXPECT_EQ(value, 0xAAAAAAAAu);
-  EXPECT_EQ(v.GetInfo(plugin, 1, nullptr, 4, &needed), E_FAIL);
+  constexpr DWORD kUntouched = 0xAAAAAAAA, kSignature = 0x4B383133;  // "318K" in memory order
+  const struct {
+    DWORD mode, size;
+    bool buffer, needed;
+    HRESULT result;
+    DWORD neededAfter, value;
+  } cases[] = {{1, 4, true, true, S_OK, 4, kSignature},     {2, 4, true, true, S_OK, 4, 0x10000},
+               {3, 8, true, true, S_OK, 4, 0x10000},        {4, 4, true, true, E_FAIL, 0, kUntouched},
+               {0, 4, true, false, E_FAIL, 99, kUntouched}, {1, 4, true, false, E_FAIL, 99, kUntouched},
+               {1, 3, true, true, E_FAIL, 4, kUntouched},   {1, 4, false, true, E_FAIL, 4, kUntouched}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(::testing::Message() << "mode " << c.mode << " size " << c.size);
+    DWORD value = kUntouched, needed = 99;
+    EXPECT_EQ(v.GetInfo(plugin, c.mode, c.buffer ? &value : nullptr, c.size, c.needed ? &needed : nullptr), c.result);
+    EXPECT_EQ(needed, c.neededAfter);
+    EXPECT_EQ(value, c.value);
+  }
 }
 
 TEST_F(Plugin, GetImplementedMethod) {
