@@ -6,10 +6,9 @@
 
 #include <vector>
 
-#include "host/spool.h"
 #include "src/commands/command_writer.h"
-#include "src/device/device_state.h"
 #include "tests/support/bytes.h"
+#include "tests/support/emit_driver.h"
 #include "tests/support/plugin_library.h"
 
 namespace inkweave {
@@ -88,16 +87,13 @@ TEST(Jobs, ByteForByte) {
 
 // Only E_FAIL marks the job failed (other failures and S_FALSE do not), and a later success keeps it.
 TEST(WriteBytes, OnlyEFailMarksTheJob) {
-  DeviceState state{};
-  DEVOBJ devobj{};
-  devobj.pdevOEM = &state;
-  host::SpoolService spool;
+  testing::EmitDevice device(2);
   const std::uint8_t byte = 0x42;
   const std::pair<HRESULT, std::uint32_t> writes[] = {{E_OUTOFMEMORY, 0}, {S_FALSE, 0}, {E_FAIL, 1}, {S_OK, 1}};
   for (std::uint32_t n = 1; n <= std::size(writes); ++n) {
-    spool.SetFaults({n, false, writes[n - 1].first});
-    WriteBytes(&devobj, &byte, 1, spool.Interface());
-    EXPECT_EQ(state.WriteFailed, writes[n - 1].second) << "write " << n;
+    device.Spool.SetFaults({n, false, writes[n - 1].first});
+    WriteBytes(&device.Devobj, &byte, 1, device.Driver());
+    EXPECT_EQ(device.State.WriteFailed, writes[n - 1].second) << "write " << n;
   }
 }
 
