@@ -39,26 +39,20 @@ TEST(GeneratedTables, CheckedInFilesMatchTheirGenerators) {
   }
 }
 
-// floor(255 wr wg wb) for corner b (bit 1 red, 2 green, 4 blue further) at fractions f / 16.
-int WeightByRule(int fr, int fg, int fb, int corner) {
-  const int f[3] = {fr, fg, fb};
-  double w = 255.0;
-  for (int axis = 0; axis < 3; ++axis) w *= (corner >> axis & 1) ? f[axis] / 16.0 : 1.0 - f[axis] / 16.0;
-  return static_cast<int>(std::floor(w));
-}
-
+// Entry (fr * 16 + fg) * 16 + fb, corner b: floor(255 wr wg wb) at fractions f / 16, the corner further
+// along red for bit 1 of b, green for 2, blue for 4.
 TEST(InterpolationWeights, EveryEntryFollowsTheRule) {
-  for (int fr = 0; fr < 16; ++fr)
-    for (int fg = 0; fg < 16; ++fg)
-      for (int fb = 0; fb < 16; ++fb) {
-        int sum = 0;
-        for (int corner = 0; corner < 8; ++corner) {
-          const int w = InterpolationWeights[(fr * 16 + fg) * 16 + fb][corner];
-          ASSERT_EQ(w, WeightByRule(fr, fg, fb, corner)) << fr << "," << fg << "," << fb << " b" << corner;
-          sum += w;
-        }
-        ASSERT_LE(sum, 255);  // the base weight used is never negative
-      }
+  for (int entry = 0; entry < 16 * 16 * 16; ++entry) {
+    const int f[3] = {entry / 256, entry / 16 % 16, entry % 16};
+    int sum = 0;
+    for (int corner = 0; corner < 8; ++corner) {
+      double w = 255.0;
+      for (int axis = 0; axis < 3; ++axis) w *= (corner >> axis & 1) ? f[axis] / 16.0 : 1.0 - f[axis] / 16.0;
+      ASSERT_EQ(InterpolationWeights[entry][corner], static_cast<int>(std::floor(w))) << entry << " b" << corner;
+      sum += InterpolationWeights[entry][corner];
+    }
+    ASSERT_LE(sum, 255);  // the base weight used is never negative
+  }
 }
 
 constexpr int kTile = 64;
