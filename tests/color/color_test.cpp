@@ -103,14 +103,11 @@ TEST(SelectColorLut, MemoryKeepsTheStoredTableWhateverThePurpose) {
   }
 }
 
-// Tone curves -------------------------------------------------------------------------------------
-
 // Curves 0 brightness, 1 contrast, 2..4 red, green, blue gain, 5 gray; curve 6 is left alone. A
 // negative unsigned sum is a large number and saturates to 255, not to 0: kept on purpose; the gains
 // clamp as signed 16-bit values.
 int Identity(int i) { return i; }
 
-// Sets brightness, contrast and the red, green and blue gains, and builds the curves.
 void Adjust(DeviceState& state, const std::int16_t (&adjust)[5]) {
   state.BrightnessAdjust = adjust[0];
   state.ContrastAdjust = adjust[1];

@@ -22,7 +22,6 @@ const host::PluginEntry kLinkedPlugin{&GetClassObject, &CanUnloadNow};
 // The page of every job here, 200 x 260 dots.
 host::DeviceSetup Page(std::int16_t quality) { return {.Quality = quality, .PageWidth = 200, .PageHeight = 260}; }
 
-// A host with the linked plug-in loaded.
 struct Session : host::HostSession {
   Session() : HostSession(kLinkedPlugin) { EXPECT_EQ(Load(), S_OK); }
 };
