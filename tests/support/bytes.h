@@ -28,26 +28,22 @@ inline Bytes operator+(Bytes a, const Bytes& b) {
   return a;
 }
 
-// Hex text of bytes [from, from + count).
-inline std::string HexText(const Bytes& bytes, std::size_t from = 0, std::size_t count = 64) {
-  std::string out;
-  char buf[4];
-  for (std::size_t i = from; i < bytes.size() && i < from + count; ++i) {
-    std::snprintf(buf, sizeof buf, "%02X ", bytes[i]);
-    out += buf;
-  }
-  return out;
-}
-
 // Empty when equal; otherwise where and how two streams first differ.
 inline std::string FirstDifference(const Bytes& actual, const Bytes& expected) {
   std::size_t i = 0;
   while (i < actual.size() && i < expected.size() && actual[i] == expected[i]) ++i;
   if (i == actual.size() && i == expected.size()) return {};
-  const std::size_t from = i >= 8 ? i - 8 : 0;
+  const auto around = [from = i >= 8 ? i - 8 : 0](const Bytes& bytes) {
+    std::string out;
+    char hex[4];
+    for (std::size_t at = from; at < bytes.size() && at < from + 24; ++at) {
+      std::snprintf(hex, sizeof hex, "%02X ", bytes[at]);
+      out += hex;
+    }
+    return out;
+  };
   return "first difference at byte " + std::to_string(i) + " (sizes " + std::to_string(actual.size()) + " and " +
-         std::to_string(expected.size()) + ")\n  actual:   " + HexText(actual, from, 24) +
-         "\n  expected: " + HexText(expected, from, 24);
+         std::to_string(expected.size()) + ")\n  actual:   " + around(actual) + "\n  expected: " + around(expected);
 }
 
 }  // namespace inkweave::testing

@@ -30,13 +30,13 @@ struct EmitDevice {
 
   // printMode: the whole PrintMode byte; colorMode 2 colour, 1 monochrome; halftone 1 dither, 2 diffusion.
   explicit EmitDevice(std::uint8_t printMode, std::uint16_t colorMode = 2, std::uint16_t quality = 300,
-                      std::uint8_t halftone = 1, int passBuffers = kPassBufferRecords) {
+                      std::uint8_t halftone = 1) {
     std::memset(static_cast<void*>(&State), 0, sizeof State);
     for (int h = 0; h < 2; ++h) {
       Planes[h].assign(kPlaneBufferBytes, 0);
       State.PlaneBuffer[h] = Planes[h].data();
     }
-    for (int i = 0; i < passBuffers; ++i) {
+    for (int i = 0; i < kPassBufferRecords; ++i) {
       Passes[i].assign(kPassBufferBytes, 0);
       State.StripeBuffers[i].BufferStart = State.StripeBuffers[i].WritePos = Passes[i].data();
     }
@@ -62,9 +62,6 @@ struct EmitDevice {
   // Plane p of row n of the stripe in PlaneBuffer half h.
   std::uint8_t* PlaneRow(int h, int n, int p) {
     return Planes[h].data() + static_cast<std::size_t>(n) * 4 * Stride() + static_cast<std::size_t>(p) * Stride();
-  }
-  void ClearPlanes() {
-    for (auto& half : Planes) std::fill(half.begin(), half.end(), 0);
   }
 };
 
@@ -134,7 +131,7 @@ inline void EmitPage(EmitDevice& device, const DotPage& page, const BandInfo& ba
   const int stripeRows = layout.OutputLines;
   for (int first = 0; first < page.Rows; first += stripeRows) {
     const int rows = std::min(stripeRows, page.Rows - first);
-    device.ClearPlanes();
+    for (auto& half : device.Planes) std::fill(half.begin(), half.end(), 0);
     bool ink = false;
     for (int h = 0; h < 2; ++h)
       for (int n = 0; n < rows; ++n)

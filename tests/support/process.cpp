@@ -73,6 +73,14 @@ int KillGroup(pid_t pid) {
   return status;
 }
 
+sockaddr_in Loopback(int port) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  address.sin_port = htons(static_cast<std::uint16_t>(port));
+  return address;
+}
+
 }  // namespace
 
 ProcessResult RunProcess(const std::vector<std::string>& argv, std::chrono::seconds timeout,
@@ -107,8 +115,6 @@ BackgroundProcess::BackgroundProcess(const std::vector<std::string>& argv, const
 
 BackgroundProcess::~BackgroundProcess() { Stop(); }
 
-bool BackgroundProcess::Running() { return pid_ > 0 && !result_ && !Wait(std::chrono::milliseconds(0)); }
-
 std::optional<ProcessResult> BackgroundProcess::Wait(std::chrono::milliseconds timeout) {
   if (result_ || pid_ <= 0) return result_;
   if (const auto status = WaitUntil(pid_, Clock::now() + timeout)) {
@@ -132,9 +138,7 @@ ProcessResult BackgroundProcess::Stop(std::chrono::milliseconds grace) {
 
 int FreeLoopbackPort() {
   const int fd = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  sockaddr_in address = Loopback(0);
   socklen_t length = sizeof address;
   int port = 0;
   if (fd >= 0 && bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
@@ -147,13 +151,10 @@ int FreeLoopbackPort() {
 bool WaitForPort(int port, std::chrono::milliseconds timeout, BackgroundProcess* server) {
   const auto deadline = Clock::now() + timeout;
   while (Clock::now() < deadline) {
-    if (server && !server->Running()) return false;
+    if (server && server->Wait(std::chrono::milliseconds(0))) return false;  // it ended
     const int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    const bool connected = connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+    const sockaddr_in address = Loopback(port);
+    const bool connected = connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
     close(fd);
     if (connected) return true;
     std::this_thread::sleep_for(std::chrono::milliseconds(50));

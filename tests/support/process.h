@@ -53,7 +53,6 @@ class BackgroundProcess {
   BackgroundProcess(const BackgroundProcess&) = delete;
   BackgroundProcess& operator=(const BackgroundProcess&) = delete;
 
-  bool Running();
   // Waits up to `timeout` for the process to end by itself; its result, or null while it still runs.
   std::optional<ProcessResult> Wait(std::chrono::milliseconds timeout);
   // SIGTERM, up to `grace` to end, then SIGKILL to the whole group. The result of the process.
