@@ -15,6 +15,7 @@ namespace inkweave::decode::testing {
 
 using inkweave::testing::Bytes;
 using inkweave::testing::Hex;
+using inkweave::testing::ParseStream;
 using inkweave::testing::Zeros;
 using inkweave::testing::operator+;
 
@@ -24,11 +25,6 @@ inline Bytes JobStart() { return Zeros(2000) + Hex("1B 7C 01 00 03 1B 40 1B 7C 0
 // Raster language, "R", "I", "M", "D" 02, "N" 05 00.
 inline Bytes ModeSettings(const std::string& resolution, const std::string& ink, const std::string& compression) {
   return Hex("1B 7C 01 00 03 52 " + resolution + " 49 " + ink + " 4D " + compression + " 44 02 4E 05 00");
-}
-
-// The page-start group (settings, filler, padding, "Y", "X", paper A4).
-inline Bytes PageStart(const std::string& resolution, const std::string& ink, const std::string& compression) {
-  return ModeSettings(resolution, ink, compression) + Zeros(503) + Hex("59 00 00 58 00 00 73 01");
 }
 
 inline Bytes PageEnd() { return Hex("0C") + Zeros(500); }
@@ -47,20 +43,20 @@ inline Bytes Record(unsigned lengthWord, const Bytes& data) {
 inline Bytes Coded(const Bytes& codes) { return Record(static_cast<unsigned>(codes.size()), codes); }
 inline Bytes RawRow(const Bytes& row) { return Record(static_cast<unsigned>(row.size()) | 0x8000, row); }
 
+// The page-start group (settings, filler, padding, "Y", "X", paper A4).
+inline Bytes PageStart(const std::string& resolution, const std::string& ink, const std::string& compression) {
+  return ModeSettings(resolution, ink, compression) + Zeros(503) + Hex("59 00 00 58 00 00 73 01");
+}
+
+// A job up to the raster part of its first page.
+inline Bytes Head(const std::string& resolution, const std::string& ink, const std::string& compression = "05") {
+  return JobStart() + ModeSettings(resolution, ink, compression) + PageStart(resolution, ink, compression);
+}
+
 // A one-page job around `body` (the raster part of the page).
 inline Bytes OnePage(const std::string& resolution, const std::string& ink, const std::string& compression,
                      const Bytes& body) {
-  return JobStart() + ModeSettings(resolution, ink, compression) + PageStart(resolution, ink, compression) + body +
-         PageEnd() + JobEnd();
-}
-
-inline Job MustParse(const Bytes& stream, const DecodeOptions& options = {}) {
-  auto result = ParseJob(stream, options);
-  if (auto* error = std::get_if<Error>(&result)) {
-    ADD_FAILURE() << "parse failed at " << error->Offset << ": " << error->Message;
-    return {};
-  }
-  return std::get<Job>(std::move(result));
+  return Head(resolution, ink, compression) + body + PageEnd() + JobEnd();
 }
 
 inline Error MustFail(const Bytes& stream, const DecodeOptions& options = {}) {
