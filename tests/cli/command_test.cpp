@@ -4,10 +4,12 @@
 // outputs that are not files (devices, pipes, a closed pipe) and damaged pictures of every format.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <lcms2.h>
 
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <set>
 #include <thread>
 #include <vips/vips8>
 
@@ -33,11 +35,10 @@ void ExpectOneLineError(const RunResult& run, int exit, const std::string& words
   }
 }
 
-std::pair<int, int> PngSize(const std::vector<unsigned char>& file) {
-  const auto word = [&](std::size_t at) {
-    return (file.at(at) << 24) | (file.at(at + 1) << 16) | (file.at(at + 2) << 8) | file.at(at + 3);
-  };
-  return {word(16), word(20)};
+std::set<std::string> Listing(const ScratchDir& dir) {
+  std::set<std::string> files;
+  for (const auto& entry : std::filesystem::directory_iterator(dir.Path())) files.insert(entry.path().filename());
+  return files;
 }
 
 // A 44 KB stream claiming a page of 10,240 x 3,406 dots at 150 dpi (one raw row of the widest kind at
@@ -45,8 +46,7 @@ std::pair<int, int> PngSize(const std::vector<unsigned char>& file) {
 std::string HostileStream() {
   using namespace decode::testing;
   const Bytes pass = RawRow(Bytes(2560, 0xFF)) + Blanks(3) + Blanks(4 * 105);  // black, doubled across
-  const Bytes stream = Zeros(37000) + JobStart() + ModeSettings("01 00", "10", "05") + PageStart("01 00", "10", "05") +
-                       Feed(280) + pass + Feed(9000) + pass + PageEnd() + JobEnd();
+  const Bytes stream = Zeros(37000) + OnePage("01 00", "10", "05", Feed(280) + pass + Feed(9000) + pass);
   return {stream.begin(), stream.end()};
 }
 
@@ -83,6 +83,12 @@ TEST(Command, EveryInvocationExitsWithItsWordsAndLeavesTheOutputAlone) {
     std::filesystem::remove(dir / file);
   }
   WriteText(dir / "head-p.png", std::string(png.begin(), png.begin() + 8));
+  vips::VImage::black(8, 8).write_to_file((dir / "gray.png").c_str());
+  const std::string rgbProfile = dir / "srgb.icc", printerProfile = INKWEAVE_PROFILES_PATH "/inkweave-plain.icc";
+  cmsHPROFILE srgb = cmsCreate_sRGBProfile();
+  cmsSaveProfileToFile(srgb, rgbProfile.c_str());
+  cmsCloseProfile(srgb);
+  std::set<std::string> expected = Listing(dir);
   const std::string print = "print";
   struct Case {
     std::vector<std::string> Args;
@@ -122,6 +128,10 @@ TEST(Command, EveryInvocationExitsWithItsWordsAndLeavesTheOutputAlone) {
       {{print, page, "-o", out, "--scale", "2000%"}, 2, "--scale"},
       {{print, page, "-o", out, "--input-profile", dir / "notes.txt"}, 2, "notes.txt: not an ICC colour profile"},
       {{print, page, "-o", out, "--input-profile", dir / "missing.icc"}, 2, "missing.icc: No such file"},
+      {{print, dir / "gray.png", "--input-profile", rgbProfile, "-o", out},
+       1,
+       "gray.png: --input-profile " + rgbProfile + " does not fit the picture ("},
+      {{print, page, "--input-profile", printerProfile, "-o", out}, 2, "a profile that cannot describe input pictures"},
       {{print, page, "-o", out, "--high-res", "--quality", "300"}, 2, "--high-res"},
       {{print, page, "-o", out, "--papr", "a4"}, 2, "print: unknown option '--papr'; did you mean '--paper'?"},
       {{print, page, "-o", out, "--frobnicate"}, 2, "frobnicate"},
@@ -171,7 +181,7 @@ TEST(Command, EveryInvocationExitsWithItsWordsAndLeavesTheOutputAlone) {
       {{"decode", dir / "hostile.prn", "-o", dir / "big.png", "--preview-dpi", "300"},
        1,
        "megapixels a preview may have; use --preview-dpi 2"},
-      {{"dump", job}, 0, "EnterRaster", {"FormFeed", " bytes)", "end of stream"}},  // long records abbreviated
+      {{"dump", job}, 0, "00000000  ", {"EnterRaster", "FormFeed", " bytes)", "end of stream"}},  // long ones cut
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(::testing::PrintToString(c.Args));
@@ -193,28 +203,16 @@ TEST(Command, EveryInvocationExitsWithItsWordsAndLeavesTheOutputAlone) {
     std::filesystem::remove(dir / "secret.png");
   }
   // Previews one per page, or by the name given for one page; nothing else left behind.
-  std::vector<std::string> files;
-  for (const auto& entry : std::filesystem::directory_iterator(dir.Path())) files.push_back(entry.path().filename());
-  std::sort(files.begin(), files.end());
-  EXPECT_EQ(files, (std::vector<std::string>{
-                       "crop.png",   "cut.png",       "cut.prn",        "damaged.pdf", "empty.pdf",  "empty.png",
-                       "fake.so",    "garbage.prn",   "half-p-lzw.tif", "half-p.jpg",  "half-p.tif", "half-p.webp",
-                       "head-p.jpg", "head-p.png",    "head-p.tif",     "hostile.prn", "job.prn",    "notes.txt",
-                       "out.prn",    "preview-1.png", "preview-2.png",  "proof.png",   "small.png",  "two.png"}));
+  expected.insert({"out.prn", "crop.png", "preview-1.png", "preview-2.png", "proof.png", "small.png", "two.png"});
+  EXPECT_EQ(Listing(dir), expected);
   // The whole A4 sheet at 50 dpi (414 x 585 pixels), or with --crop the printed area only.
-  EXPECT_EQ(PngSize(ReadBytes(dir / "preview-1.png")), std::make_pair(414, 585));
-  const auto cropped = PngSize(ReadBytes(dir / "crop.png"));
-  EXPECT_TRUE(cropped.first < 414 && cropped.second < 585);
-  EXPECT_EQ(ReadBytes(dir / "proof.png").at(1), 'P');
-  // The dump's offsets ascend line by line from 0.
-  const RunResult dump = RunInkweave({"dump", job});
-  std::istringstream lines(dump.Out);
-  unsigned long last = 0, offset = 0;
-  for (std::string line; std::getline(lines, line); last = offset) {
-    offset = std::stoul(line.substr(0, 8), nullptr, 16);
-    ASSERT_GE(offset, last) << line;
-  }
-  EXPECT_EQ(dump.Out.rfind("00000000  ", 0), 0u);
+  const auto size = [&](const std::string& name) {
+    const vips::VImage image = vips::VImage::new_from_file((dir / name).c_str());
+    return std::make_pair(image.width(), image.height());
+  };
+  EXPECT_EQ(size("preview-1.png"), std::make_pair(414, 585));
+  EXPECT_TRUE(size("crop.png").first < 414 && size("crop.png").second < 585);
+  EXPECT_GT(size("proof.png").first, 0);
 }
 
 // Every paper the host offers, printed from a picture as tall as the page (so that a paper code two
