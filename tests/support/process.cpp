@@ -10,8 +10,6 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
 #include <thread>
 
 namespace inkweave::testing {
@@ -85,9 +83,8 @@ sockaddr_in Loopback(int port) {
 
 ProcessResult RunProcess(const std::vector<std::string>& argv, std::chrono::seconds timeout,
                          const RunOptions& options) {
-  char pattern[] = "/tmp/inkweave-run-XXXXXX";
-  const fs::path scratch = mkdtemp(pattern);
-  const fs::path out = options.Output.empty() ? scratch / "out" : options.Output, err = scratch / "err";
+  const TempDir scratch("run");
+  const fs::path out = options.Output.empty() ? scratch.Path() / "out" : options.Output, err = scratch.Path() / "err";
   const pid_t pid = Spawn(argv, options.Env, options.Input.empty() ? "/dev/null" : options.Input, out, err,
                           O_WRONLY | O_CREAT | O_TRUNC);
   ProcessResult result;
@@ -103,8 +100,6 @@ ProcessResult RunProcess(const std::vector<std::string>& argv, std::chrono::seco
   }
   result.Out = ReadText(out);
   result.Err = ReadText(err);
-  std::error_code ec;
-  fs::remove_all(scratch, ec);
   return result;
 }
 
