@@ -1,6 +1,7 @@
-// Writes the seed corpora of the fuzzers: make-fuzz-seeds DIR fills DIR/{decoder,plugin,page_plan,filter}.
-// The streams are printed by the plug-in through our host (small pages in every mode), the rasters and
-// headers are what CUPS sends for such pages, and the plug-in seeds are host scripts of fuzz/plugin.cpp.
+// Writes the seed corpora of the fuzzers: make-fuzz-seeds DIR fills DIR/{decoder,plugin,filter}. The
+// streams are printed by the plug-in through our host (small pages in every mode), the filter's seeds are
+// job options and the rasters CUPS sends for such pages, and the plug-in seeds are host scripts of
+// fuzz/plugin.cpp.
 #include <cups/raster.h>
 #include <fcntl.h>
 #include <unistd.h>
@@ -36,7 +37,7 @@ bool Stripes(std::int32_t x, std::int32_t y, std::int32_t w, std::int32_t h, std
 int main(int argc, char** argv) {
   if (argc != 2) return 2;
   const fs::path dir = argv[1];
-  for (const char* name : {"decoder", "plugin", "page_plan", "filter"}) fs::create_directories(dir / name);
+  for (const char* name : {"decoder", "plugin", "filter"}) fs::create_directories(dir / name);
   int n = 0;  // variants: 0 dither, 1 diffusion in landscape, 2 monochrome, 3 diffusion (high resolution at 600)
   for (std::int16_t quality : {150, 300, 600})
     for (int variant = 0; variant < 4; ++variant) {
@@ -55,8 +56,8 @@ int main(int argc, char** argv) {
         {1, 1, 96, 0, 120, 0, 12, 22, 20, 0xC0, 96, 0, 32, 0, 0, 0, 0, 7, 0xC0, 96, 0, 32, 0, 0, 0, 32, 0, 9, 21, 23});
   Write(dir / "plugin" / "landscape", {2, 3, 96, 0, 120, 0, 14, 11, 22, 20, 0xC0, 32, 0, 96, 1, 0, 0, 0, 0, 3, 21, 23});
 
-  // Sheets of half an inch each way (small pages make quick runs): the header with job options for the
-  // page planner, the raster (compressed above 150 dpi) for the filter.
+  // Sheets of half an inch each way (small pages make quick runs): job options and the raster, compressed
+  // above 150 dpi.
   for (unsigned dpi : {150u, 300u, 600u})
     for (cups_cspace_t space : {CUPS_CSPACE_RGB, CUPS_CSPACE_SW, CUPS_CSPACE_K}) {
       const unsigned channels = space == CUPS_CSPACE_RGB ? 3 : 1;
@@ -67,13 +68,10 @@ int main(int argc, char** argv) {
       header.cupsColorSpace = space, header.cupsColorOrder = CUPS_ORDER_CHUNKED, header.cupsNumColors = channels;
       header.PageSize[0] = header.PageSize[1] = 36;
       header.cupsPageSize[0] = header.cupsPageSize[1] = 36;
-      const std::string name = std::to_string(dpi) + "-" + std::to_string(space);
-      const std::string options = "InkweaveHalftone=Diffusion";
-      std::vector<std::uint8_t> bytes(reinterpret_cast<const std::uint8_t*>(&header),
-                                      reinterpret_cast<const std::uint8_t*>(&header + 1));
-      bytes.insert(bytes.end(), options.begin(), options.end());
-      Write(dir / "page_plan" / name, bytes);
-      const int fd = open((dir / "filter" / name).c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+      const int fd = open((dir / "filter" / (std::to_string(dpi) + "-" + std::to_string(space))).c_str(),
+                          O_WRONLY | O_CREAT | O_TRUNC, 0644);
+      const char options[] = "InkweaveHalftone=Diffusion";  // with its zero byte
+      if (write(fd, options, sizeof options) != sizeof options) return 1;
       cups_raster_t* raster = cupsRasterOpen(fd, dpi == 150 ? CUPS_RASTER_WRITE : CUPS_RASTER_WRITE_COMPRESSED);
       cupsRasterWriteHeader2(raster, &header);
       std::vector<std::uint8_t> row(header.cupsBytesPerLine);

@@ -2,12 +2,12 @@
 # Builds the fuzzers with clang (build-fuzz/), writes their seed corpora and runs each for SECONDS
 # (default 60), one after the other, keeping what each finds in build-fuzz/corpus/NAME. A crash stops
 # the run with the fuzzer's report; its input is left in build-fuzz/crash-NAME-*.
-#   fuzz/run.sh [SECONDS] [NAME...]     NAME: decoder plugin page_plan filter
+#   fuzz/run.sh [SECONDS] [NAME...]     NAME: decoder plugin filter
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds="${1:-60}"
 names=("${@:2}")
-[ ${#names[@]} -eq 0 ] && names=(decoder plugin page_plan filter)
+[ ${#names[@]} -eq 0 ] && names=(decoder plugin filter)
 
 CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DINKWEAVE_FUZZ=ON \
   -DINKWEAVE_TESTS=OFF -DCMAKE_CXX_COMPILER_LAUNCHER="$(command -v ccache || true)" >/dev/null
