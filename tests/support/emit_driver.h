@@ -145,21 +145,15 @@ inline void EmitPage(EmitDevice& device, const DotPage& page, const BandInfo& ba
   FinishPage(device, band);
 }
 
-// A one-page job around what emitPage writes: 2,000 zero bytes, enter raster language, reset, the mode
-// settings and the page start, the page, a form feed, 500 zero bytes, a reset.
+// A one-page job around what emitPage writes: the mode settings and the page start, the page, a form
+// feed, a reset.
 template <typename Page>
 void EmitJob(EmitDevice& device, Page&& emitPage) {
-  DEVOBJ* devobj = &device.Devobj;
-  IPrintOemDriverUni* driver = device.Driver();
-  for (int i = 0; i < 20; ++i) WritePadding(devobj, driver);
-  WriteBytes(devobj, kEnterRasterLanguage, sizeof kEnterRasterLanguage, driver);
-  WriteBytes(devobj, kReset, sizeof kReset, driver);
-  WriteModeSettings(devobj, driver);
-  WritePageStart(devobj, driver);
+  WriteModeSettings(&device.Devobj, device.Driver());
+  WritePageStart(&device.Devobj, device.Driver());
   emitPage();
-  WriteBytes(devobj, kFormFeed, sizeof kFormFeed, driver);
-  for (int i = 0; i < 5; ++i) WritePadding(devobj, driver);
-  WriteBytes(devobj, kReset, sizeof kReset, driver);
+  WriteBytes(&device.Devobj, kFormFeed, sizeof kFormFeed, device.Driver());
+  WriteBytes(&device.Devobj, kReset, sizeof kReset, device.Driver());
 }
 
 }  // namespace inkweave::testing
