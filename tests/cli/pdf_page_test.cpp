@@ -65,24 +65,21 @@ TEST(PdfPage, FirstTestPageStreamUnchangedFromTheLibvipsLoader) {
 // also show text in a TrueType font whose embedded program is garbage (poppler prints a warning of its
 // own each time it renders the page).
 std::string MakePdf(int pages, bool brokenFont) {
-  const std::string content =
-      std::string(brokenFont ? "BT /F1 24 Tf 20 150 Td (Hello) Tj ET " : "") + "0 0 1 rg 10 10 100 100 re f";
+  std::string kids;
+  for (int i = 0; i < pages; ++i) kids += std::to_string(7 + i) + " 0 R ";
   std::vector<std::string> objects = {
       "<< /Type /Catalog /Pages 2 0 R >>",
-      "",
-      inkweave::testing::PdfStream(content),
+      "<< /Type /Pages /Kids [" + kids + "] /Count " + std::to_string(pages) + " >>",
+      inkweave::testing::PdfStream(std::string(brokenFont ? "BT /F1 24 Tf 20 150 Td (Hello) Tj ET " : "") +
+                                   "0 0 1 rg 10 10 100 100 re f"),
       "<< /Type /Font /Subtype /TrueType /BaseFont /Junk /FirstChar 32 /LastChar 126 /FontDescriptor 5 0 R >>",
       "<< /Type /FontDescriptor /FontName /Junk /Flags 32 /FontBBox [0 0 1000 1000] /ItalicAngle 0 /Ascent 800 "
       "/Descent -200 /CapHeight 700 /StemV 80 /FontFile2 6 0 R >>",
       inkweave::testing::PdfStream(std::string(170, 'g'))};
-  std::string kids;
-  for (int i = 0; i < pages; ++i) {
-    kids += std::to_string(objects.size() + 1) + " 0 R ";
-    objects.push_back(
-        "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 200] /Contents 3 0 R /Resources << /Font << /F1 4 0 R >> "
-        ">> >>");
-  }
-  objects[1] = "<< /Type /Pages /Kids [" + kids + "] /Count " + std::to_string(pages) + " >>";
+  objects.resize(
+      objects.size() + static_cast<std::size_t>(pages),
+      "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 200] /Contents 3 0 R /Resources << /Font << /F1 4 0 R "
+      ">> >> >>");
   return inkweave::testing::WritePdf(objects);
 }
 
