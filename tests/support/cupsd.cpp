@@ -16,15 +16,13 @@ constexpr const char* kCupsd = "/usr/sbin/cupsd";
 
 // The account filters run as: lp when the test runs as root (cupsd will not run them as root), else
 // the test's own user, as cupsd cannot change user.
-void WriteAccount(std::ofstream& files) {
-  if (geteuid() == 0) {
-    files << "User lp\nGroup lp\nSystemGroup root\n";
-    return;
-  }
+std::string Account() {
+  if (geteuid() == 0) return "User lp\nGroup lp\nSystemGroup root\n";
   const passwd* user = getpwuid(geteuid());
   const group* primary = getgrgid(getegid());
-  files << "User " << (user ? user->pw_name : "nobody") << "\nGroup " << (primary ? primary->gr_name : "nogroup")
-        << "\nSystemGroup " << (primary ? primary->gr_name : "nogroup") << "\n";
+  const std::string groupName = primary ? primary->gr_name : "nogroup";
+  return "User " + std::string(user ? user->pw_name : "nobody") + "\nGroup " + groupName + "\nSystemGroup " +
+         groupName + "\n";
 }
 
 }  // namespace
@@ -43,22 +41,20 @@ std::unique_ptr<Cupsd> Cupsd::Start(const fs::path& dir, const Options& options,
   fs::permissions(dir / "spool/tmp", fs::perms::all | fs::perms::sticky_bit);
 
   cupsd->port_ = FreeLoopbackPort();
-  {
-    std::ofstream conf(dir / "cupsd.conf");
-    conf << "Listen 127.0.0.1:" << cupsd->port_ << "\n"
-         << "LogLevel debug\nBrowsing Off\nWebInterface No\nDefaultAuthType None\nMaxLogSize 0\n"
-         << "<Location />\n  Order allow,deny\n  Allow all\n</Location>\n"
-         << "<Policy default>\n  <Limit All>\n    Order deny,allow\n  </Limit>\n</Policy>\n";
-  }
-  {
-    std::ofstream files(dir / "cups-files.conf");
-    files << "ServerRoot " << (dir / "root").string() << "\nRequestRoot " << (dir / "spool").string() << "\nTempDir "
-          << (dir / "spool/tmp").string() << "\nCacheDir " << (dir / "cache").string() << "\nStateDir "
-          << (dir / "state").string() << "\nErrorLog " << (dir / "log/error_log").string() << "\nAccessLog "
-          << (dir / "log/access_log").string() << "\nPageLog " << (dir / "log/page_log").string() << "\nServerBin "
-          << options.ServerBin.string() << "\nDataDir /usr/share/cups\nFileDevice Yes\n";
-    WriteAccount(files);
-  }
+  std::ofstream(dir / "cupsd.conf")
+      << "Listen 127.0.0.1:" << cupsd->port_ << "\n"
+      << "LogLevel debug\nBrowsing Off\nWebInterface No\nDefaultAuthType None\nMaxLogSize 0\n"
+      << "<Location />\n  Order allow,deny\n  Allow all\n</Location>\n"
+      << "<Policy default>\n  <Limit All>\n    Order deny,allow\n  </Limit>\n</Policy>\n";
+  std::ofstream(dir / "cups-files.conf") << "ServerRoot " << (dir / "root").string() << "\nRequestRoot "
+                                         << (dir / "spool").string() << "\nTempDir " << (dir / "spool/tmp").string()
+                                         << "\nCacheDir " << (dir / "cache").string() << "\nStateDir "
+                                         << (dir / "state").string() << "\nErrorLog "
+                                         << (dir / "log/error_log").string() << "\nAccessLog "
+                                         << (dir / "log/access_log").string() << "\nPageLog "
+                                         << (dir / "log/page_log").string() << "\nServerBin "
+                                         << options.ServerBin.string() << "\nDataDir /usr/share/cups\nFileDevice Yes\n"
+                                         << Account();
   cupsd->process_ =
       std::make_unique<BackgroundProcess>(std::vector<std::string>{kCupsd, "-f", "-c", (dir / "cupsd.conf").string(),
                                                                    "-s", (dir / "cups-files.conf").string()},

@@ -1,12 +1,7 @@
 // A CUPS scheduler of the test's own: cupsd in the foreground with its configuration, spool, state and
 // logs in a scratch directory, listening on a free loopback port and nowhere else (no browsing, no web
-// interface). The client programs (lpadmin, lp, lpstat, ...) reach it through CUPS_SERVER. It is
-// stopped, with every filter and backend it started, when the object goes.
-//
-//   auto cupsd = Cupsd::Start(dir, {}, &why);     // null when cupsd is missing or does not come up
-//   cupsd->Run({"lpadmin", "-p", "q", "-E", "-v", uri, "-m", "everywhere"});
-//   cupsd->Run({"lp", "-d", "q", "doc.pdf"});
-//   cupsd->WaitForJobs(std::chrono::seconds(60));
+// interface). The client programs (lpadmin, lp, lpstat, ...) Run through it reach it through CUPS_SERVER.
+// It is stopped, with every filter and backend it started, when the object goes.
 #pragma once
 
 #include <chrono>
