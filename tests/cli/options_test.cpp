@@ -9,7 +9,7 @@
 namespace inkweave::cli {
 namespace {
 
-TEST(PagesOption, RangesListsAndOpenEnds) {
+TEST(PagesAndScale, RangesListsOpenEndsAndPercentsWithinLimits) {
   std::string error;
   auto pages = ParsePages("1-3,7, 9-", &error);
   ASSERT_TRUE(pages) << error;
@@ -17,10 +17,6 @@ TEST(PagesOption, RangesListsAndOpenEnds) {
   for (int p : {4, 5, 6, 8}) EXPECT_FALSE(pages->Contains(p)) << p;
   EXPECT_EQ(pages->Highest(), 9);  // an open end asks for no page beyond its start
   EXPECT_TRUE(PageSelection{}.Contains(12345));
-}
-
-TEST(ScaleOption, FitOrPercentWithinLimits) {
-  std::string error;
   EXPECT_FALSE(ParseScale("fit", &error)->Percent);
   EXPECT_DOUBLE_EQ(*ParseScale("100%", &error)->Percent, 100.0);
   EXPECT_DOUBLE_EQ(*ParseScale("37.5", &error)->Percent, 37.5);
