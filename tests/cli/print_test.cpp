@@ -140,7 +140,7 @@ TEST(PrintDocuments, EveryPageLooksLikeItsSourceAndLandsWhereItPutsIt) {
     };
     const int dpi = std::stoi(value("--quality", "600"));
     ScratchDir dir;
-    const auto pages = inkweave::testing::PrintStream(Stream(dir, c.Arguments, false));
+    const auto pages = PrintStream(Stream(dir, c.Arguments, false));
     ASSERT_EQ(pages.size(), c.Pages.size());
     for (std::size_t p = 0; p < pages.size(); ++p) {
       EXPECT_EQ(pages[p].Dpi, has("--high-res") ? 1200 : dpi);
@@ -172,23 +172,21 @@ std::vector<std::uint8_t> Patches() {
   return rgb;
 }
 
-std::string ProfileBytes(cmsHPROFILE profile) {
-  cmsUInt32Number size = 0;
-  cmsSaveProfileToMem(profile, nullptr, &size);
-  std::string bytes(size, '\0');
-  cmsSaveProfileToMem(profile, bytes.data(), &size);
+// Writes the profile to `path` and closes it; its bytes.
+std::string SaveProfile(cmsHPROFILE profile, const std::string& path) {
+  cmsSaveProfileToFile(profile, path.c_str());
   cmsCloseProfile(profile);
-  return bytes;
+  return inkweave::testing::ReadText(path);
 }
 
-std::string AdobeRgbProfile() {
+std::string AdobeRgbProfile(const std::string& path) {
   const cmsCIExyY white = {0.3127, 0.3290, 1.0};
   const cmsCIExyYTRIPLE primaries = {{0.64, 0.33, 1.0}, {0.21, 0.71, 1.0}, {0.15, 0.06, 1.0}};
   cmsToneCurve* gamma = cmsBuildGamma(nullptr, 563.0 / 256.0);
   cmsToneCurve* curves[3] = {gamma, gamma, gamma};
   cmsHPROFILE profile = cmsCreateRGBProfile(&white, &primaries, curves);
   cmsFreeToneCurve(gamma);
-  return ProfileBytes(profile);
+  return SaveProfile(profile, path);
 }
 
 // Pixels through a Little CMS transform, relative colorimetric with black-point compensation.
@@ -219,12 +217,11 @@ std::string Save(const std::string& target, const std::string& profile = {}) {
 
 TEST(PrintDocuments, InvocationsThatPrintTheSameStream) {
   ScratchDir dir;
-  const std::string png = Example("testpage.png"), adobe = AdobeRgbProfile();
+  const std::string png = Example("testpage.png"), adobe = AdobeRgbProfile(dir / "adobe.icc");
   const Args small = {"--quality", "150", "--paper", "a5", "-q"};
   const std::string reference = Save(dir / "reference.png");
   const std::string tagged = Save(dir / "tagged.png", adobe);
-  WriteText(dir / "adobe.icc", adobe);
-  WriteText(dir / "srgb.icc", ProfileBytes(cmsCreate_sRGBProfile()));
+  SaveProfile(cmsCreate_sRGBProfile(), dir / "srgb.icc");
   // PNG (8- and 16-bit, with alpha), PPM (read through plain reads), TIFF (strips, LZW, tiles) and
   // lossless WebP: in portrait (rows streamed in order) and in landscape (the picture decoded whole).
   const vips::VImage image = vips::VImage::new_from_file(reference.c_str());
@@ -281,7 +278,7 @@ TEST(PrintDocuments, InvocationsThatPrintTheSameStream) {
 // weights of the numbers, would print pure blue at 28 of 255 instead of 70), each within one level.
 TEST(InputColour, SurfacesAreTheirColoursInSrgbOrTheLuminance) {
   ScratchDir dir;
-  const std::string adobe = AdobeRgbProfile();
+  const std::string adobe = AdobeRgbProfile(dir / "adobe.icc");
   const auto picture = Patches();
   cmsToneCurve* curve = cmsBuildParametricToneCurve(
       nullptr, 4, std::array<double, 5>{2.4, 1 / 1.055, 0.055 / 1.055, 1 / 12.92, 0.04045}.data());
@@ -292,8 +289,8 @@ TEST(InputColour, SurfacesAreTheirColoursInSrgbOrTheLuminance) {
     std::vector<std::uint8_t> Expected;
   } kCases[] = {
       {Save(dir / "tagged.png", adobe), false,
-       Transform(picture, cmsOpenProfileFromMem(adobe.data(), static_cast<cmsUInt32Number>(adobe.size())),
-                 cmsCreate_sRGBProfile(), TYPE_RGB_8, 3)},
+       Transform(picture, cmsOpenProfileFromFile((dir / "adobe.icc").c_str(), "r"), cmsCreate_sRGBProfile(), TYPE_RGB_8,
+                 3)},
       {Save(dir / "patches.png"), true,
        Transform(picture, cmsCreate_sRGBProfile(), cmsCreateGrayProfile(&d65, curve), TYPE_GRAY_8, 1)},
   };
