@@ -56,7 +56,6 @@ TEST(PdfPage, FirstTestPageStreamUnchangedFromTheLibvipsLoader) {
       RunInkweave({"print", Example("testpage.pdf"), "--pages", "1", "--quality", "600", "-o", dir / "p1.prn"});
   ASSERT_EQ(run.Exit, 0) << run.Err;
   const std::vector<unsigned char> stream = ReadBytes(dir / "p1.prn");
-  EXPECT_EQ(stream.size(), 1648959u);
   EXPECT_EQ(inkweave::testing::Sha256Hex(stream.data(), stream.size()),
             "b8305db2bcbe5e4fc49d0b5f05c8bb82c0f4763c3355a701293232e79f223771");
 }
@@ -90,14 +89,14 @@ TEST(PrintPdf, EveryPageOfALongDocumentCountsAndPopplersWarningComesOnce) {
   const RunResult run =
       RunInkweave({"print", dir / "long.pdf", "--quality", "150", "--pages", "3,10000", "-q", "-o", dir / "long.prn"});
   ASSERT_EQ(run.Exit, 0) << run.Err;
-  EXPECT_EQ(DecodeStream(dir / "long.prn").size(), 2u);
+  EXPECT_EQ(PrintStream(ReadBytes(dir / "long.prn")).size(), 2u);
   const RunResult past = RunInkweave({"print", dir / "long.pdf", "--pages", "10001", "-o", dir / "past.prn"});
   EXPECT_EQ(past.Exit, 2);
   EXPECT_EQ(past.Err, "inkweave: --pages: page 10001 asked for, but the job has only 10000 pages\n");
   // Poppler warns for every strip of both pages; the warning comes once, after the job, naming the file.
   const RunResult font = RunInkweave({"print", dir / "font.pdf", "--quality", "300", "-q", "-o", dir / "font.prn"});
   ASSERT_EQ(font.Exit, 0) << font.Err;
-  EXPECT_EQ(DecodeStream(dir / "font.prn").size(), 2u);
+  EXPECT_EQ(PrintStream(ReadBytes(dir / "font.prn")).size(), 2u);
   EXPECT_EQ(std::count(font.Err.begin(), font.Err.end(), '\n'), 1) << font.Err;
   EXPECT_EQ(font.Err.rfind("inkweave: warning: " + dir / "font.pdf" + ": ", 0), 0u) << font.Err;
 }

@@ -1,5 +1,5 @@
 // Running the inkweave program from a test, scratch directories for its files, libvips started once for
-// the test program, and a printed stream decoded back.
+// the test program, and printed streams decoded back.
 #pragma once
 
 #include <string>
@@ -23,16 +23,13 @@ inline RunResult RunInkweave(const std::vector<std::string>& args) {
 }
 
 inline std::string Example(const std::string& name) { return std::string(INKWEAVE_SOURCE_DIR) + "/examples/" + name; }
+using inkweave::testing::PrintStream;
 using inkweave::testing::ReadBytes;
 using inkweave::testing::WriteText;
 
 inline void StartLibvips() {
   static VipsRuntime vips("cli_test");
   StartVips();
-}
-
-inline std::vector<decode::PrintedPage> DecodeStream(const std::string& path) {
-  return inkweave::testing::PrintStream(ReadBytes(path));
 }
 
 }  // namespace inkweave::cli::testing
