@@ -58,10 +58,9 @@ struct EmitDevice {
   EmitDevice& operator=(const EmitDevice&) = delete;
 
   IPrintOemDriverUni* Driver() { return Spool.Interface(); }
-  int Stride() const { return PlaneLayoutOf(LevelOf(State.PrintMode)).PlaneBytes; }
   // Plane p of row n of the stripe in PlaneBuffer half h.
   std::uint8_t* PlaneRow(int h, int n, int p) {
-    return Planes[h].data() + static_cast<std::size_t>(n) * 4 * Stride() + static_cast<std::size_t>(p) * Stride();
+    return Planes[h].data() + static_cast<std::size_t>(n * 4 + p) * PlaneLayoutOf(LevelOf(State.PrintMode)).PlaneBytes;
   }
 };
 
