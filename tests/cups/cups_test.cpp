@@ -440,10 +440,8 @@ fs::path MakeServerBin(const TempDir& dir) {
 TEST(CupsQueue, IppClientsSeeAndGetTheQualitiesPaperTypesAndColourModes) {
   if (!fs::exists("/usr/lib/cups/filter/gstoraster")) GTEST_SKIP() << "no gstoraster (scripts/install-deps.sh cups)";
   TempDir dir("queue");
-  Cupsd::Options options;
-  options.ServerBin = MakeServerBin(dir);
   std::string why;
-  auto cupsd = Cupsd::Start(dir / "cupsd", options, &why);
+  auto cupsd = Cupsd::Start(dir / "cupsd", MakeServerBin(dir), &why);
   if (!cupsd) GTEST_SKIP() << "no CUPS scheduler for this test: " << why;
   const fs::path out = dir / "out";
   fs::create_directories(out);

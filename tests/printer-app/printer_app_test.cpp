@@ -336,7 +336,7 @@ TEST(PrinterApp, ServesIppEverywherePrintsEveryFormatCancelsAndKeepsItsState) {
     std::string jobId = std::to_string(i + 1), schedulerLog;  // the printer's jobs are numbered from 1
     if (job.Label == "cups") {
       std::string why;
-      cupsd = inkweave::testing::Cupsd::Start(dir / "cupsd", {}, &why);
+      cupsd = inkweave::testing::Cupsd::Start(dir / "cupsd", "/usr/lib/cups", &why);
       if (!cupsd) {
         std::cout << "no CUPS scheduler for the driverless queue's job: " << why << "\n";
         continue;

@@ -27,7 +27,7 @@ std::string Account() {
 
 }  // namespace
 
-std::unique_ptr<Cupsd> Cupsd::Start(const fs::path& dir, const Options& options, std::string* why) {
+std::unique_ptr<Cupsd> Cupsd::Start(const fs::path& dir, const fs::path& serverBin, std::string* why) {
   auto fail = [&](const std::string& reason) -> std::unique_ptr<Cupsd> {
     if (why) *why = reason;
     return nullptr;
@@ -52,8 +52,8 @@ std::unique_ptr<Cupsd> Cupsd::Start(const fs::path& dir, const Options& options,
                                          << (dir / "state").string() << "\nErrorLog "
                                          << (dir / "log/error_log").string() << "\nAccessLog "
                                          << (dir / "log/access_log").string() << "\nPageLog "
-                                         << (dir / "log/page_log").string() << "\nServerBin "
-                                         << options.ServerBin.string() << "\nDataDir /usr/share/cups\nFileDevice Yes\n"
+                                         << (dir / "log/page_log").string() << "\nServerBin " << serverBin.string()
+                                         << "\nDataDir /usr/share/cups\nFileDevice Yes\n"
                                          << Account();
   cupsd->process_ =
       std::make_unique<BackgroundProcess>(std::vector<std::string>{kCupsd, "-f", "-c", (dir / "cupsd.conf").string(),

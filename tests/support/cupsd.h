@@ -16,14 +16,11 @@ namespace inkweave::testing {
 
 class Cupsd {
  public:
-  struct Options {
-    // Where cupsd finds filters and backends (a folder of symlinks lets a test add filters of its own).
-    std::filesystem::path ServerBin = "/usr/lib/cups";
-  };
-
-  // Starts cupsd with everything under `dir` (created). Null, with the reason in *why, when cupsd is
-  // not installed or does not accept connections within the timeout.
-  static std::unique_ptr<Cupsd> Start(const std::filesystem::path& dir, const Options& options, std::string* why);
+  // Starts cupsd with everything under `dir` (created), its filters and backends from `serverBin` (the
+  // system's /usr/lib/cups, or a folder of symlinks to it with filters of the test's own). Null, with the
+  // reason in *why, when cupsd is not installed or does not accept connections within the timeout.
+  static std::unique_ptr<Cupsd> Start(const std::filesystem::path& dir, const std::filesystem::path& serverBin,
+                                      std::string* why);
   ~Cupsd();
 
   std::string Server() const { return "localhost:" + std::to_string(port_); }
