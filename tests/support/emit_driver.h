@@ -31,7 +31,6 @@ struct EmitDevice {
   // printMode: the whole PrintMode byte; colorMode 2 colour, 1 monochrome; halftone 1 dither, 2 diffusion.
   explicit EmitDevice(std::uint8_t printMode, std::uint16_t colorMode = 2, std::uint16_t quality = 300,
                       std::uint8_t halftone = 1) {
-    std::memset(static_cast<void*>(&State), 0, sizeof State);
     for (int h = 0; h < 2; ++h) {
       Planes[h].assign(kPlaneBufferBytes, 0);
       State.PlaneBuffer[h] = Planes[h].data();
@@ -100,7 +99,6 @@ inline void EmitOne(EmitDevice& device, int stripeHeight, const BandInfo& band, 
 inline void FinishPage(EmitDevice& device, const BandInfo& band) {
   device.State.StripeFlag = kStripeFinal;
   EmitStripe(&device.Devobj, 0, band, 1, device.Driver());
-  device.State.StripeFlag = kStripeFirst;
 }
 
 // A page of dot planes: Rows raster rows of four planes of Width bytes, in two halves (the second bit
@@ -127,9 +125,8 @@ struct DotPage {
 inline void EmitPage(EmitDevice& device, const DotPage& page, const BandInfo& band) {
   BeginPage(device.State);
   const PlaneLayout layout = PlaneLayoutOf(LevelOf(device.State.PrintMode));
-  const int stripeRows = layout.OutputLines;
-  for (int first = 0; first < page.Rows; first += stripeRows) {
-    const int rows = std::min(stripeRows, page.Rows - first);
+  for (int first = 0; first < page.Rows; first += layout.OutputLines) {
+    const int rows = std::min(layout.OutputLines, page.Rows - first);
     for (auto& half : device.Planes) std::fill(half.begin(), half.end(), 0);
     bool ink = false;
     for (int h = 0; h < 2; ++h)
