@@ -33,15 +33,11 @@ fs::path WindowsBuild() {
   return moved && *moved ? fs::path(moved) : fs::path(INKWEAVE_SOURCE_DIR) / "build-win";
 }
 
-// The first of the candidates that exists (a bare name is looked up in PATH); empty when none.
-fs::path FindProgram(std::initializer_list<const char*> candidates) {
-  std::istringstream path(std::getenv("PATH") ? std::getenv("PATH") : "");
-  std::vector<fs::path> dirs = {""};
-  for (std::string dir; std::getline(path, dir, ':');) dirs.push_back(dir);
-  for (const char* candidate : candidates)
-    for (const fs::path& dir : dirs)
-      if (fs::path(candidate).is_absolute() == dir.empty() && fs::exists(dir / candidate)) return dir / candidate;
-  return {};
+// The first of the programs that is there (bare names looked up in PATH); empty when none.
+std::string FindProgram(const std::string& candidates) {
+  const std::string script = "for p in " + candidates + "; do command -v $p && exit; done";
+  const std::string found = inkweave::testing::RunProcess({"sh", "-c", script}, std::chrono::seconds(30)).Out;
+  return found.substr(0, found.find('\n'));
 }
 
 // The Windows name of a local file under Wine's Z: drive.
@@ -60,9 +56,9 @@ TEST(WindowsDll, UnderWineAnswersAndWritesAsTheLinuxLibrary) {
   const fs::path exe = WindowsBuild() / "inkweave-hosttest.exe";
   if (!fs::exists(dll) || !fs::exists(exe))
     GTEST_SKIP() << "no Windows build at " << WindowsBuild() << ": run ./build-windows.sh";
-  const fs::path wine = FindProgram({"wine64", "/usr/lib/wine/wine64", "wine"});
+  const std::string wine = FindProgram("wine64 /usr/lib/wine/wine64 wine");
   if (wine.empty()) GTEST_SKIP() << "wine64 not found: ./scripts/install-deps.sh windows";
-  const fs::path wineserver = FindProgram({"wineserver64", "/usr/lib/wine/wineserver64", "wineserver"});
+  const std::string wineserver = FindProgram("wineserver64 /usr/lib/wine/wineserver64 wineserver");
 
   // A fresh, headless Wine prefix of our own.
   inkweave::testing::TempDir temp("wine");
