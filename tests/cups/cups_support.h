@@ -8,6 +8,7 @@
 #include <cups/raster.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <filesystem>
@@ -19,6 +20,8 @@
 #include <vector>
 
 #include "decode/decoder.h"
+#include "host/papers.h"
+#include "tests/support/make_pdf.h"
 #include "tests/support/print_stream.h"
 #include "tests/support/process.h"
 
@@ -141,11 +144,11 @@ inline Box InkBox(const decode::PrintedPage& page, std::initializer_list<int> pl
 }
 
 // The ink of the planes lies in the box (left, top, right, bottom: dots of the printed page, right and
-// bottom past the last dot, each divided by `scale`) within `tolerance`; every row of it carries ink from
-// exactly one head pass, and no row anywhere from two. (Blank head rows may land twice, and passes over
-// blank paper are fed over: only ink counts.)
+// bottom past the last dot) within `tolerance`; every row of it carries ink from exactly one head pass, and
+// no row anywhere from two. (Blank head rows may land twice, and passes over blank paper are fed over: only
+// ink counts.)
 inline void ExpectInkAt(const decode::PrintedPage& page, std::initializer_list<int> planes, std::array<double, 4> at,
-                        double tolerance, int scale = 1) {
+                        double tolerance) {
   const Box box = InkBox(page, planes);
   ASSERT_FALSE(box.Empty()) << "no ink on the page";
   EXPECT_EQ(page.RowsInkedTwice, 0);
@@ -154,10 +157,43 @@ inline void ExpectInkAt(const decode::PrintedPage& page, std::initializer_list<i
   for (int r = box.Top; r <= box.Bottom; ++r)
     if (page.InkCounts[r] != 1 && wrong++ == 0) first = r;
   EXPECT_EQ(wrong, 0) << "rows of the box not inked exactly once, the first is row " << first;
-  EXPECT_NEAR(box.Left / scale, at[0], tolerance);
-  EXPECT_NEAR(box.Top / scale, at[1], tolerance);
-  EXPECT_NEAR((box.Right + 1) / scale, at[2], tolerance);
-  EXPECT_NEAR((box.Bottom + 1) / scale, at[3], tolerance);
+  EXPECT_NEAR(box.Left, at[0], tolerance);
+  EXPECT_NEAR(box.Top, at[1], tolerance);
+  EXPECT_NEAR(box.Right + 1, at[2], tolerance);
+  EXPECT_NEAR(box.Bottom + 1, at[3], tolerance);
+}
+
+// The box in dots of a page printed at `dpi` (1200: the high-resolution mode, 600 dpi across and doubled
+// rows, both counted in 1200ths) of a rectangle given in dots of the whole sheet at the printing
+// resolution (left, top, width, height), or of a PDF rectangle (points from the sheet's bottom-left corner).
+inline std::array<double, 4> SheetBox(const host::Paper& paper, int dpi, std::array<double, 4> r) {
+  const host::PrintableArea area = host::PrintableAreaOf(paper, std::min(dpi, 600));
+  const double scale = dpi / std::min(dpi, 600), left = r[0] - area.Left, top = r[1] - area.Top;
+  return {left * scale, top * scale, (left + r[2]) * scale, (top + r[3]) * scale};
+}
+inline std::array<double, 4> PdfBox(const host::Paper& paper, int dpi, const inkweave::testing::PdfRect& r) {
+  const double dots = std::min(dpi, 600) / 72.0, sheetHeight = paper.HeightMm * 72 / 25.4;
+  return SheetBox(paper, dpi, {r.X * dots, (sheetHeight - r.Y - r.Height) * dots, r.Width * dots, r.Height * dots});
+}
+
+// A printed page: its resolution, colour or monochrome (then without colour ink), ink of each plane asked
+// for, and all its ink in the box (as ExpectInkAt has it, closer at lower resolutions), or where the box is
+// all zero (a picture, whose edges may fade into white) only somewhere on the page.
+struct PageExpect {
+  bool Color;
+  std::vector<int> InkedPlanes;
+  std::array<double, 4> Box;
+};
+inline void ExpectPage(const decode::PrintedPage& page, int dpi, const PageExpect& want) {
+  EXPECT_EQ(page.Dpi, dpi);
+  EXPECT_EQ(page.Color, want.Color);
+  for (int plane : want.InkedPlanes) EXPECT_FALSE(InkBox(page, {plane}).Empty()) << "no ink of plane " << plane;
+  if (!want.Color) {
+    EXPECT_TRUE(InkBox(page, {0, 1, 2}).Empty()) << "colour ink on a monochrome page";
+  }
+  if (want.Box != std::array<double, 4>{}) return ExpectInkAt(page, {0, 1, 2, 3}, want.Box, 2 + dpi / 150.0);
+  EXPECT_EQ(page.RowsInkedTwice, 0);
+  EXPECT_FALSE(InkBox(page, {0, 1, 2, 3}).Empty()) << "no ink on the page";
 }
 
 }  // namespace inkweave::cupstest

@@ -36,6 +36,8 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
+using cupstest::PdfBox;
+using cupstest::SheetBox;
 using inkweave::testing::BackgroundProcess;
 using inkweave::testing::ProcessResult;
 using inkweave::testing::ReadBytes;
@@ -152,17 +154,10 @@ void WriteImage(const fs::path& path, int width, int height, std::array<double, 
 // The sheet as the paper command names it: its "s" parameter, -1 for the long form.
 constexpr int kA4 = 0x01, kLetter = -1, kA5 = 0x07;
 
-struct PageExpect {
-  bool Color;
-  std::vector<int> InkedPlanes;  // planes that must carry ink; the others of a colour page may too
-  std::array<double, 4> Box;     // left, top, right, bottom in device dots of the printable area at the
-                                 // job's resolution; all zero: only somewhere on the page
-};
-
 struct StreamExpect {
   int Paper;
   int Dpi;  // of the decoded page: 1200 in the high-resolution mode
-  std::vector<PageExpect> Pages;
+  std::vector<cupstest::PageExpect> Pages;
 };
 
 void ExpectStream(const std::vector<std::uint8_t>& stream, const StreamExpect& expect) {
@@ -173,38 +168,10 @@ void ExpectStream(const std::vector<std::uint8_t>& stream, const StreamExpect& e
   ASSERT_EQ(printed.size(), expect.Pages.size());
   for (std::size_t i = 0; i < printed.size(); ++i) {
     SCOPED_TRACE("page " + std::to_string(i + 1));
-    const decode::PrintedPage& page = printed[i];
-    const PageExpect& want = expect.Pages[i];
     const decode::Settings& settings = job.Pages[i].PageSettings;
     EXPECT_EQ(settings.PaperLong ? -1 : settings.Paper, expect.Paper);
-    EXPECT_EQ(page.Dpi, expect.Dpi);
-    EXPECT_EQ(page.Color, want.Color);
-    for (int plane : want.InkedPlanes)
-      EXPECT_FALSE(cupstest::InkBox(page, {plane}).Empty()) << "no ink of plane " << plane;
-    if (!want.Color) {
-      EXPECT_TRUE(cupstest::InkBox(page, {0, 1, 2}).Empty()) << "colour ink on a monochrome page";
-    }
-    if (want.Box == std::array<double, 4>{}) {  // a picture: its edges may fade into white
-      EXPECT_EQ(page.RowsInkedTwice, 0);
-      EXPECT_FALSE(cupstest::InkBox(page, {0, 1, 2, 3}).Empty()) << "no ink on the page";
-    } else {
-      cupstest::ExpectInkAt(page, {0, 1, 2, 3}, want.Box, 2 + expect.Dpi / 150.0);
-    }
+    cupstest::ExpectPage(printed[i], expect.Dpi, expect.Pages[i]);
   }
-}
-
-// The box in device dots of the printable area at `dpi`, times `scale`, of a rectangle given in dots of
-// the whole sheet (left, top, width, height).
-std::array<double, 4> SheetBox(const host::Paper& paper, int dpi, int scale, std::array<double, 4> r) {
-  const host::PrintableArea area = host::PrintableAreaOf(paper, dpi);
-  const double left = r[0] - area.Left, top = r[1] - area.Top;
-  return {left * scale, top * scale, (left + r[2]) * scale, (top + r[3]) * scale};
-}
-// The same of a PDF rectangle (points from the sheet's bottom-left corner).
-std::array<double, 4> DeviceBox(const host::Paper& paper, int dpi, int scale, const inkweave::testing::PdfRect& r) {
-  const double dots = dpi / 72.0, sheetHeight = paper.HeightMm * 72 / 25.4;
-  return SheetBox(paper, dpi, scale,
-                  {r.X * dots, (sheetHeight - r.Y - r.Height) * dots, r.Width * dots, r.Height * dots});
 }
 
 // The one stream the printer wrote into `out` since it was last emptied, taken out of it.
@@ -232,26 +199,14 @@ std::string WaitForJob(const App& app, const std::string& printer, const std::st
   }
 }
 
-// The end of a connection that loopback `listener` accepts within five minutes, -1 when none comes.
+// The end of a connection that loopback `listener` accepts within five minutes (-1 when none comes), whose
+// reads give up after five minutes without a byte.
 int Accept(int listener) {
   pollfd p{listener, POLLIN, 0};
-  return poll(&p, 1, 300000) > 0 ? accept(listener, nullptr, nullptr) : -1;
-}
-
-// Reads what the connection `fd` brings into `bytes` for up to five minutes: until `enough` bytes came,
-// or (enough 0) the app closed it. Whether that happened.
-bool ReadSome(int fd, std::vector<std::uint8_t>& bytes, std::size_t enough) {
-  const auto deadline = std::chrono::steady_clock::now() + 300s;
-  std::uint8_t buffer[4096];
-  while (fd >= 0 && std::chrono::steady_clock::now() < deadline) {
-    pollfd p{fd, POLLIN, 0};
-    if (poll(&p, 1, 100) <= 0) continue;
-    const ssize_t got = read(fd, buffer, sizeof buffer);
-    if (got <= 0) return enough == 0;  // the app closed the connection at the end of the job
-    bytes.insert(bytes.end(), buffer, buffer + got);
-    if (enough > 0 && bytes.size() >= enough) return true;
-  }
-  return false;
+  const int fd = poll(&p, 1, 300000) > 0 ? accept(listener, nullptr, nullptr) : -1;
+  const timeval patience{300, 0};
+  if (fd >= 0) setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+  return fd;
 }
 
 TEST(PrinterApp, ServesIppEverywherePrintsEveryFormatCancelsAndKeepsItsState) {
@@ -313,21 +268,17 @@ TEST(PrinterApp, ServesIppEverywherePrintsEveryFormatCancelsAndKeepsItsState) {
        {"-f", dir / "pages.pwg", StandardTest("print-job.test")},
        {kA4,
         300,
-        {{true, {1, 2}, SheetBox(a4, 300, 1, pwgRects[0])},
-         {false, {3}, SheetBox(a4, 300, 1, pwgRects[1])},
-         {true, {0, 1}, SheetBox(a4, 300, 1, pwgRects[2])}}}},
+        {{true, {1, 2}, SheetBox(a4, 300, pwgRects[0])},
+         {false, {3}, SheetBox(a4, 300, pwgRects[1])},
+         {true, {0, 1}, SheetBox(a4, 300, pwgRects[2])}}}},
       {"pdf",
        {"-f", dir / "doc.pdf", "-d", "jobname=pdf", "-d", "quality=5", "-d", "colormode=color", "-d",
         "mediasize=iso_a5_148x210mm", "-d", "mediatype=photographic", "-d", "halftone=dither", "-d", "highres=true",
         OurTest("print-job-options.test")},
-       {kA5,
-        1200,
-        {{true, {0, 1}, DeviceBox(a5, 600, 2, pdfRects[0])}, {true, {3}, DeviceBox(a5, 600, 2, pdfRects[1])}}}},
+       {kA5, 1200, {{true, {0, 1}, PdfBox(a5, 1200, pdfRects[0])}, {true, {3}, PdfBox(a5, 1200, pdfRects[1])}}}},
       {"cups",
        {"-o", "media=iso_a5_148x210mm", "-o", "print-color-mode=color", dir / "doc.pdf"},
-       {kA5,
-        300,
-        {{true, {0, 1}, DeviceBox(a5, 300, 1, pdfRects[0])}, {true, {3}, DeviceBox(a5, 300, 1, pdfRects[1])}}}},
+       {kA5, 300, {{true, {0, 1}, PdfBox(a5, 300, pdfRects[0])}, {true, {3}, PdfBox(a5, 300, pdfRects[1])}}}},
   };
   std::unique_ptr<inkweave::testing::Cupsd> cupsd;
   for (std::size_t i = 0; i < jobs.size(); ++i) {
@@ -367,11 +318,14 @@ TEST(PrinterApp, ServesIppEverywherePrintsEveryFormatCancelsAndKeepsItsState) {
     BackgroundProcess submit(
         {"ipptool", "-tv", "-T", "300", "-f", dir / "many.pwg", app.PrinterUri("slow"), StandardTest("print-job.test")},
         dir / "submit.out");
-    std::vector<std::uint8_t> stream;
+    std::uint8_t buffer[4096];
     const int connection = Accept(listener);
-    ASSERT_TRUE(ReadSome(connection, stream, 1)) << "the job never started writing\n" << app.Log();
+    ssize_t got = read(connection, buffer, sizeof buffer);
+    ASSERT_GT(got, 0) << "the job never started writing\n" << app.Log();
+    std::vector<std::uint8_t> stream(buffer, buffer + got);
     const ProcessResult canceled = app.Ipptool("slow", {StandardTest("cancel-current-job.test")});
-    EXPECT_TRUE(ReadSome(connection, stream, 0)) << "the app did not close the canceled job's connection";
+    while ((got = read(connection, buffer, sizeof buffer)) > 0) stream.insert(stream.end(), buffer, buffer + got);
+    EXPECT_EQ(got, 0) << "the app did not close the canceled job's connection";
     close(connection);
     close(listener);
     EXPECT_TRUE(submit.Wait(120s)) << "the Print-Job request did not end after the cancel";
