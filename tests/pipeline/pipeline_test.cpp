@@ -1,9 +1,8 @@
-// The band driver and renderer selection where printed pages do not reach them, seen through recording
-// stand-ins for the stages around them: page set-up at the origin after an abandoned page, the landscape
-// cut past the page end, the row units of one-bit bands, the bands the device refuses, the renderer for
-// each print mode the selections reach, and dither forced to diffusion at level 6 in landscape.
-// (Stripes, blank bands, the final call, plane clearing, gray bands, the diffusion flag and the seeding on
-// printed pages are pinned by the whole-stream suite.)
+// The band driver where printed pages do not reach it, seen through recording stand-ins for the stages
+// around it: page set-up at the origin after an abandoned page, the landscape cut past the page end, the
+// row units of one-bit bands and the bands the device refuses. (Stripes, blank bands, the final call,
+// plane clearing, gray bands, the renderer each print mode gets, dither forced to diffusion at level 6,
+// the diffusion flag and the seeding on printed pages are pinned by the whole-stream suite.)
 #include <gtest/gtest.h>
 
 #include <string>
@@ -28,7 +27,6 @@ struct Log {
   };
   std::vector<Renderer> Renderers;
   std::vector<std::pair<int, std::uint16_t>> Emits;  // stripe height, the stripe flag the emitter saw
-  std::vector<std::pair<int, int>> Seeds;            // lines seeded, their width
   int ColorLutSelections = 0;
   std::int16_t LastPurpose = 0;
   int ToneCurveBuilds = 0;
@@ -62,7 +60,7 @@ FAKE_RENDERER(DiffuseTopPortrait)
 FAKE_RENDERER(DiffuseTopLandscape)
 #undef FAKE_RENDERER
 
-void SeedDiffusionLines(DeviceState&, int count, int width) { Calls().Seeds.push_back({count, width}); }
+void SeedDiffusionLines(DeviceState&, int, int) {}
 
 const std::uint8_t* SelectColorLut(DeviceState&, std::int16_t purpose) {
   static const std::uint8_t table[4] = {};
@@ -191,55 +189,6 @@ TEST(BandDriver, BandsTheDeviceCannotTake) {
   Page widest(5120, 100);
   const BITMAPINFOHEADER header{40, 5120, 16, 1, 24, 0, 0, 0, 0, 0, 0};
   EXPECT_TRUE(BandFitsDevice(&widest.devobj, header, IPPARAMS{}));
-}
-
-TEST(RendererTable, RowByRow) {
-  struct Row {
-    std::uint8_t active;
-    std::uint8_t mode;
-    int bits;
-    BandRendererFn portrait;
-    BandRendererFn landscape;
-  };
-  const Row rows[] = {
-      // Dither, unflagged: level 6 is diffused; otherwise colour or gray by the bit count.
-      {1, 6, 24, &DiffuseTopPortrait, &DiffuseTopLandscape},
-      {1, 22, 8, &DiffuseTopPortrait, &DiffuseTopLandscape},
-      {1, 2, 24, &DitherColorPortrait, &DitherColorLandscape},
-      {1, 18, 24, &DitherColorPortrait, &DitherColorLandscape},  // monochrome alone is not flagged
-      {1, 4, 8, &DitherGrayPortrait, &DitherGrayLandscape},
-      {1, 1, 1, &DitherGrayPortrait, &DitherGrayLandscape},
-      // Dither, flagged: the simple renderers at any level.
-      {1, 38, 24, &DitherColorPortrait, &DitherColorLandscape},
-      {1, 34, 8, &DitherGrayPortrait, &DitherGrayLandscape},
-      // Error diffusion.
-      {2, 6, 24, &DiffuseTopPortrait, &DiffuseTopLandscape},
-      {2, 2, 24, &DiffuseLowPortrait, &DiffuseLowLandscape},
-      {2, 20, 8, &DiffuseLowPortrait, &DiffuseLowLandscape},
-      {2, 33, 24, &DiffuseLowPortrait, &DiffuseLowLandscape},
-      {2, 32, 24, &DiffuseMidPortrait, &DiffuseMidLandscape},
-      {2, 34, 24, &DiffuseMidPortrait, &DiffuseMidLandscape},
-      {2, 36, 24, &DiffuseHighPortrait, &DiffuseHighLandscape},
-      {2, 38, 24, &DiffuseTopPortrait, &DiffuseTopLandscape},
-  };
-  for (const Row& r : rows)
-    EXPECT_EQ(std::pair(ChooseBandRenderer(r.active, r.mode, r.bits, false),
-                        ChooseBandRenderer(r.active, r.mode, r.bits, true)),
-              std::pair(r.portrait, r.landscape))
-        << "active " << int{r.active} << " mode " << int{r.mode} << " bits " << r.bits;
-}
-
-TEST(RendererSelection, DitherAtLevelSixBecomesDiffusionAndSeedsDoubleWidth) {
-  Page page(100, 1000, /*landscape=*/true, 600);
-  page.state().PrintMode = 6;
-  page.Band(48, 100, 0, 0);
-  EXPECT_EQ(page.state().ActiveHalftone, 2);
-  EXPECT_EQ(Calls().Renderers[0].Name, "DiffuseTopLandscape");
-  ASSERT_EQ(Calls().Seeds.size(), 1u);
-  EXPECT_EQ(Calls().Seeds[0], (std::pair{4, 2 * 100})) << "landscape scans across the band's height, doubled";
-  EXPECT_TRUE(page.spool.Writes().empty());
-  page.Band(48, 100, 48, 0);  // the next band asks for dither again and is forced again
-  EXPECT_EQ(Calls().Renderers[1].Name, "DiffuseTopLandscape");
 }
 
 }  // namespace
