@@ -1,17 +1,5 @@
-// The CUPS filter run as CUPS runs it, on hand-made raster streams: every raster version and pixel format,
-// odd widths, a change of device between pages, cancelling, hostile headers and malformed input (each must
-// give an "ERROR:" line and a non-zero exit, never a crash or a hang); the printer stream is checked by the
-// decoder: pages, every row printed once, the ink where the raster put it. The page plan in process: which
-// device a raster header asks for, where the printable area lies in the raster, the job's options over the
-// PPD's defaults. And the PPD: cupstestppd passes it (every option and choice having a text in each of its
-// languages), and it carries the constraints and the texts the Windows driver shares.
-//
-// A real CUPS queue made from the PPD (a scheduler of the test's own, tests/support/cupsd.h): what IPP
-// clients are told it offers (ipptool get-printer-attributes: qualities, paper types, colour modes,
-// papers), and what they get through the whole filter chain (pdftopdf, gstoraster, rastertoinkweave):
-// each way of choosing a quality prints at its resolution, a paper type by its IPP keyword (in
-// media-col, as IPP clients send it) prints with its command, the PPD's own options take effect, and
-// the PDF's rectangle lands where the PDF put it, measured from the printable area's corner.
+// The CUPS filter run as CUPS runs it on hand-made raster streams; the page plan and the job options in
+// process; the PPD; and a real CUPS queue made from it. Every printer stream is put on paper by the decoder.
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -159,7 +147,8 @@ std::string HandCoded(bool swapped, const cups_page_header2_t& last) {
   return out;
 }
 
-// Malformed, unsupported and hostile input: a clear error and exit status 1, the pages before it printed.
+// Malformed, unsupported and hostile input: a clear error and exit status 1 (never a crash or a hang), the
+// pages before it printed.
 // The filter follows compressed streams, coded in every way, to each next page header; it runs with little
 // memory, as a header claiming 500 MB rows must be refused by its size before libcups allocates such a row
 // for it (where that allocation would fail and the page pass for an invalid header).
@@ -342,8 +331,8 @@ TEST(JobOptions, TakeThePpdDefaultsUnderTheJobsOptions) {
   std::string ppd = ReadText(INKWEAVE_PPD_EN_PATH);
   ppd = std::regex_replace(ppd, std::regex("DefaultInkweaveHalftone: Dither"), "DefaultInkweaveHalftone: Diffusion");
   ppd = std::regex_replace(ppd, std::regex("DefaultInkweaveHighRes: Off"), "DefaultInkweaveHighRes: HighRes600");
-  inkweave::testing::WriteText(dir / "queue.ppd", ppd);
   const std::string path = dir / "queue.ppd";
+  inkweave::testing::WriteText(path, ppd);
 
   std::vector<std::string> warnings;
   cups::JobOptions options = cups::ReadJobOptions(path.c_str(), "", &warnings);
@@ -403,6 +392,10 @@ fs::path MakeServerBin(const TempDir& dir) {
   return bin;
 }
 
+// A CUPS queue made from the PPD (a scheduler of the test's own): what IPP clients are told it offers, and
+// what they get through the whole filter chain (pdftopdf, gstoraster, rastertoinkweave): each way of choosing
+// a quality prints at its resolution, a paper type by its IPP keyword (in media-col, as IPP clients send it)
+// with its command, the PPD's own options take effect, and the PDF's rectangle lands where the PDF put it.
 TEST(CupsQueue, IppClientsSeeAndGetTheQualitiesPaperTypesAndColourModes) {
   if (!fs::exists("/usr/lib/cups/filter/gstoraster")) GTEST_SKIP() << "no gstoraster (scripts/install-deps.sh cups)";
   TempDir dir("queue");
@@ -453,13 +446,9 @@ TEST(CupsQueue, IppClientsSeeAndGetTheQualitiesPaperTypesAndColourModes) {
       {{"InkweaveHighRes=HighRes600"}, 1200, 0, true},
   };
   for (const Case& c : cases) {
-    std::string label;
+    SCOPED_TRACE(::testing::PrintToString(c.Options));
     std::vector<std::string> lp = {"lp", "-d", "inkweave"};
-    for (const std::string& option : c.Options) {
-      lp.insert(lp.end(), {"-o", option});
-      label += option + " ";
-    }
-    SCOPED_TRACE(label);
+    for (const std::string& option : c.Options) lp.insert(lp.end(), {"-o", option});
     lp.push_back(dir / "doc.pdf");
     fs::remove(out / "job.prn");
     const ProcessResult printed = cupsd->Run(lp);
