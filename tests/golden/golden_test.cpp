@@ -24,7 +24,6 @@
 #include <map>
 #include <sstream>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "decode/decoder.h"
@@ -294,14 +293,6 @@ std::vector<GoldenCase> Cases() {
   return cases;
 }
 
-// The manifest: one line per case, "<sha256 hex>  <case name>".
-std::map<std::string, std::string> ReadManifest() {
-  std::map<std::string, std::string> digests;
-  std::ifstream in(kManifest);
-  for (std::string digest, name; in >> digest >> name;) digests[name] = digest;
-  return digests;
-}
-
 bool Bit(const std::vector<std::uint8_t>& row, int x) { return (row[x / 8] >> (7 - x % 8)) & 1; }
 
 // Every dot of the first `rows` rows and `dots` dots of each plane against expected(plane, x, row).
@@ -343,7 +334,9 @@ class GoldenStream : public ::testing::TestWithParam<GoldenCase> {};
 // Every instruction set the processor has writes the pinned stream.
 TEST_P(GoldenStream, MatchesManifestAndPrintsAsRendered) {
   const GoldenCase& c = GetParam();
-  const auto manifest = ReadManifest();
+  std::map<std::string, std::string> manifest;  // one line per case, "<sha256 hex>  <case name>"
+  std::ifstream in(kManifest);
+  for (std::string digest, name; in >> digest >> name;) manifest[name] = digest;
   const auto pinned = manifest.find(c.name);
   ASSERT_NE(pinned, manifest.end()) << "case " << c.name << " is not in " << kManifest << ". " << kUpdateHint;
   if (c.shared) {

@@ -111,7 +111,8 @@ struct Page {
 
 TEST(BandDriver, PageSetUpOnlyAtTheOrigin) {
   Page page(100, 64);
-  // What an abandoned page left: rows in a pass, ink seen.
+  // What an abandoned page left: a later stripe, rows in a pass, ink seen.
+  page.state().StripeFlag = kStripeLater;
   page.state().StripeBuffers[1].RowsFilled = 9;
   page.state().StripeBuffers[1].WritePos += 7;
   page.state().PageInkSeen = 1;
