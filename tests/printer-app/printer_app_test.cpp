@@ -176,8 +176,7 @@ void ExpectStream(const std::vector<std::uint8_t>& stream, const StreamExpect& e
 
 // The one stream the printer wrote into `out` since it was last emptied, taken out of it.
 std::vector<std::uint8_t> TakeStream(const fs::path& out) {
-  std::vector<fs::path> files;
-  for (const auto& entry : fs::directory_iterator(out)) files.push_back(entry.path());
+  const std::vector<fs::path> files(fs::directory_iterator(out), fs::directory_iterator{});
   EXPECT_EQ(files.size(), 1u) << "streams in " << out;
   const std::vector<std::uint8_t> stream = files.empty() ? std::vector<std::uint8_t>{} : ReadBytes(files[0]);
   for (const fs::path& file : files) fs::remove(file);
@@ -212,7 +211,7 @@ int Accept(int listener) {
 TEST(PrinterApp, ServesIppEverywherePrintsEveryFormatCancelsAndKeepsItsState) {
   ASSERT_NE(RunProcess({"ipptool", "-h"}, 30s).Exit, 127) << "ipptool is missing (scripts/install-deps.sh pappl)";
   cupstest::TempDir dir("printer-app");
-  for (const char* sub : {"out", "cupsd"}) fs::create_directories(dir / sub);
+  fs::create_directories(dir / "out");
   // The app as the README starts it: its printer comes from the printer-device option (and, once the
   // state has it, from the state).
   App app(dir.Path());
@@ -222,9 +221,7 @@ TEST(PrinterApp, ServesIppEverywherePrintsEveryFormatCancelsAndKeepsItsState) {
   // what the test does not read holds the app back.
   const int listener = socket(AF_INET, SOCK_STREAM, 0);
   const int small = 16384;
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  sockaddr_in address{.sin_family = AF_INET, .sin_port = 0, .sin_addr = {htonl(INADDR_LOOPBACK)}, .sin_zero = {}};
   socklen_t length = sizeof address;
   ASSERT_EQ(setsockopt(listener, SOL_SOCKET, SO_RCVBUF, &small, sizeof small), 0);
   ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
