@@ -164,8 +164,8 @@ inline void ExpectInkAt(const decode::PrintedPage& page, std::initializer_list<i
 }
 
 // The box in dots of a page printed at `dpi` (1200: the high-resolution mode, 600 dpi across and doubled
-// rows, both counted in 1200ths) of a rectangle given in dots of the whole sheet at the printing
-// resolution (left, top, width, height), or of a PDF rectangle (points from the sheet's bottom-left corner).
+// rows, both counted in 1200ths) of a rectangle given in dots of the whole sheet at the resolution across
+// (left, top, width, height), or of a PDF rectangle (points from the sheet's bottom-left corner).
 inline std::array<double, 4> SheetBox(const host::Paper& paper, int dpi, std::array<double, 4> r) {
   const host::PrintableArea area = host::PrintableAreaOf(paper, std::min(dpi, 600));
   const double scale = dpi / std::min(dpi, 600), left = r[0] - area.Left, top = r[1] - area.Top;
@@ -177,8 +177,8 @@ inline std::array<double, 4> PdfBox(const host::Paper& paper, int dpi, const ink
 }
 
 // A printed page: its resolution, colour or monochrome (then without colour ink), ink of each plane asked
-// for, and all its ink in the box (as ExpectInkAt has it, closer at lower resolutions), or where the box is
-// all zero (a picture, whose edges may fade into white) only somewhere on the page.
+// for, and all its ink in the box (as ExpectInkAt has it, within 2 dots and one more per 150 dpi), or where
+// the box is all zero (a picture, whose edges may fade into white) only somewhere on the page.
 struct PageExpect {
   bool Color;
   std::vector<int> InkedPlanes;
