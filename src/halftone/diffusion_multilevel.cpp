@@ -110,6 +110,7 @@ struct MultiStripe {
   detail::ChainRunFn Chain[2][2];  // the vector chains [blank run][left to right, right to left] (null: none)
   ConversionCache Cache;
   const std::uint8_t* Source;  // the band's first row
+  std::ptrdiff_t WideEnd;      // the last offset from Source whose four bytes lie in the band
   std::int16_t* Error[4];      // error lines by ink
   unsigned JitterIndex;        // 0..1023
   std::uint32_t Result;
@@ -261,13 +262,27 @@ std::uint64_t PackedAmountsOf(MultiStripe& s, const std::uint32_t* keys, int n, 
   return any;
 }
 
+// The keys of n pixels from offset `at` on, `step` bytes apart; each in one 4-byte load where the
+// pixel's next byte lies in the band too. Answers the OR of each key XOR `remembered`.
+std::uint32_t KeysAt(const MultiStripe& s, std::ptrdiff_t at, std::ptrdiff_t step, int n, std::uint32_t remembered,
+                     std::uint32_t* keys) {
+  std::uint32_t differs = 0;
+  const std::ptrdiff_t last = at + step * (n - 1);
+  if (n > 0 && (at < last ? at : last) >= 0 && (at < last ? last : at) <= s.WideEnd) {
+    for (int i = 0; i < n; ++i, at += step) differs |= (keys[i] = PixelKeyWide(s.Source + at)) ^ remembered;
+  } else {
+    for (int i = 0; i < n; ++i, at += step) differs |= (keys[i] = PixelKey(s.Source + at)) ^ remembered;
+  }
+  return differs;
+}
+
 // Converts pixels first..first + count - 1 of a source line into `line`.
 void ConvertSourceLine(MultiStripe& s, detail::SourceLine src, int first, int count, SourceAmounts& line) {
   line.First = first;
   std::uint32_t keys[kRunDots];
   for (int done = 0; done < count; done += kRunDots) {
     const int n = count - done < kRunDots ? count - done : kRunDots;
-    for (int i = 0; i < n; ++i) keys[i] = PixelKey(s.Source + (src.Origin + src.Step * (first + done + i)));
+    KeysAt(s, src.Origin + src.Step * (first + done), src.Step, n, 0, keys);
     PackedAmountsOf(s, keys, n, line.Amount + done, 1);
   }
 }
@@ -278,9 +293,7 @@ template <int kScale, int kStep>
 bool RunKeys(const MultiStripe& s, detail::SourceLine src, int x, int n, std::uint32_t* keys) {
   std::uint32_t differs = 0;
   if constexpr (kScale == 1) {
-    std::ptrdiff_t at = src.Origin + src.Step * x;
-    const std::ptrdiff_t step = src.Step * kStep;
-    for (int i = 0; i < n; ++i, at += step) differs |= (keys[i] = PixelKey(s.Source + at)) ^ s.Cache.Key;
+    differs = KeysAt(s, src.Origin + src.Step * x, src.Step * kStep, n, s.Cache.Key, keys);
   } else {
     int lastPixel = -1;
     for (int i = 0; i < n; ++i, x += kStep) {
@@ -294,6 +307,9 @@ bool RunKeys(const MultiStripe& s, detail::SourceLine src, int x, int n, std::ui
   }
   return differs != 0;
 }
+
+// The lanes of every ink but black in a word of 16-bit amounts.
+inline constexpr std::uint64_t kColourLanes = ~(std::uint64_t{0xFFFF} << (16 * kBlackPlane));
 
 // The vector chain's inputs of a run of dots x, x + kStep, ... (16-bit lanes): the amounts from the
 // source line's (`pixels`) or through the conversion, then, unless every amount is 0 (the blank chain
@@ -332,13 +348,17 @@ bool PrepareRunPacked(MultiStripe& s, detail::SourceLine src, const SourceAmount
     }
     if (any == 0) return false;
   }
+  // An ink whose amounts are all 0 draws no jitter (the range starts above 0): where black alone has
+  // ink (monochrome), only its lane is looked at.
+  static_assert(detail::kInkOrder[0] == kBlackPlane, "black draws first");
+  const int inks = (any & kColourLanes) == 0 ? 1 : 4;
   s.SpreadThresholds(doubledMap, x, kStep, n, thresholds);
   // The jitter columns (x & 3 == jitterColumn), every fourth dot of the run in its order: a draw for
   // each mid-tone ink, in the fixed ink order.
   const auto span = static_cast<std::uint16_t>(jitterHigh - jitterLow);
   for (int i = (kStep * (jitterColumn - x)) & 3; i < n; i += 4) {
-    for (const int ink : detail::kInkOrder) {
-      const int shift = 16 * ink;
+    for (int order = 0; order < inks; ++order) {
+      const int shift = 16 * detail::kInkOrder[order];
       // jitterLow <= amount <= jitterHigh, in one unsigned compare of the lane
       if (static_cast<std::uint16_t>((amounts[i] >> shift) - jitterLow) <= span) {
         const auto draw = static_cast<std::uint16_t>((ThresholdJitterWide[s.JitterIndex] >> 4) + 200);
@@ -493,6 +513,7 @@ std::uint32_t DiffuseMulti(DeviceState& state, int firstLine, int height, const 
       s.GrayAmounts[gray] = detail::PackedInks(gray * 0x01010101u, s.Cache.Split, s.Cache.YellowCap);
   }
   s.Source = band.Bits;
+  s.WideEnd = std::ptrdiff_t{band.Header.biHeight > 0 ? band.Header.biHeight : 0} * band.Stride - 4;
   for (int ink = 0; ink < 4; ++ink) s.Error[ink] = state.LineBuffers[ink];
   s.JitterIndex = state.DiffusionCursor & 1023u;
   s.Result = 0;
