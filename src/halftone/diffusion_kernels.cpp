@@ -83,6 +83,52 @@ bool VectorChainInRange() {
     for (int r = 0; r < 4; ++r) rows[r][2 * (lo + k + 2)] = in[k][r];
 }
 
+// The same eight positions a step in 256 bits: each row's 32 bytes of cells hold eight positions,
+// their even cells four positions to a 128-bit half. Hands the rest to GatherRows.
+[[gnu::always_inline]] INKWEAVE_TARGET_AVX2 inline void GatherRowsAvx2(const std::int16_t* const* rows, int lo,
+                                                                       int count, std::int16_t (*out)[4]) {
+  const __m256i evens = _mm256_setr_epi8(0, 1, 4, 5, 8, 9, 12, 13, 0, 1, 4, 5, 8, 9, 12, 13,  //
+                                         0, 1, 4, 5, 8, 9, 12, 13, 0, 1, 4, 5, 8, 9, 12, 13);
+  int k = 0;
+  for (; k + 8 < count; k += 8) {
+    const int cell = 2 * (lo + k + 2);
+    __m256i v[4];
+    for (int r = 0; r < 4; ++r)
+      v[r] = _mm256_shuffle_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(rows[r] + cell)), evens);
+    const __m256i rows01 = _mm256_unpacklo_epi16(v[0], v[1]);
+    const __m256i rows23 = _mm256_unpacklo_epi16(v[2], v[3]);
+    const __m256i first = _mm256_unpacklo_epi32(rows01, rows23);   // positions 0, 1 | 4, 5
+    const __m256i second = _mm256_unpackhi_epi32(rows01, rows23);  // positions 2, 3 | 6, 7
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[k]), _mm256_permute2x128_si256(first, second, 0x20));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[k + 4]), _mm256_permute2x128_si256(first, second, 0x31));
+  }
+  GatherRows(rows, lo + k, count - k, out + k);
+}
+
+// The inverse, eight positions a step. Hands the rest to ScatterRows.
+[[gnu::always_inline]] INKWEAVE_TARGET_AVX2 inline void ScatterRowsAvx2(std::int16_t* const* rows, int lo, int count,
+                                                                        const std::int16_t (*in)[4]) {
+  int k = 0;
+  for (; k + 8 < count; k += 8) {
+    const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(in[k]));      // positions 0, 1 | 2, 3
+    const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(in[k + 4]));  // positions 4, 5 | 6, 7
+    const __m256i front = _mm256_permute2x128_si256(a, b, 0x20);                        // 0, 1 | 4, 5
+    const __m256i back = _mm256_permute2x128_si256(a, b, 0x31);                         // 2, 3 | 6, 7
+    const __m256i ab0 = _mm256_unpacklo_epi16(front, back);  // r0p0 r0p2 r1p0 r1p2 .. | the same for 4, 6
+    const __m256i ab1 = _mm256_unpackhi_epi16(front, back);  // for positions 1, 3 | 5, 7
+    const __m256i low = _mm256_unpacklo_epi16(ab0, ab1);     // r0: p0 p1 p2 p3, r1: p0..p3 | r0, r1: p4..p7
+    const __m256i high = _mm256_unpackhi_epi16(ab0, ab1);    // r2, r3
+    const __m256i values[4] = {_mm256_unpacklo_epi16(low, low), _mm256_unpackhi_epi16(low, low),
+                               _mm256_unpacklo_epi16(high, high), _mm256_unpackhi_epi16(high, high)};
+    const int cell = 2 * (lo + k + 2);
+    for (int r = 0; r < 4; ++r) {
+      __m256i* at = reinterpret_cast<__m256i*>(rows[r] + cell);
+      _mm256_storeu_si256(at, _mm256_blend_epi16(_mm256_loadu_si256(at), values[r], 0x55));
+    }
+  }
+  ScatterRows(rows, lo + k, count - k, in + k);
+}
+
 // A value the compiler may not take apart: it keeps the sums off the chain from being reassociated
 // into it (the chain is the loop's latency, everything else runs beside it).
 [[gnu::always_inline]] inline __m128i Settled(__m128i v) {
@@ -178,8 +224,27 @@ template <Quantiser kQ, int kStep, bool kBlank>
   bits = _mm_or_si128(kStep > 0 ? _mm_slli_epi16(bits, 1) : _mm_srli_epi16(bits, 1), dots);
 }
 
+// The previous row around a run (x - 2 step .. x + (count + 1) step) side by side, in the order of the
+// run, and this row's errors, collected the same way: the kernels gather the one before the chain and
+// scatter the other back to the rows after it.
+struct RunRows {
+  alignas(32) std::int16_t Around[kRunDots + 4][4];
+  alignas(32) std::int16_t Written[kRunDots][4];
+};
+
+// Where the gathered and scattered positions of a run start.
+template <int kStep>
+int AroundStart(const ChainRun& run) {
+  return kStep > 0 ? run.X - 2 : run.X - run.Count - 1;
+}
+template <int kStep>
+int WrittenStart(const ChainRun& run) {
+  return kStep > 0 ? run.X : run.X - run.Count + 1;
+}
+
 template <Quantiser kQ, int kStep, bool kBlank>
-[[gnu::always_inline]] INKWEAVE_TARGET_SSE41 inline void ChainRunBody(const ChainRun& run, ChainState& state) {
+[[gnu::always_inline]] INKWEAVE_TARGET_SSE41 inline void ChainRunBody(const ChainRun& run, ChainState& state,
+                                                                      RunRows& rows) {
   const __m128i zero = _mm_setzero_si128();
 
   __m128i c1 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(state.C1));
@@ -187,14 +252,10 @@ template <Quantiser kQ, int kStep, bool kBlank>
   __m128i bits = _mm_loadu_si128(reinterpret_cast<const __m128i*>(state.Bits));
   std::uint64_t inked = 0;
 
-  // The previous row around the run (x - 2 step .. x + (count + 1) step) side by side, in the order
-  // of the run; this row's errors collect the same way and go back to the rows after the run.
   const int count = run.Count;
-  alignas(16) std::int16_t around[kRunDots + 4][4];
-  alignas(16) std::int16_t written[kRunDots][4];
-  GatherRows(run.Previous, kStep > 0 ? run.X - 2 : run.X - count - 1, count + 4, around);
-  const std::int16_t(*previous)[4] = kStep > 0 ? around : around + count + 3;  // [j * kStep]: x + (j - 2) step
-  std::int16_t(*current)[4] = kStep > 0 ? written : written + count - 1;       // [i * kStep]: dot i
+  const std::int16_t(*previous)[4] =
+      kStep > 0 ? rows.Around : rows.Around + count + 3;                            // [j * kStep]: x + (j - 2) step
+  std::int16_t(*current)[4] = kStep > 0 ? rows.Written : rows.Written + count - 1;  // [i * kStep]: dot i
 
   // The previous row's window around the dot: x - 2 step .. x + step; each dot reads x + 2 step.
   __m128i behind2 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(previous[0]));
@@ -240,7 +301,6 @@ template <Quantiser kQ, int kStep, bool kBlank>
     }
   }
 
-  ScatterRows(run.Current, kStep > 0 ? run.X : run.X - count + 1, count, written);
   _mm_storel_epi64(reinterpret_cast<__m128i*>(state.C1), c1);
   _mm_storel_epi64(reinterpret_cast<__m128i*>(state.C2), c2);
   _mm_storeu_si128(reinterpret_cast<__m128i*>(state.Bits), bits);
@@ -249,13 +309,20 @@ template <Quantiser kQ, int kStep, bool kBlank>
 
 template <Quantiser kQ, int kStep, bool kBlank>
 INKWEAVE_TARGET_SSE41 void ChainRunSse41(const ChainRun& run, ChainState& state) {
-  ChainRunBody<kQ, kStep, kBlank>(run, state);
+  RunRows rows;
+  GatherRows(run.Previous, AroundStart<kStep>(run), run.Count + 4, rows.Around);
+  ChainRunBody<kQ, kStep, kBlank>(run, state, rows);
+  ScatterRows(run.Current, WrittenStart<kStep>(run), run.Count, rows.Written);
 }
 
-// The same code in the AVX encoding (three-operand instructions, no register copies).
+// The same chain in the AVX encoding (three-operand instructions, no register copies); the rows
+// gathered and scattered eight positions a step.
 template <Quantiser kQ, int kStep, bool kBlank>
 INKWEAVE_TARGET_AVX2 void ChainRunAvx2(const ChainRun& run, ChainState& state) {
-  ChainRunBody<kQ, kStep, kBlank>(run, state);
+  RunRows rows;
+  GatherRowsAvx2(run.Previous, AroundStart<kStep>(run), run.Count + 4, rows.Around);
+  ChainRunBody<kQ, kStep, kBlank>(run, state, rows);
+  ScatterRowsAvx2(run.Current, WrittenStart<kStep>(run), run.Count, rows.Written);
 }
 
 // Sixteen dots a step: the map's bytes of the next sixteen positions in one load (reversed right to
