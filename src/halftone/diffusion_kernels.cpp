@@ -136,23 +136,18 @@ bool VectorChainInRange() {
   return v;
 }
 
-// One dot of a run: dot i, whose column's floors are at `floors`. The window, the chain and the bits
-// move on.
+// One dot of a run: dot i, whose column's floors are at `floors` and whose previous row's window is
+// window[i * kStep]. The chain and the bits move on.
 template <Quantiser kQ, int kStep, bool kBlank>
 [[gnu::always_inline]] INKWEAVE_TARGET_SSE41 inline void ChainDot(
-    const std::int16_t (*previous)[4], std::int16_t (*current)[4], const std::uint64_t* amount,
-    const std::uint64_t* threshold, const std::int16_t* floors, int i, __m128i& behind2, __m128i& behind1,
-    __m128i& here, __m128i& ahead1, __m128i& c1, __m128i& c2, __m128i& bits) {
+    const std::int16_t (*window)[4], std::int16_t (*current)[4], const std::uint64_t* amount,
+    const std::uint64_t* threshold, const std::int16_t* floors, int i, __m128i& c1, __m128i& c2, __m128i& bits) {
   const __m128i zero = _mm_setzero_si128();
   const __m128i big = _mm_set1_epi16(0x7FFF);
   const __m128i c255 = _mm_set1_epi16(255);
   const __m128i bitIn = _mm_set1_epi16(kStep > 0 ? 1 : 0x80);
-  const __m128i ahead2 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(previous[(i + 4) * kStep]));
-  const __m128i window =
-      _mm_add_epi16(_mm_add_epi16(_mm_slli_epi16(here, 2), _mm_slli_epi16(_mm_add_epi16(behind1, ahead1), 1)),
-                    _mm_add_epi16(behind2, ahead2));
-  behind2 = behind1, behind1 = here, here = ahead1, ahead1 = ahead2;
-  const __m128i known = Settled(_mm_add_epi16(window, _mm_add_epi16(c2, c2)));
+  const __m128i f = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(window[i * kStep]));
+  const __m128i known = Settled(_mm_add_epi16(f, _mm_add_epi16(c2, c2)));
 
   const __m128i floor = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(floors));
   const __m128i g = _mm_add_epi16(known, _mm_slli_epi16(c1, 2));
@@ -227,12 +222,43 @@ template <Quantiser kQ, int kStep, bool kBlank>
 // The previous row around a run (x - 2 step .. x + (count + 1) step) side by side, in the order of the
 // run, and this row's errors, collected the same way: the kernels gather the one before the chain and
 // scatter the other back to the rows after it.
+// Window[m] is the previous row's 4-2-1 window around Around[m] (m = 2 .. count + 1), worked out before
+// the chain a vector at a time, which may run past the last (Around and Window are that much longer).
 struct RunRows {
-  alignas(32) std::int16_t Around[kRunDots + 4][4];
+  alignas(32) std::int16_t Around[kRunDots + 8][4];
+  alignas(32) std::int16_t Window[kRunDots + 8][4];
   alignas(32) std::int16_t Written[kRunDots][4];
 };
 
-// Where the gathered and scattered positions of a run start.
+// The windows of a run's count dots, two positions a step.
+[[gnu::always_inline]] INKWEAVE_TARGET_SSE41 inline void Windows(RunRows& rows, int count) {
+  for (int m = 2; m <= count + 1; m += 2) {
+    const __m128i* at = reinterpret_cast<const __m128i*>(rows.Around[m]);  // two positions a vector
+    const __m128i* before = reinterpret_cast<const __m128i*>(rows.Around[m - 1]);
+    const __m128i* after = reinterpret_cast<const __m128i*>(rows.Around[m + 1]);
+    const __m128i sum =
+        _mm_add_epi16(_mm_add_epi16(_mm_load_si128(at - 1), _mm_load_si128(at + 1)),
+                      _mm_add_epi16(_mm_slli_epi16(_mm_add_epi16(_mm_loadu_si128(before), _mm_loadu_si128(after)), 1),
+                                    _mm_slli_epi16(_mm_load_si128(at), 2)));
+    _mm_store_si128(reinterpret_cast<__m128i*>(rows.Window[m]), sum);
+  }
+}
+
+// The same, four positions a step.
+[[gnu::always_inline]] INKWEAVE_TARGET_AVX2 inline void WindowsAvx2(RunRows& rows, int count) {
+  for (int m = 2; m <= count + 1; m += 4) {
+    const __m256i sum = _mm256_add_epi16(
+        _mm256_add_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(rows.Around[m - 2])),
+                         _mm256_loadu_si256(reinterpret_cast<const __m256i*>(rows.Around[m + 2]))),
+        _mm256_add_epi16(_mm256_slli_epi16(
+                             _mm256_add_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(rows.Around[m - 1])),
+                                              _mm256_loadu_si256(reinterpret_cast<const __m256i*>(rows.Around[m + 1]))),
+                             1),
+                         _mm256_slli_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(rows.Around[m])), 2)));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(rows.Window[m]), sum);
+  }
+}
+
 template <int kStep>
 int AroundStart(const ChainRun& run) {
   return kStep > 0 ? run.X - 2 : run.X - run.Count - 1;
@@ -253,15 +279,8 @@ template <Quantiser kQ, int kStep, bool kBlank>
   std::uint64_t inked = 0;
 
   const int count = run.Count;
-  const std::int16_t(*previous)[4] =
-      kStep > 0 ? rows.Around : rows.Around + count + 3;                            // [j * kStep]: x + (j - 2) step
-  std::int16_t(*current)[4] = kStep > 0 ? rows.Written : rows.Written + count - 1;  // [i * kStep]: dot i
-
-  // The previous row's window around the dot: x - 2 step .. x + step; each dot reads x + 2 step.
-  __m128i behind2 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(previous[0]));
-  __m128i behind1 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(previous[kStep]));
-  __m128i here = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(previous[2 * kStep]));
-  __m128i ahead1 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(previous[3 * kStep]));
+  const std::int16_t(*window)[4] = kStep > 0 ? rows.Window + 2 : rows.Window + count + 1;  // [i * kStep]: dot i
+  std::int16_t(*current)[4] = kStep > 0 ? rows.Written : rows.Written + count - 1;         // [i * kStep]: dot i
 
   // The run's arrays in locals: the stores below could otherwise alias the record.
   const std::uint64_t* amount = run.Amount;
@@ -279,12 +298,10 @@ template <Quantiser kQ, int kStep, bool kBlank>
     if (n == 8) {
 #pragma GCC unroll 8
       for (int k = 0; k < 8; ++k)
-        ChainDot<kQ, kStep, kBlank>(previous, current, amount, threshold, floors + 4 * kStep * k, i + k, behind2,
-                                    behind1, here, ahead1, c1, c2, bits);
+        ChainDot<kQ, kStep, kBlank>(window, current, amount, threshold, floors + 4 * kStep * k, i + k, c1, c2, bits);
     } else {
       for (int k = 0; k < n; ++k)
-        ChainDot<kQ, kStep, kBlank>(previous, current, amount, threshold, floors + 4 * kStep * k, i + k, behind2,
-                                    behind1, here, ahead1, c1, c2, bits);
+        ChainDot<kQ, kStep, kBlank>(window, current, amount, threshold, floors + 4 * kStep * k, i + k, c1, c2, bits);
     }
     i += n;
     x += kStep * n;
@@ -311,6 +328,7 @@ template <Quantiser kQ, int kStep, bool kBlank>
 INKWEAVE_TARGET_SSE41 void ChainRunSse41(const ChainRun& run, ChainState& state) {
   RunRows rows;
   GatherRows(run.Previous, AroundStart<kStep>(run), run.Count + 4, rows.Around);
+  Windows(rows, run.Count);
   ChainRunBody<kQ, kStep, kBlank>(run, state, rows);
   ScatterRows(run.Current, WrittenStart<kStep>(run), run.Count, rows.Written);
 }
@@ -321,6 +339,7 @@ template <Quantiser kQ, int kStep, bool kBlank>
 INKWEAVE_TARGET_AVX2 void ChainRunAvx2(const ChainRun& run, ChainState& state) {
   RunRows rows;
   GatherRowsAvx2(run.Previous, AroundStart<kStep>(run), run.Count + 4, rows.Around);
+  WindowsAvx2(rows, run.Count);
   ChainRunBody<kQ, kStep, kBlank>(run, state, rows);
   ScatterRowsAvx2(run.Current, WrittenStart<kStep>(run), run.Count, rows.Written);
 }
