@@ -15,6 +15,7 @@
 #include "src/device/band_info.h"
 #include "src/device/device_state.h"
 #include "src/device/plane_geometry.h"
+#include "src/halftone/kernels.h"
 
 namespace inkweave::detail {
 
@@ -125,7 +126,8 @@ struct ConversionCache {
   ColorMemory Colors;         // the colours converted lately
   std::uint32_t Key;          // PixelKey of the last pixel
   InkAmounts Amounts;
-  std::uint64_t Packed;  // the same in 16-bit lanes (PackedInks), kept by AmountsOfStretchPacked only
+  std::uint64_t Packed;     // the same in 16-bit lanes (PackedInks), kept by AmountsOfStretchPacked only
+  SplitInksFn SplitPacked;  // PackedInks of many pixels (null: none for the active instruction set)
   const std::int16_t (*Split)[4];
   int YellowCap;
 };
@@ -134,6 +136,7 @@ struct ConversionCache {
 inline ConversionCache StartConversion(const DeviceState& state) {
   ConversionCache cache;
   cache.Convert = ConvertPreparedFor(ActiveInstructionSet());
+  cache.SplitPacked = SplitInksFor(ActiveInstructionSet());
   PrepareConvertParts(state, cache.Parts);
   ClearColorMemory(cache.Colors);
   cache.Split = InkSplitTable[InkSplitTableIndex(state)];
@@ -215,16 +218,19 @@ inline std::uint64_t AmountsOfStretchPacked(ConversionCache& cache, const std::u
   if (count <= 0) return 0;
   std::uint32_t fresh[kStretchPixels];
   std::uint32_t converted[kStretchPixels];
-  ConvertFresh(cache, keys, count, fresh, converted, state);
+  const int distinct = ConvertFresh(cache, keys, count, fresh, converted, state);
+  // The converted pixels' amounts first (many at a time where a kernel does it), then along the stretch.
+  std::uint64_t words[kStretchPixels];
+  std::uint64_t any = keys[0] == cache.Key ? cache.Packed : 0;  // the remembered pixel's
+  if (cache.SplitPacked != nullptr) {
+    any |= cache.SplitPacked(converted, distinct, cache.Split, cache.YellowCap, words);
+  } else {
+    for (int k = 0; k < distinct; ++k) any |= words[k] = PackedInks(converted[k], cache.Split, cache.YellowCap);
+  }
   std::uint32_t key = cache.Key;
   std::uint64_t packed = cache.Packed;
-  std::uint64_t any = keys[0] == key ? packed : 0;  // the remembered pixel's
   for (int i = 0, next = 0; i < count; ++i) {
-    if (keys[i] != key) {
-      key = keys[i];
-      packed = PackedInks(converted[next++], cache.Split, cache.YellowCap);
-      any |= packed;
-    }
+    if (keys[i] != key) key = keys[i], packed = words[next++];
     amounts[std::ptrdiff_t{i} * stride] = packed;
   }
   cache.Key = key;

@@ -13,6 +13,7 @@
 #include <cstring>
 
 #include "src/data/tables.h"
+#include "src/device/plane_geometry.h"
 #include "src/halftone/kernels.h"
 
 #if INKWEAVE_X86_KERNELS
@@ -23,6 +24,8 @@ namespace inkweave::detail {
 namespace {
 
 #if INKWEAVE_X86_KERNELS
+
+constexpr int kYellowLane = kYellowPlane;  // ink k in lane k of a word
 
 bool VectorChainInRange() {
   constexpr int kLimit = 1024;
@@ -375,6 +378,74 @@ INKWEAVE_TARGET_AVX2 void SpreadThresholdsAvx2(const std::uint8_t* doubled, int 
   SpreadThresholdsBody(doubled, x, step, n, out);
 }
 
+// Four pixels a step (two in 128 bits): the lightness bytes widen to the 16-bit lanes of their words,
+// each pixel's split row is one 8-byte load, and every lane is (255 - lightness) - row, yellow capped.
+[[gnu::always_inline]] INKWEAVE_TARGET_SSE41 inline __m128i SplitTwo(const std::uint32_t* converted,
+                                                                     const std::int16_t (*split)[4], __m128i cap) {
+  const __m128i lightness = _mm_cvtepu8_epi16(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(converted)));
+  const __m128i rows =
+      _mm_unpacklo_epi64(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(split[255 - (converted[0] >> 24)])),
+                         _mm_loadl_epi64(reinterpret_cast<const __m128i*>(split[255 - (converted[1] >> 24)])));
+  return _mm_min_epi16(_mm_sub_epi16(_mm_sub_epi16(_mm_set1_epi16(255), lightness), rows), cap);
+}
+
+// The yellow cap in yellow's lanes, the largest value in the others.
+[[gnu::always_inline]] INKWEAVE_TARGET_SSE41 inline __m128i YellowCap(int yellowCap) {
+  alignas(16) std::int16_t lanes[8];
+  for (int k = 0; k < 8; ++k) lanes[k] = static_cast<std::int16_t>(k % 4 == kYellowLane ? yellowCap : 0x7FFF);
+  return _mm_load_si128(reinterpret_cast<const __m128i*>(lanes));
+}
+
+INKWEAVE_TARGET_SSE41 std::uint64_t SplitInksSse41(const std::uint32_t* converted, int n,
+                                                   const std::int16_t (*split)[4], int yellowCap, std::uint64_t* out) {
+  const __m128i cap = YellowCap(yellowCap);
+  __m128i any = _mm_setzero_si128();
+  int k = 0;
+  for (; k + 2 <= n; k += 2) {
+    const __m128i words = SplitTwo(converted + k, split, cap);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + k), words);
+    any = _mm_or_si128(any, words);
+  }
+  if (k < n) {
+    const std::uint32_t last[2] = {converted[k], converted[k]};
+    const __m128i words = SplitTwo(last, split, cap);
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(out + k), words);
+    any = _mm_or_si128(any, words);
+  }
+  return static_cast<std::uint64_t>(_mm_cvtsi128_si64(_mm_or_si128(any, _mm_unpackhi_epi64(any, any))));
+}
+
+INKWEAVE_TARGET_AVX2 std::uint64_t SplitInksAvx2(const std::uint32_t* converted, int n, const std::int16_t (*split)[4],
+                                                 int yellowCap, std::uint64_t* out) {
+  const __m128i cap128 = YellowCap(yellowCap);
+  const __m256i cap = _mm256_broadcastsi128_si256(cap128);
+  __m256i any = _mm256_setzero_si256();
+  int k = 0;
+  for (; k + 4 <= n; k += 4) {
+    const __m256i lightness = _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(converted + k)));
+    __m128i rows[2];
+    for (int h = 0; h < 2; ++h)
+      rows[h] = _mm_unpacklo_epi64(
+          _mm_loadl_epi64(reinterpret_cast<const __m128i*>(split[255 - (converted[k + 2 * h] >> 24)])),
+          _mm_loadl_epi64(reinterpret_cast<const __m128i*>(split[255 - (converted[k + 2 * h + 1] >> 24)])));
+    const __m256i words = _mm256_min_epi16(
+        _mm256_sub_epi16(_mm256_sub_epi16(_mm256_set1_epi16(255), lightness), _mm256_set_m128i(rows[1], rows[0])), cap);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + k), words);
+    any = _mm256_or_si256(any, words);
+  }
+  __m128i rest = _mm_or_si128(_mm256_castsi256_si128(any), _mm256_extracti128_si256(any, 1));
+  for (; k < n; k += 2) {
+    const std::uint32_t pair[2] = {converted[k], converted[k + 1 < n ? k + 1 : k]};
+    const __m128i words = SplitTwo(pair, split, cap128);
+    if (k + 1 < n)
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(out + k), words);
+    else
+      _mm_storel_epi64(reinterpret_cast<__m128i*>(out + k), words);
+    rest = _mm_or_si128(rest, words);
+  }
+  return static_cast<std::uint64_t>(_mm_cvtsi128_si64(_mm_or_si128(rest, _mm_unpackhi_epi64(rest, rest))));
+}
+
 template <Quantiser kQ, bool kBlank>
 ChainRunFn Pick(InstructionSet set, int step) {
   if (set == InstructionSet::kAvx2) return step > 0 ? &ChainRunAvx2<kQ, 1, kBlank> : &ChainRunAvx2<kQ, -1, kBlank>;
@@ -402,6 +473,16 @@ ChainRunFn ChainRunFor(InstructionSet set, Quantiser quantiser, int step, bool b
 #endif
   static_cast<void>(set), static_cast<void>(quantiser), static_cast<void>(step), static_cast<void>(blank);
   return nullptr;
+}
+
+SplitInksFn SplitInksFor(InstructionSet set) {
+#if INKWEAVE_X86_KERNELS
+  if (ChainRunFor(set, Quantiser::Mid, 1, false) == nullptr) return nullptr;
+  return set == InstructionSet::kAvx2 ? &SplitInksAvx2 : &SplitInksSse41;
+#else
+  static_cast<void>(set);
+  return nullptr;
+#endif
 }
 
 SpreadThresholdsFn SpreadThresholdsFor(InstructionSet set) {

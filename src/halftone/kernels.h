@@ -76,4 +76,12 @@ using SpreadThresholdsFn = void (*)(const std::uint8_t* doubled, int x, int step
 
 SpreadThresholdsFn SpreadThresholdsFor(InstructionSet set);
 
+// The amounts of n converted pixels (packed lightness, cyan in the lowest byte) through an ink-split
+// table whose entries lie within +-1024, in 16-bit lanes: out[k] is PackedInks(converted[k], split,
+// yellowCap) (src/halftone/diffusion.h). Answers the OR of every word. Null where ChainRunFor is null.
+using SplitInksFn = std::uint64_t (*)(const std::uint32_t* converted, int n, const std::int16_t (*split)[4],
+                                      int yellowCap, std::uint64_t* out);
+
+SplitInksFn SplitInksFor(InstructionSet set);
+
 }  // namespace inkweave::detail
