@@ -128,6 +128,7 @@ struct ConversionCache {
   InkAmounts Amounts;
   std::uint64_t Packed;     // the same in 16-bit lanes (PackedInks), kept by AmountsOfStretchPacked only
   SplitInksFn SplitPacked;  // PackedInks of many pixels (null: none for the active instruction set)
+  DistinctKeysFn Distinct;  // the keys that differ from the one before them (null: none)
   const std::int16_t (*Split)[4];
   int YellowCap;
 };
@@ -137,6 +138,7 @@ inline ConversionCache StartConversion(const DeviceState& state) {
   ConversionCache cache;
   cache.Convert = ConvertPreparedFor(ActiveInstructionSet());
   cache.SplitPacked = SplitInksFor(ActiveInstructionSet());
+  cache.Distinct = DistinctKeysFor(ActiveInstructionSet());
   PrepareConvertParts(state, cache.Parts);
   ClearColorMemory(cache.Colors);
   cache.Split = InkSplitTable[InkSplitTableIndex(state)];
@@ -169,11 +171,15 @@ inline const InkAmounts& AmountsOf(ConversionCache& cache, const std::uint8_t* p
 inline int ConvertFresh(ConversionCache& cache, const std::uint32_t* keys, int count, std::uint32_t* fresh,
                         std::uint32_t* converted, const DeviceState& state) {
   int distinct = 0;
-  std::uint32_t last = cache.Key;
-  for (int i = 0; i < count; ++i) {
-    fresh[distinct] = keys[i];
-    distinct += keys[i] != last;
-    last = keys[i];
+  if (cache.Distinct != nullptr) {
+    distinct = cache.Distinct(keys, count, cache.Key, fresh);
+  } else {
+    std::uint32_t last = cache.Key;
+    for (int i = 0; i < count; ++i) {
+      fresh[distinct] = keys[i];
+      distinct += keys[i] != last;
+      last = keys[i];
+    }
   }
   const auto convert = [&cache, &state](const std::uint32_t* some, int n, std::uint32_t* to) {
     cache.Convert(some, n, to, state, cache.Parts);

@@ -446,6 +446,53 @@ INKWEAVE_TARGET_AVX2 std::uint64_t SplitInksAvx2(const std::uint32_t* converted,
   return static_cast<std::uint64_t>(_mm_cvtsi128_si64(_mm_or_si128(rest, _mm_unpackhi_epi64(rest, rest))));
 }
 
+// For each 8-bit mask, the positions of its set bits in order (the rest 0): the lane permutation that
+// packs the keys a mask keeps to the front of a vector.
+struct KeptLanes {
+  std::uint8_t Lane[256][8];
+};
+constexpr KeptLanes MakeKeptLanes() {
+  KeptLanes kept{};
+  for (int mask = 0; mask < 256; ++mask)
+    for (int bit = 0, n = 0; bit < 8; ++bit)
+      if (mask >> bit & 1) kept.Lane[mask][n++] = static_cast<std::uint8_t>(bit);
+  return kept;
+}
+constexpr KeptLanes kKeptLanes = MakeKeptLanes();
+
+// Eight keys a step: compared with the keys one before them, the mask of those that differ picks a
+// permutation that packs them to the front, and all eight are stored (the count moves by the kept).
+INKWEAVE_TARGET_AVX2 int DistinctKeysAvx2(const std::uint32_t* keys, int count, std::uint32_t last,
+                                          std::uint32_t* fresh) {
+  int distinct = 0;
+  int i = 0;
+  if (count >= 8) {
+    // The first eight against last and their own first seven.
+    const __m256i first = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(keys));
+    __m256i before = _mm256_permutevar8x32_epi32(first, _mm256_setr_epi32(0, 0, 1, 2, 3, 4, 5, 6));
+    before = _mm256_blend_epi32(before, _mm256_set1_epi32(static_cast<int>(last)), 1);
+    for (;;) {
+      const __m256i now = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(keys + i));
+      const auto differ =
+          static_cast<unsigned>(~_mm256_movemask_ps(_mm256_castsi256_ps(_mm256_cmpeq_epi32(now, before))) & 0xFF);
+      const __m256i lanes =
+          _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(kKeptLanes.Lane[differ])));
+      _mm256_storeu_si256(reinterpret_cast<__m256i*>(fresh + distinct), _mm256_permutevar8x32_epi32(now, lanes));
+      distinct += __builtin_popcount(differ);
+      i += 8;
+      if (i + 8 > count) break;
+      before = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(keys + i - 1));
+    }
+    last = keys[i - 1];
+  }
+  for (; i < count; ++i) {
+    fresh[distinct] = keys[i];
+    distinct += keys[i] != last;
+    last = keys[i];
+  }
+  return distinct;
+}
+
 template <Quantiser kQ, bool kBlank>
 ChainRunFn Pick(InstructionSet set, int step) {
   if (set == InstructionSet::kAvx2) return step > 0 ? &ChainRunAvx2<kQ, 1, kBlank> : &ChainRunAvx2<kQ, -1, kBlank>;
@@ -472,6 +519,14 @@ ChainRunFn ChainRunFor(InstructionSet set, Quantiser quantiser, int step, bool b
   }
 #endif
   static_cast<void>(set), static_cast<void>(quantiser), static_cast<void>(step), static_cast<void>(blank);
+  return nullptr;
+}
+
+DistinctKeysFn DistinctKeysFor(InstructionSet set) {
+#if INKWEAVE_X86_KERNELS
+  if (set == InstructionSet::kAvx2) return &DistinctKeysAvx2;
+#endif
+  static_cast<void>(set);
   return nullptr;
 }
 
