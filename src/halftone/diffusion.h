@@ -128,7 +128,7 @@ struct ConversionCache {
   InkAmounts Amounts;
   std::uint64_t Packed;     // the same in 16-bit lanes (PackedInks), kept by AmountsOfStretchPacked only
   SplitInksFn SplitPacked;  // PackedInks of many pixels (null: none for the active instruction set)
-  DistinctKeysFn Distinct;  // the keys that differ from the one before them (null: none)
+  DistinctKeysFn Distinct;  // the keys that differ from the one before them
   const std::int16_t (*Split)[4];
   int YellowCap;
 };
@@ -170,17 +170,7 @@ inline const InkAmounts& AmountsOf(ConversionCache& cache, const std::uint8_t* p
 // before them (the first from the remembered pixel), converted into converted[].
 inline int ConvertFresh(ConversionCache& cache, const std::uint32_t* keys, int count, std::uint32_t* fresh,
                         std::uint32_t* converted, const DeviceState& state) {
-  int distinct = 0;
-  if (cache.Distinct != nullptr) {
-    distinct = cache.Distinct(keys, count, cache.Key, fresh);
-  } else {
-    std::uint32_t last = cache.Key;
-    for (int i = 0; i < count; ++i) {
-      fresh[distinct] = keys[i];
-      distinct += keys[i] != last;
-      last = keys[i];
-    }
-  }
+  const int distinct = cache.Distinct(keys, count, cache.Key, fresh);
   const auto convert = [&cache, &state](const std::uint32_t* some, int n, std::uint32_t* to) {
     cache.Convert(some, n, to, state, cache.Parts);
   };

@@ -23,6 +23,18 @@
 namespace inkweave::detail {
 namespace {
 
+// The keys that differ from the one before them, one at a time (every key is stored; the count moves
+// by those that differ).
+int DistinctKeysPortable(const std::uint32_t* keys, int count, std::uint32_t last, std::uint32_t* fresh) {
+  int distinct = 0;
+  for (int i = 0; i < count; ++i) {
+    fresh[distinct] = keys[i];
+    distinct += keys[i] != last;
+    last = keys[i];
+  }
+  return distinct;
+}
+
 #if INKWEAVE_X86_KERNELS
 
 constexpr int kYellowLane = kYellowPlane;  // ink k in lane k of a word
@@ -433,17 +445,9 @@ INKWEAVE_TARGET_AVX2 std::uint64_t SplitInksAvx2(const std::uint32_t* converted,
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + k), words);
     any = _mm256_or_si256(any, words);
   }
-  __m128i rest = _mm_or_si128(_mm256_castsi256_si128(any), _mm256_extracti128_si256(any, 1));
-  for (; k < n; k += 2) {
-    const std::uint32_t pair[2] = {converted[k], converted[k + 1 < n ? k + 1 : k]};
-    const __m128i words = SplitTwo(pair, split, cap128);
-    if (k + 1 < n)
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(out + k), words);
-    else
-      _mm_storel_epi64(reinterpret_cast<__m128i*>(out + k), words);
-    rest = _mm_or_si128(rest, words);
-  }
-  return static_cast<std::uint64_t>(_mm_cvtsi128_si64(_mm_or_si128(rest, _mm_unpackhi_epi64(rest, rest))));
+  const __m128i half = _mm_or_si128(_mm256_castsi256_si128(any), _mm256_extracti128_si256(any, 1));
+  return static_cast<std::uint64_t>(_mm_cvtsi128_si64(_mm_or_si128(half, _mm_unpackhi_epi64(half, half)))) |
+         SplitInksSse41(converted + k, n - k, split, yellowCap, out + k);
 }
 
 // For each 8-bit mask, the positions of its set bits in order (the rest 0): the lane permutation that
@@ -485,12 +489,7 @@ INKWEAVE_TARGET_AVX2 int DistinctKeysAvx2(const std::uint32_t* keys, int count, 
     }
     last = keys[i - 1];
   }
-  for (; i < count; ++i) {
-    fresh[distinct] = keys[i];
-    distinct += keys[i] != last;
-    last = keys[i];
-  }
-  return distinct;
+  return distinct + DistinctKeysPortable(keys + i, count - i, last, fresh + distinct);
 }
 
 template <Quantiser kQ, bool kBlank>
@@ -527,7 +526,7 @@ DistinctKeysFn DistinctKeysFor(InstructionSet set) {
   if (set == InstructionSet::kAvx2) return &DistinctKeysAvx2;
 #endif
   static_cast<void>(set);
-  return nullptr;
+  return &DistinctKeysPortable;
 }
 
 SplitInksFn SplitInksFor(InstructionSet set) {

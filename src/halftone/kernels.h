@@ -86,7 +86,6 @@ SplitInksFn SplitInksFor(InstructionSet set);
 
 // The keys of a stretch that differ from the one before them, `last` standing for keys[-1], in their
 // order into fresh[] (room for count keys; past the answer it may hold anything); answers how many.
-// Null for an instruction set without a kernel.
 using DistinctKeysFn = int (*)(const std::uint32_t* keys, int count, std::uint32_t last, std::uint32_t* fresh);
 
 DistinctKeysFn DistinctKeysFor(InstructionSet set);
