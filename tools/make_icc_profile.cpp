@@ -181,6 +181,7 @@ bool WriteProfile(const std::vector<Lab>& grid, const std::string& description, 
 int main(int argc, char** argv) {
   cli::ProofSettings settings;
   std::string folder;
+  bool usage = false;
   for (int i = 1; i < argc; ++i) {
     const std::string arg = argv[i];
     if (arg == "--plugin" && i + 1 < argc)
@@ -188,9 +189,9 @@ int main(int argc, char** argv) {
     else if (folder.empty() && arg[0] != '-')
       folder = arg;
     else
-      folder = "-";
+      usage = true;
   }
-  if (folder.empty() || folder == "-") {
+  if (usage || folder.empty()) {
     std::fprintf(stderr, "usage: make-icc-profile [--plugin PATH] <folder>\n");
     return 2;
   }
