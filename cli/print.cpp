@@ -210,19 +210,18 @@ bool PrintOnePage(PrintJob& job, std::size_t index, host::BandQueue& queue) {
   source.Height = static_cast<std::int32_t>(job.Request.Height);
   source.BitsPerPixel = 24;
   std::string failure;
-  source.Render = [&](std::int32_t x, std::int32_t y, std::int32_t w, std::int32_t h, std::uint8_t* dst,
-                      std::size_t stride) {
-    if (Interrupted()) return false;
+  // The plug-in reads each band in the queue's slot it was rendered into.
+  source.Lend = [&](std::int32_t x, std::int32_t y, std::int32_t w, std::int32_t h) -> const std::uint8_t* {
+    if (Interrupted()) return nullptr;
     if (job.Out->Failed()) {
       failure = job.Out->Name() + ": write failed: " + job.Out->Reason() + "; job stopped";
-      return false;
+      return nullptr;
     }
-    if (!queue.Take({x, y, w, h}, dst, stride)) {
-      failure = queue.Error();
-      return false;
-    }
-    return true;
+    const std::uint8_t* pixels = queue.Lend({x, y, w, h});
+    if (!pixels) failure = queue.Error();
+    return pixels;
   };
+  source.GiveBack = [&] { queue.GiveBack(); };
   const int pageNumber = static_cast<int>(index) + 1;
   const host::PageResult result = host::PrintPage(
       *job.Session, source, job.Options.BandHeight,
@@ -271,7 +270,7 @@ int RunPrint(const PrintOptions& options) {
   LibraryMessages library;
   bool printed = true;
   {
-    // Two bands: one the input side fills while the plug-in's side copies the other.
+    // Two bands: one the input side fills while the plug-in reads the other.
     host::BandQueue queue(2);
     queue.Run([&] { RenderPages(job, queue, library); });
     for (std::size_t index = 0; index < job.Pages.size() && printed; ++index) printed = PrintOnePage(job, index, queue);

@@ -134,9 +134,12 @@ bool PagePlan::SameDevice(const PagePlan& other) const {
 
 void PagePlan::CopyRow(const std::uint8_t* raster, std::uint8_t* band, std::int32_t width) const {
   const int out = BandBits / 8;
-  const std::int64_t first = std::max<std::int64_t>(0, -OffsetX);
-  const std::int64_t last = std::min<std::int64_t>(width, static_cast<std::int64_t>(RasterWidth) - OffsetX);
-  if (first >= last) return;
+  std::int64_t first = std::max<std::int64_t>(0, -OffsetX);
+  std::int64_t last = std::min<std::int64_t>(width, static_cast<std::int64_t>(RasterWidth) - OffsetX);
+  if (!raster || first >= last) first = last = width;
+  std::memset(band, 0xFF, static_cast<std::size_t>(first * out));
+  std::memset(band + last * out, 0xFF, static_cast<std::size_t>((width - last) * out));
+  if (first == last) return;
   const std::uint8_t* src = raster + (OffsetX + first) * Channels;
   std::uint8_t* to = band + first * out;
   const std::size_t pixels = static_cast<std::size_t>(last - first);

@@ -63,8 +63,8 @@ struct PagePlan {
   // Whether a page of this plan can be printed in a device context opened for other.
   bool SameDevice(const PagePlan& other) const;
   // One raster row (BytesPerLine bytes) into a band row of `width` device pixels at BandBits: the
-  // printable columns, gray inverted for K and spread to R = G = B for 24-bit bands. Columns outside
-  // the raster are left as they are (white).
+  // printable columns, gray inverted for K and spread to R = G = B for 24-bit bands; columns outside
+  // the raster white. A null raster (a row outside it) gives a white row.
   void CopyRow(const std::uint8_t* raster, std::uint8_t* band, std::int32_t width) const;
 };
 

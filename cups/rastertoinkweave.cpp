@@ -227,14 +227,15 @@ class PageReader {
  public:
   PageReader(cups_raster_t* raster, const PagePlan& plan) : raster_(raster), plan_(plan), row_(plan.BytesPerLine) {}
 
-  // Fills device rows [y, y + h) of width w into dst (already white). False on a read error.
+  // Fills device rows [y, y + h) of width w into dst, what lies outside the raster white. False on a
+  // read error.
   bool Fill(std::int32_t y, std::int32_t h, std::int32_t w, std::uint8_t* dst, std::size_t stride) {
     for (std::int32_t r = 0; r < h; ++r) {
       const std::int64_t source = plan_.OffsetY + y + r;
-      if (source < 0 || source >= plan_.RasterHeight) continue;  // outside the raster: white
-      while (next_ <= source)
+      const bool inside = source >= 0 && source < plan_.RasterHeight;
+      while (inside && next_ <= source)
         if (!ReadRow()) return false;
-      plan_.CopyRow(row_.data(), dst + stride * static_cast<std::size_t>(r), w);
+      plan_.CopyRow(inside ? row_.data() : nullptr, dst + stride * static_cast<std::size_t>(r), w);
     }
     return true;
   }
@@ -480,7 +481,6 @@ bool PrintPage(Job& job, const cups_page_header2_t& header) {
       for (const host::BandRect& band : host::BandsOf(source.Width, source.Height, kBandHeight, plan.Setup.Landscape)) {
         const bool queued =
             queue.Put(band, source.BitsPerPixel / 8, [&](std::uint8_t* dst, std::size_t stride, std::string*) {
-              std::memset(dst, 0xFF, stride * static_cast<std::size_t>(band.Height));  // outside the raster: white
               readFailed = !reader.Fill(band.Y, band.Height, band.Width, dst, stride);
               return !readFailed;
             });
@@ -488,10 +488,10 @@ bool PrintPage(Job& job, const cups_page_header2_t& header) {
       }
       readFailed = !gCanceled && !reader.Drain();
     });
-    source.Render = [&](std::int32_t x, std::int32_t y, std::int32_t w, std::int32_t h, std::uint8_t* dst,
-                        std::size_t stride) {
-      return !gCanceled && !job.Out.Failed && queue.Take({x, y, w, h}, dst, stride);
+    source.Lend = [&](std::int32_t x, std::int32_t y, std::int32_t w, std::int32_t h) -> const std::uint8_t* {
+      return gCanceled || job.Out.Failed ? nullptr : queue.Lend({x, y, w, h});
     };
+    source.GiveBack = [&] { queue.GiveBack(); };
     result = host::PrintPage(job.Printer->Session(), source, kBandHeight);
     queue.Stop();
     queue.Wait();

@@ -4,6 +4,8 @@
 #include <cstring>
 #include <exception>
 
+#include "host/host.h"
+
 namespace inkweave::host {
 
 std::vector<BandRect> BandsOf(std::int32_t width, std::int32_t height, std::int32_t bandHeight, bool landscape) {
@@ -54,14 +56,23 @@ bool BandQueue::Put(const BandRect& band, int bytesPerPixel, const Fill& fill) {
     index = free_.back();
     free_.pop_back();
   }
-  // The slot belongs to this thread until it is queued.
+  // The slot belongs to this thread until it is queued. It holds exactly the band's bytes, so that a
+  // read past the band is a read past its buffer (a short last band gets a buffer of its own size).
   Slot& slot = slots_[index];
+  const std::size_t stride = static_cast<std::size_t>(BandRowStride(band.Width));
   const std::size_t rowBytes = static_cast<std::size_t>(band.Width) * static_cast<std::size_t>(bytesPerPixel);
+  const std::size_t bytes = stride * static_cast<std::size_t>(band.Height);
+  if (slot.Bytes != bytes) {
+    slot.Pixels.reset();
+    slot.Pixels = std::make_unique_for_overwrite<std::uint8_t[]>(bytes);
+    slot.Bytes = bytes;
+  }
   slot.Band = band;
-  slot.BytesPerPixel = bytesPerPixel;
-  slot.Pixels.resize(rowBytes * static_cast<std::size_t>(band.Height));
+  if (rowBytes < stride)
+    for (std::size_t row = 0; row < static_cast<std::size_t>(band.Height); ++row)
+      std::memset(slot.Pixels.get() + stride * row + rowBytes, 0xFF, stride - rowBytes);
   std::string why;
-  const bool filled = fill(slot.Pixels.data(), rowBytes, &why);
+  const bool filled = fill(slot.Pixels.get(), stride, &why);
 
   std::lock_guard lock(mutex_);
   if (filled) {
@@ -94,34 +105,38 @@ void BandQueue::Stop() {
   changed_.notify_all();
 }
 
-bool BandQueue::Take(const BandRect& band, std::uint8_t* dst, std::size_t stride) {
+const std::uint8_t* BandQueue::Lend(const BandRect& band) {
+  GiveBack();
   std::size_t index = 0;
   {
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [&] { return !ready_.empty() || failed_ || closed_; });
     if (ready_.empty()) {
       error_ = failed_ ? failure_ : "the input ended before the page did";
-      return false;
+      return nullptr;
     }
     index = ready_.front();
     ready_.pop_front();
   }
-  // The slot belongs to this thread until it is freed.
-  const Slot& slot = slots_[index];
-  const bool same = slot.Band == band;
-  if (same) {
-    const std::size_t rowBytes = static_cast<std::size_t>(band.Width) * static_cast<std::size_t>(slot.BytesPerPixel);
-    for (std::int32_t row = 0; row < band.Height; ++row)
-      std::memcpy(dst + stride * static_cast<std::size_t>(row), slot.Pixels.data() + rowBytes * row, rowBytes);
+  // The slot belongs to this thread until it is given back.
+  if (slots_[index].Band == band) {
+    lent_ = index;
+    return slots_[index].Pixels.get();
   }
   std::lock_guard lock(mutex_);
   free_.push_back(index);
-  if (!same) {
-    error_ = "the input side rendered the bands out of order";
-    stopped_ = true;
-  }
+  error_ = "the input side rendered the bands out of order";
+  stopped_ = true;
   changed_.notify_all();
-  return same;
+  return nullptr;
+}
+
+void BandQueue::GiveBack() {
+  if (!lent_) return;
+  std::lock_guard lock(mutex_);
+  free_.push_back(*lent_);
+  lent_.reset();
+  changed_.notify_all();
 }
 
 }  // namespace inkweave::host

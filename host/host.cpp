@@ -216,7 +216,7 @@ bool IsBlankBand(const std::uint8_t* bits, std::int32_t width, std::int32_t heig
 PageResult PrintPage(HostSession& session, const PageSource& source, std::int32_t bandHeight,
                      const std::function<void(int band, int bands)>& onBand) {
   PageResult result;
-  if (bandHeight < 1 || source.Width < 1 || source.Height < 1 || !source.Render) {
+  if (bandHeight < 1 || source.Width < 1 || source.Height < 1 || !(source.Render || (source.Lend && source.GiveBack))) {
     result.Status = E_FAIL;
     result.Problem = "the page of " + std::to_string(source.Width) + " x " + std::to_string(source.Height) +
                      " pixels in bands of " + std::to_string(bandHeight) + " is empty";
@@ -235,15 +235,17 @@ PageResult PrintPage(HostSession& session, const PageSource& source, std::int32_
     return result;
   }
   // Exactly the bytes of each band, so that a read past one is a read past its buffer: one buffer for
-  // the full bands and one for a shorter last band, both had before the page starts.
+  // the full bands and one for a shorter last band, both had before the page starts (none for a source
+  // that lends its bands).
   const int bands = static_cast<int>((std::int64_t{extent} + bandHeight - 1) / bandHeight);
   const std::int32_t lastSize = extent - (bands - 1) * bandHeight;
   auto bandBytes = [&](std::int32_t size) {
     return static_cast<std::size_t>(BandRowStride(landscape ? size : source.Width)) *
            static_cast<std::size_t>(landscape ? source.Height : size);
   };
-  std::vector<std::uint8_t> full(bandBytes(std::min(bandHeight, extent)));
-  std::vector<std::uint8_t> last(lastSize < bandHeight ? bandBytes(lastSize) : 0);
+  const bool lends = !source.Render;
+  std::vector<std::uint8_t> full(lends ? 0 : bandBytes(std::min(bandHeight, extent)));
+  std::vector<std::uint8_t> last(!lends && lastSize < bandHeight ? bandBytes(lastSize) : 0);
 
   session.Command(kCallbackPageStart);
   for (int index = 0; index < bands; ++index) {
@@ -260,19 +262,23 @@ PageResult PrintPage(HostSession& session, const PageSource& source, std::int32_
       band.Height = size;
       band.OffsetY = start;
     }
-    std::vector<std::uint8_t>& buffer = size < bandHeight && !last.empty() ? last : full;
     // The plug-in reads every band at its own width's stride (a short last band in landscape too).
     const std::size_t bandStride = static_cast<std::size_t>(BandRowStride(band.Width));
-    std::fill(buffer.begin(), buffer.end(), 0xFF);
-    const bool more = landscape ? source.Render(start, 0, size, source.Height, buffer.data(), bandStride)
-                                : source.Render(0, start, source.Width, size, buffer.data(), bandStride);
-    if (!more) {
+    if (lends) {
+      band.Bits = source.Lend(band.OffsetX, band.OffsetY, band.Width, band.Height);
+    } else {
+      std::vector<std::uint8_t>& buffer = size < bandHeight && !last.empty() ? last : full;
+      std::fill(buffer.begin(), buffer.end(), 0xFF);
+      if (source.Render(band.OffsetX, band.OffsetY, band.Width, band.Height, buffer.data(), bandStride))
+        band.Bits = buffer.data();
+    }
+    if (!band.Bits) {
       result.Stopped = true;
       break;
     }
-    band.Bits = buffer.data();
-    band.Blank = IsBlankBand(buffer.data(), band.Width, band.Height, bandStride, source.BitsPerPixel);
+    band.Blank = IsBlankBand(band.Bits, band.Width, band.Height, bandStride, source.BitsPerPixel);
     const HRESULT hr = session.ImageProcessing(band);
+    if (lends) source.GiveBack();
     if (Failed(hr) && result.Status == S_OK) result.Status = hr;
     ++result.Bands;
     if (onBand) onBand(index + 1, bands);

@@ -149,8 +149,12 @@ bool IsBlankBand(const std::uint8_t* bits, std::int32_t width, std::int32_t heig
 
 // A page the host renders band by band. Render fills the rectangle (x, y, w, h) of the host's surface
 // (the landscape page in landscape) into dst, one row every dstStride bytes, at BitsPerPixel (24: R,
-// G, B per pixel; 8: one gray byte per pixel). It answers false to stop the page (the host then hands
-// no further bands).
+// G, B per pixel; 8: one gray byte per pixel), over white. It answers false to stop the page (the host
+// then hands no further bands).
+// A source that holds each band already laid out as the plug-in reads it lends it instead, and the
+// host then has no band buffer of its own: Lend answers the rectangle's pixels, rows BandRowStride(w)
+// apart (the bytes past a row's pixels white), in a buffer of exactly BandRowStride(w) * h bytes that
+// stays as it is until GiveBack, which the host calls once the band has gone out; null stops the page.
 struct PageSource {
   std::int32_t Width = 0;   // surface width, pixels
   std::int32_t Height = 0;  // surface height, pixels
@@ -158,6 +162,8 @@ struct PageSource {
   std::function<bool(std::int32_t x, std::int32_t y, std::int32_t w, std::int32_t h, std::uint8_t* dst,
                      std::size_t dstStride)>
       Render;
+  std::function<const std::uint8_t*(std::int32_t x, std::int32_t y, std::int32_t w, std::int32_t h)> Lend = {};
+  std::function<void()> GiveBack = {};
 };
 
 struct PageResult {
