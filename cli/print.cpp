@@ -1,7 +1,7 @@
 // inkweave print: documents → the plug-in, through our host exactly as the platform's printer driver
 // drives it (load, enable, selections, job start, per page the bands, job end, disable), with the
 // bytes it writes streamed into the output file. The pages are opened and rendered on a thread of
-// their own, a few bands ahead of the plug-in (host/band_queue.h); the plug-in is called from this
+// their own, a band ahead of the plug-in (host/band_queue.h); the plug-in is called from this
 // thread only, in order.
 #include <unistd.h>
 
