@@ -359,6 +359,139 @@ INKWEAVE_TARGET_AVX2 void ChainRunAvx2(const ChainRun& run, ChainState& state) {
   ScatterRowsAvx2(run.Current, WrittenStart<kStep>(run), run.Count, rows.Written);
 }
 
+// The chain for black alone. Every decision is taken from the gathered error g before its division:
+// q > k exactly where g > 16 k (+ 15 when k >= 0), so a dot's thresholds, worked out before the chain
+// as limits on g, are compared with g while q = g / 16 is divided beside them, and the dot's error is
+// q plus the offset its outcome picks. An amount of 0 below the floor keeps min(q + step, 0): the
+// 0 is a further range of g. The outcome's bits ride in the offset above its 16 bits (first buffer
+// at bit 16, second at 24), which the 16-bit store and the next gathered sum drop.
+constexpr int kNever = 1 << 20;  // a limit that no 16-bit g passes
+constexpr int kFirstBit = 1 << 16;
+constexpr int kSecondBit = 1 << 24;
+
+[[gnu::always_inline]] inline int Limit(int k) { return 16 * k + (k >= 0 ? 15 : 0); }
+
+// x > limit ? a : b, and x < limit (unsigned) ? a : b, as conditional moves: the outcomes follow the
+// error, which no branch predictor follows, and the compiler would branch.
+[[gnu::always_inline]] inline int IfGreater(int x, int limit, int a, int b) {
+  asm("cmpl %[limit], %[x]\n\tcmovg %[a], %[b]" : [b] "+r"(b) : [x] "r"(x), [limit] "rm"(limit), [a] "rm"(a) : "cc");
+  return b;
+}
+[[gnu::always_inline]] inline int IfBelow(std::uint32_t x, std::uint32_t limit, int a, int b) {
+  asm("cmpl %[limit], %[x]\n\tcmovb %[a], %[b]" : [b] "+r"(b) : [x] "r"(x), [limit] "rm"(limit), [a] "rm"(a) : "cc");
+  return b;
+}
+
+// A run's dots in the order of the run: the limits of the nested outcomes (g > L1, L2, L3), the range
+// Zb <= g < Zb + Zs whose error is 0, and the offsets with their bits by outcome.
+struct BlackDots {
+  std::int32_t L1[kRunDots], L2[kRunDots], L3[kRunDots], Zb[kRunDots];
+  std::uint32_t Zs[kRunDots];
+  std::int32_t V0[kRunDots], V1[kRunDots], V2[kRunDots], V3[kRunDots];
+  // The previous row around the run by position (lo - 2 .. lo + count + 1, lo the run's leftmost), and
+  // the 4-2-1 window of each of its positions (16-bit sums).
+  alignas(32) std::int16_t Around[kRunDots + 8];
+  alignas(32) std::int16_t Window[kRunDots + 8];
+};
+
+template <Quantiser kQ, int kStep, bool kBlank>
+[[gnu::always_inline]] inline void BlackRunBody(const ChainRun& run, ChainState& state, BlackDots& d) {
+  constexpr bool kTwoBits = kQ != Quantiser::Top;
+  constexpr bool kMid = kQ == Quantiser::Mid;
+  constexpr int kStepSize = kTwoBits ? 32 : 16;
+  const int count = run.Count;
+  const int lo = kStep > 0 ? run.X : run.X - count + 1;
+
+  // The previous row's windows, by position.
+  const std::int16_t* previous = run.Previous[kBlackPlane] + 2 * lo;  // position lo - 2
+  for (int k = 0; k < count + 4; ++k) d.Around[k] = previous[2 * k];
+  for (int k = 0; k < count; ++k)
+    d.Window[k] = static_cast<std::int16_t>(4 * d.Around[k + 2] + 2 * (d.Around[k + 1] + d.Around[k + 3]) +
+                                            d.Around[k] + d.Around[k + 4]);
+
+  // The outcomes of every dot.
+  constexpr int kShift = 16 * kBlackPlane;
+  for (int i = 0; i < count; ++i) {
+    const int x = run.X + kStep * i;
+    const int f = DiffusionSeedErrors[(4 * x + kBlackPlane) & 255];
+    const int a = kBlank ? 0 : static_cast<std::int16_t>(run.Amount[i] >> kShift);
+    const int t = kBlank ? 0 : static_cast<std::int16_t>(run.Threshold[i] >> kShift);
+    const bool none = a == 0;
+    const bool full = kTwoBits && a == 255;
+    const bool edge = none || full;
+    const int l1 = Limit(edge ? f : t + 4 - a);
+    d.L1[i] = l1;
+    d.L2[i] = edge || !kTwoBits ? kNever : Limit(t + (kMid ? 207 : 199) - a);
+    d.L3[i] = edge || !kMid ? kNever : Limit(t + 254 - a);
+    const int zeroFrom = none ? (l1 < -16 * kStepSize ? l1 : -16 * kStepSize) + 1 : l1 + 1;
+    d.Zb[i] = zeroFrom;
+    d.Zs[i] = static_cast<std::uint32_t>(l1 + 1 - zeroFrom);
+    const int fullBits = kMid ? kFirstBit + kSecondBit : kFirstBit;
+    d.V0[i] = none ? kStepSize : full ? kStepSize + fullBits : a;
+    d.V1[i] = none   ? -kStepSize
+              : full ? -kStepSize + fullBits
+                     : a -
+                           (kMid       ? 100
+                            : kTwoBits ? 212
+                                       : 350) +
+                           (kTwoBits ? kSecondBit : kFirstBit);
+    d.V2[i] = a - (kMid ? 248 : 255) + kFirstBit;
+    d.V3[i] = a - 255 + kFirstBit + kSecondBit;
+  }
+
+  // The chain.
+  const std::int16_t* window = d.Window + (kStep > 0 ? 0 : count - 1);  // [i * kStep]: dot i
+  std::int16_t* current = run.Current[kBlackPlane] + 2 * (run.X + 2);   // [2 i kStep]: dot i
+  std::uint8_t* const plane0 = run.Planes[0] + kBlackPlane * run.PlaneBytes;
+  std::uint8_t* const plane1 = kTwoBits ? run.Planes[1] + kBlackPlane * run.PlaneBytes : nullptr;
+  int c1 = state.C1[kBlackPlane], c2 = state.C2[kBlackPlane];
+  unsigned bits = state.Bits[kBlackPlane] | unsigned{state.Bits[4 + kBlackPlane]} << 8;
+  unsigned inked = 0;
+  int x = run.X;
+  for (int i = 0; i < count;) {
+    // The dots to the end of x's byte or of the run; a byte is stored when the line leaves it.
+    const int toByteEnd = kStep > 0 ? 8 - (x & 7) : (x & 7) + 1;
+    const int n = count - i < toByteEnd ? count - i : toByteEnd;
+    for (const int end = i + n; i < end; ++i) {
+      const int g = static_cast<std::int16_t>(window[i * kStep] + 2 * c2 + 4 * c1);
+      const int low = IfGreater(g, d.L1[i], d.V1[i], d.V0[i]);
+      const int high = IfGreater(g, d.L3[i], d.V3[i], d.V2[i]);
+      const int r =
+          IfBelow(static_cast<std::uint32_t>(g - d.Zb[i]), d.Zs[i], 0, IfGreater(g, d.L2[i], high, low) + g / 16);
+      current[2 * kStep * i] = static_cast<std::int16_t>(r);
+      const unsigned dots = static_cast<unsigned>(r + 0x8000) >> 16;  // first | second << 8
+      bits = kStep > 0 ? 2 * bits + dots : (bits >> 1) | dots << 7;
+      c2 = c1;
+      c1 = r;
+    }
+    x += kStep * n;
+    if (n == toByteEnd) {
+      const int byte = (x - kStep) >> 3;
+      plane0[byte] = static_cast<std::uint8_t>(bits);
+      if constexpr (kTwoBits) plane1[byte] = static_cast<std::uint8_t>(bits >> 8);
+      inked |= bits;
+      bits = 0;
+    }
+  }
+  state.C1[kBlackPlane] = static_cast<std::int16_t>(c1);
+  state.C2[kBlackPlane] = static_cast<std::int16_t>(c2);
+  state.Bits[kBlackPlane] = static_cast<std::uint16_t>(bits & 0xFF);
+  state.Bits[4 + kBlackPlane] = static_cast<std::uint16_t>(bits >> 8 & 0xFF);
+  if (inked != 0) state.Inked = 1;
+}
+
+template <Quantiser kQ, int kStep, bool kBlank>
+INKWEAVE_TARGET_SSE41 void BlackRunSse41(const ChainRun& run, ChainState& state) {
+  BlackDots dots;
+  BlackRunBody<kQ, kStep, kBlank>(run, state, dots);
+}
+
+template <Quantiser kQ, int kStep, bool kBlank>
+INKWEAVE_TARGET_AVX2 void BlackRunAvx2(const ChainRun& run, ChainState& state) {
+  BlackDots dots;
+  BlackRunBody<kQ, kStep, kBlank>(run, state, dots);
+}
+
 // Sixteen dots a step: the map's bytes of the next sixteen positions in one load (reversed right to
 // left), each byte spread over the four 16-bit lanes of its dot's word, two dots a store.
 [[gnu::always_inline]] INKWEAVE_TARGET_SSE41 inline void SpreadThresholdsBody(const std::uint8_t* doubled, int x,
@@ -503,6 +636,17 @@ ChainRunFn Pick(InstructionSet set, int step, bool blank) {
   return blank ? Pick<kQ, true>(set, step) : Pick<kQ, false>(set, step);
 }
 
+template <Quantiser kQ, bool kBlank>
+ChainRunFn PickBlack(InstructionSet set, int step) {
+  if (set == InstructionSet::kAvx2) return step > 0 ? &BlackRunAvx2<kQ, 1, kBlank> : &BlackRunAvx2<kQ, -1, kBlank>;
+  return step > 0 ? &BlackRunSse41<kQ, 1, kBlank> : &BlackRunSse41<kQ, -1, kBlank>;
+}
+
+template <Quantiser kQ>
+ChainRunFn PickBlack(InstructionSet set, int step, bool blank) {
+  return blank ? PickBlack<kQ, true>(set, step) : PickBlack<kQ, false>(set, step);
+}
+
 #endif  // INKWEAVE_X86_KERNELS
 
 }  // namespace
@@ -519,6 +663,26 @@ ChainRunFn ChainRunFor(InstructionSet set, Quantiser quantiser, int step, bool b
 #endif
   static_cast<void>(set), static_cast<void>(quantiser), static_cast<void>(step), static_cast<void>(blank);
   return nullptr;
+}
+
+ChainRunFn BlackChainRunFor(InstructionSet set, Quantiser quantiser, int step, bool blank) {
+#if INKWEAVE_X86_KERNELS
+  if (ChainRunFor(set, quantiser, step, blank) == nullptr) return nullptr;
+  switch (quantiser) {
+    case Quantiser::Mid: return PickBlack<Quantiser::Mid>(set, step, blank);
+    case Quantiser::High: return PickBlack<Quantiser::High>(set, step, blank);
+    case Quantiser::Top: return PickBlack<Quantiser::Top>(set, step, blank);
+  }
+#endif
+  static_cast<void>(set), static_cast<void>(quantiser), static_cast<void>(step), static_cast<void>(blank);
+  return nullptr;
+}
+
+bool BlackAloneHasInk(const std::int16_t (*split)[4]) {
+  for (int k = 0; k < 256; ++k)
+    for (int ink : {kCyanPlane, kMagentaPlane, kYellowPlane})
+      if (split[k][ink] != k) return false;
+  return true;
 }
 
 DistinctKeysFn DistinctKeysFor(InstructionSet set) {

@@ -118,6 +118,7 @@ struct MultiStripe {
   // each gray byte, so that every pixel is converted (eight keys a step) and looked up with no cache walk.
   detail::SpreadThresholdsFn SpreadThresholds;
   bool Gray;
+  bool BlackOnly;  // the chain carries black alone (a monochrome device)
   std::uint64_t GrayAmounts[256];
 };
 
@@ -461,7 +462,7 @@ void DiffuseMultiLine(MultiStripe& s, int line, const std::uint8_t* mapRow, deta
   if (chain != nullptr) {
     const int last = first + count - 1;
     const bool partial = count > 0 && (kStep > 0 ? (last & 7) != 7 : (first & 7) != 0);
-    for (int ink = 0; ink < 4 && partial; ++ink) {
+    for (int ink = s.BlackOnly ? kBlackPlane : 0; ink < 4 && partial; ++ink) {
       // The vector chain's bits end at bit 0 (left to right) or bit 7 (right to left).
       InkLine& state = inks[ink];
       const unsigned b0 = chainState.Bits[ink], b1 = chainState.Bits[4 + ink];
@@ -501,13 +502,18 @@ std::uint32_t DiffuseMulti(DeviceState& state, int firstLine, int height, const 
   MultiStripe s;
   s.State = &state;
   const InstructionSet set = ActiveInstructionSet();
-  for (int blank = 0; blank < 2; ++blank) {
-    s.Chain[blank][0] = detail::ChainRunFor(set, kQ, +1, blank != 0);
-    s.Chain[blank][1] = detail::ChainRunFor(set, kQ, -1, blank != 0);
-  }
   s.Cache = detail::StartConversion(state);
   s.SpreadThresholds = detail::SpreadThresholdsFor(set);
-  s.Gray = state.ColorMode == 1 && s.Chain[0][0] != nullptr;
+  s.Gray = state.ColorMode == 1 && detail::ChainRunFor(set, kQ, +1, false) != nullptr;
+  // A monochrome device's stream carries its black plane alone, and its ink split leaves the other inks
+  // at 0 (no dot, no jitter draw): their error lines and planes can never reach the printer, so the
+  // chain carries black alone and leaves them as they were.
+  s.BlackOnly = s.Gray && detail::BlackAloneHasInk(s.Cache.Split);
+  const auto chainFor = s.BlackOnly ? &detail::BlackChainRunFor : &detail::ChainRunFor;
+  for (int blank = 0; blank < 2; ++blank) {
+    s.Chain[blank][0] = chainFor(set, kQ, +1, blank != 0);
+    s.Chain[blank][1] = chainFor(set, kQ, -1, blank != 0);
+  }
   if (s.Gray) {
     for (std::uint32_t gray = 0; gray < 256; ++gray)
       s.GrayAmounts[gray] = detail::PackedInks(gray * 0x01010101u, s.Cache.Split, s.Cache.YellowCap);

@@ -69,6 +69,15 @@ using ChainRunFn = void (*)(const ChainRun& run, ChainState& state);
 
 ChainRunFn ChainRunFor(InstructionSet set, Quantiser quantiser, int step, bool blank);
 
+// The same chain for black alone, for a device whose stream carries black alone and whose other inks
+// never have an amount (BlackAloneHasInk): it reads black's lane of the amounts and thresholds, reads and
+// writes black's row and planes only, and keeps black's entries of the state. Null where ChainRunFor is.
+ChainRunFn BlackChainRunFor(InstructionSet set, Quantiser quantiser, int step, bool blank);
+
+// True when an ink-split table gives cyan, magenta and yellow an amount of 0 for every gray pixel (all
+// four lightness bytes alike): (255 - g) - row[255 - g][ink] == 0.
+bool BlackAloneHasInk(const std::int16_t (*split)[4]);
+
 // The thresholds of a run of n dots from a threshold map's line: out[i] holds the byte at position
 // (x + i step) & 127 of `doubled` (the line's 128 bytes twice over) in each of its four 16-bit lanes.
 // Null where ChainRunFor is null.

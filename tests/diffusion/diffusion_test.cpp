@@ -131,6 +131,13 @@ Rendered RenderBands(const Pair& pair, int quality, bool landscape, int across, 
   }
   for (int j = 0; j < 4; ++j) out.Lines[j] = std::move(d->Lines[j]);
   for (int b = 0; b < 2; ++b) out.Planes[b] = std::move(d->Planes[b]);
+  if (!colour) {  // a monochrome stream carries black alone: the other inks' lines and planes never reach it
+    const std::size_t planeBytes = std::size_t{kPlaneBytes} * pair.Scale;
+    for (int j : {kCyanPlane, kMagentaPlane, kYellowPlane}) out.Lines[j].clear();
+    for (auto& b : out.Planes)
+      for (std::size_t at = 0; at < b.size(); at += kPlanes * planeBytes)
+        std::fill_n(&b[at], kBlackPlane * planeBytes, 0);
+  }
   out.ScanParity = d->State.ScanParity;
   return out;
 }
@@ -162,10 +169,10 @@ TEST(DiffusionRenderers, EveryInstructionSetWritesWhatThePortableKernelsWrite) {
       }
 }
 
-// A 13-dot line of black over planes and error lines filled with stale bytes. The one-bit pair leaves
-// the partial last byte of its left-to-right lines unstored; the two-bit pairs write every byte a line
-// touches whole (the bits past the line clear), clear the guard cells around the row they write, and
-// leave the line after the stripe alone.
+// A 13-dot line of black over planes and error lines filled with stale bytes (a monochrome device). The
+// one-bit pair leaves the partial last byte of its left-to-right lines unstored; the two-bit pairs write
+// every byte of black's plane a line touches whole (the bits past the line clear), clear the guard cells
+// around the row they write, and leave the line after the stripe alone.
 TEST(DiffusionRenderers, PartialLastBytesAndGuardCells) {
   for (const Pair& pair : kPairs) {
     SCOPED_TRACE(pair.Name);
@@ -178,7 +185,7 @@ TEST(DiffusionRenderers, PartialLastBytesAndGuardCells) {
     const int planeBytes = kPlaneBytes * pair.Scale;
     const int outputLines = pair.StripeLines * pair.Scale;
     for (int l = 0; l <= outputLines; ++l) {
-      for (int ink = 0; ink < 4; ++ink) {
+      for (int ink = pair.PrintMode == 1 ? 0 : kBlackPlane; ink < 4; ++ink) {  // the two-bit pairs: black's alone
         const std::uint8_t* plane = &d->Planes[0][4 * planeBytes * l + planeBytes * ink];
         const std::uint8_t last = plane[(dots - 1) / 8];
         if (l == outputLines) {
