@@ -369,7 +369,11 @@ constexpr int kNever = 1 << 20;  // a limit that no 16-bit g passes
 constexpr int kFirstBit = 1 << 16;
 constexpr int kSecondBit = 1 << 24;
 
-[[gnu::always_inline]] inline int Limit(int k) { return 16 * k + (k >= 0 ? 15 : 0); }
+// The same for a scalar: the sum off the chain stays out of it.
+[[gnu::always_inline]] inline int SettledInt(int v) {
+  asm("" : "+r"(v));
+  return v;
+}
 
 // x > limit ? a : b, and x < limit (unsigned) ? a : b, as conditional moves: the outcomes follow the
 // error, which no branch predictor follows, and the compiler would branch.
@@ -382,12 +386,30 @@ constexpr int kSecondBit = 1 << 24;
   return b;
 }
 
+// Eight dots' values in the lanes of a vector (the compiler's vectors: SSE4.1 takes them in halves).
+using I32x8 = std::int32_t __attribute__((vector_size(32)));
+using I16x8 = std::int16_t __attribute__((vector_size(16)));
+
+// Turns thresholds k of the quotient into limits of g (a reference: vectors by value change the ABI).
+[[gnu::always_inline]] inline const I32x8& Limits(I32x8&& k) { return k = (k << 4) + ((k >= 0) & 15); }
+
+// Black's floor of each position modulo 64, twice over.
+struct BlackFloors {
+  std::int16_t Floor[128];
+};
+inline BlackFloors MakeBlackFloors() {
+  BlackFloors floors;
+  for (int x = 0; x < 128; ++x) floors.Floor[x] = DiffusionSeedErrors[(4 * x + kBlackPlane) & 255];
+  return floors;
+}
+
 // A run's dots in the order of the run: the limits of the nested outcomes (g > L1, L2, L3), the range
-// Zb <= g < Zb + Zs whose error is 0, and the offsets with their bits by outcome.
+// Zb <= g < Zb + Zs whose error is 0, and the offsets with their bits by outcome (worked out eight at
+// a time, so a run's last eight are whole).
 struct BlackDots {
-  std::int32_t L1[kRunDots], L2[kRunDots], L3[kRunDots], Zb[kRunDots];
-  std::uint32_t Zs[kRunDots];
-  std::int32_t V0[kRunDots], V1[kRunDots], V2[kRunDots], V3[kRunDots];
+  alignas(32) std::int32_t L1[kRunDots + 8], L2[kRunDots + 8], L3[kRunDots + 8], Zb[kRunDots + 8];
+  alignas(32) std::uint32_t Zs[kRunDots + 8];
+  alignas(32) std::int32_t V0[kRunDots + 8], V1[kRunDots + 8], V2[kRunDots + 8], V3[kRunDots + 8];
   // The previous row around the run by position (lo - 2 .. lo + count + 1, lo the run's leftmost), and
   // the 4-2-1 window of each of its positions (16-bit sums).
   alignas(32) std::int16_t Around[kRunDots + 8];
@@ -409,34 +431,49 @@ template <Quantiser kQ, int kStep, bool kBlank>
     d.Window[k] = static_cast<std::int16_t>(4 * d.Around[k + 2] + 2 * (d.Around[k + 1] + d.Around[k + 3]) +
                                             d.Around[k] + d.Around[k + 4]);
 
-  // The outcomes of every dot.
-  constexpr int kShift = 16 * kBlackPlane;
-  for (int i = 0; i < count; ++i) {
+  // The outcomes of every dot, eight at a time (the floors from black's columns by position, twice
+  // over, so that eight positions read as one; right to left reversed).
+  static const BlackFloors floorsByPosition = MakeBlackFloors();
+  const I32x8 never = I32x8{} + kNever, zero = I32x8{};
+  for (int i = 0; i < count; i += 8) {
     const int x = run.X + kStep * i;
-    const int f = DiffusionSeedErrors[(4 * x + kBlackPlane) & 255];
-    const int a = kBlank ? 0 : static_cast<std::int16_t>(run.Amount[i] >> kShift);
-    const int t = kBlank ? 0 : static_cast<std::int16_t>(run.Threshold[i] >> kShift);
-    const bool none = a == 0;
-    const bool full = kTwoBits && a == 255;
-    const bool edge = none || full;
-    const int l1 = Limit(edge ? f : t + 4 - a);
-    d.L1[i] = l1;
-    d.L2[i] = edge || !kTwoBits ? kNever : Limit(t + (kMid ? 207 : 199) - a);
-    d.L3[i] = edge || !kMid ? kNever : Limit(t + 254 - a);
-    const int zeroFrom = none ? (l1 < -16 * kStepSize ? l1 : -16 * kStepSize) + 1 : l1 + 1;
-    d.Zb[i] = zeroFrom;
-    d.Zs[i] = static_cast<std::uint32_t>(l1 + 1 - zeroFrom);
-    const int fullBits = kMid ? kFirstBit + kSecondBit : kFirstBit;
-    d.V0[i] = none ? kStepSize : full ? kStepSize + fullBits : a;
-    d.V1[i] = none   ? -kStepSize
-              : full ? -kStepSize + fullBits
-                     : a -
-                           (kMid       ? 100
-                            : kTwoBits ? 212
-                                       : 350) +
-                           (kTwoBits ? kSecondBit : kFirstBit);
-    d.V2[i] = a - (kMid ? 248 : 255) + kFirstBit;
-    d.V3[i] = a - 255 + kFirstBit + kSecondBit;
+    I16x8 floors8;
+    std::memcpy(&floors8, &floorsByPosition.Floor[kStep > 0 ? x & 63 : (x - 7) & 63], sizeof floors8);
+    if constexpr (kStep < 0) floors8 = __builtin_shufflevector(floors8, floors8, 7, 6, 5, 4, 3, 2, 1, 0);
+    const I32x8 f = __builtin_convertvector(floors8, I32x8);
+    I16x8 a8{}, t8{};
+    if constexpr (!kBlank) {
+      std::memcpy(&a8, run.BlackAmount + i, sizeof a8);
+      std::memcpy(&t8, run.BlackThreshold + i, sizeof t8);
+    }
+    const I32x8 a = __builtin_convertvector(a8, I32x8), t = __builtin_convertvector(t8, I32x8);
+    const I32x8 none = a == 0;
+    const I32x8 full = kTwoBits ? a == 255 : zero;
+    const I32x8 edge = none | full;
+    const I32x8 l1 = Limits(edge ? f : t + 4 - a);
+    const I32x8 l2 = kTwoBits ? (edge ? never : Limits(t + (kMid ? 207 : 199) - a)) : never;
+    const I32x8 l3 = kMid ? (edge ? never : Limits(t + 254 - a)) : never;
+    const I32x8 zeroLimit = I32x8{} + -16 * kStepSize;  // min(q + step, 0) is 0 where g > this
+    const I32x8 zeroFrom = (none ? (l1 < zeroLimit ? l1 : zeroLimit) : l1) + 1;
+    constexpr int kFullBits = kMid ? kFirstBit + kSecondBit : kFirstBit;
+    const I32x8 v0 = none ? I32x8{} + kStepSize : full ? I32x8{} + (kStepSize + kFullBits) : a;
+    const I32x8 v1 = none   ? I32x8{} - kStepSize
+                     : full ? I32x8{} + (kFullBits - kStepSize)
+                            : a + ((kTwoBits ? kSecondBit : kFirstBit) - (kMid       ? 100
+                                                                          : kTwoBits ? 212
+                                                                                     : 350));
+    const I32x8 v2 = a + (kFirstBit - (kMid ? 248 : 255));
+    const I32x8 v3 = a + (kFirstBit + kSecondBit - 255);
+    const I32x8 zs = l1 + 1 - zeroFrom;
+    std::memcpy(&d.L1[i], &l1, sizeof l1);
+    std::memcpy(&d.L2[i], &l2, sizeof l2);
+    std::memcpy(&d.L3[i], &l3, sizeof l3);
+    std::memcpy(&d.Zb[i], &zeroFrom, sizeof zeroFrom);
+    std::memcpy(&d.Zs[i], &zs, sizeof zs);
+    std::memcpy(&d.V0[i], &v0, sizeof v0);
+    std::memcpy(&d.V1[i], &v1, sizeof v1);
+    std::memcpy(&d.V2[i], &v2, sizeof v2);
+    std::memcpy(&d.V3[i], &v3, sizeof v3);
   }
 
   // The chain.
@@ -453,7 +490,7 @@ template <Quantiser kQ, int kStep, bool kBlank>
     const int toByteEnd = kStep > 0 ? 8 - (x & 7) : (x & 7) + 1;
     const int n = count - i < toByteEnd ? count - i : toByteEnd;
     for (const int end = i + n; i < end; ++i) {
-      const int g = static_cast<std::int16_t>(window[i * kStep] + 2 * c2 + 4 * c1);
+      const int g = static_cast<std::int16_t>(SettledInt(window[i * kStep] + 2 * c2) + 4 * c1);
       const int low = IfGreater(g, d.L1[i], d.V1[i], d.V0[i]);
       const int high = IfGreater(g, d.L3[i], d.V3[i], d.V2[i]);
       const int r =

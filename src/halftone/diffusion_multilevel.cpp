@@ -42,6 +42,9 @@ using detail::Quantiser;
 
 static_assert(kRunDots <= detail::kStretchPixels, "a run's pixels are converted as one stretch");
 
+// Black's lane in a word of 16-bit amounts.
+inline constexpr int kBlackShift = 16 * kBlackPlane;
+
 // The plane layout of a quantiser: the top pair renders at level 6, the others below it.
 template <Quantiser kQ>
 struct Layout {
@@ -120,6 +123,7 @@ struct MultiStripe {
   bool Gray;
   bool BlackOnly;  // the chain carries black alone (a monochrome device)
   std::uint64_t GrayAmounts[256];
+  std::int16_t GrayBlack[256];  // black's lane of them
 };
 
 // One ink's state along an output line: its error rows and planes, the five previous-row errors
@@ -150,6 +154,10 @@ union RunInputs {
     std::uint64_t Amount[kRunDots];
     std::uint64_t Threshold[kRunDots];
   } Packed;
+  struct {  // the black chain's (kernels.h): black's alone, whole groups of sixteen dots
+    std::int16_t Amount[kRunDots + 16];
+    std::int16_t Threshold[kRunDots + 16];
+  } Black;
 };
 
 // Stores the collected bytes of one ink at plane byte `byte` and starts the next byte.
@@ -225,7 +233,9 @@ void DiffuseRunInLanes(detail::ChainRunFn chain, const InkLine (&inks)[4], const
          x,
          n,
          {planes0, planes1},
-         planeBytes},
+         planeBytes,
+         run.Black.Amount,
+         run.Black.Threshold},
         state);
 }
 
@@ -260,6 +270,21 @@ std::uint64_t PackedAmountsOf(MultiStripe& s, const std::uint32_t* keys, int n, 
   }
   s.Cache.Key = keys[n - 1];
   s.Cache.Packed = amounts[std::ptrdiff_t{n - 1} * stride];
+  return any;
+}
+
+// The same for the black chain: black's amounts of n <= kRunDots pixels into amounts[i]; the OR of them.
+int BlackAmountsOf(MultiStripe& s, const std::uint32_t* keys, int n, std::int16_t* amounts) {
+  const auto remembered = static_cast<std::int16_t>(s.Cache.Packed >> kBlackShift);
+  int lead = 0;
+  for (; lead < n && keys[lead] == s.Cache.Key; ++lead) amounts[lead] = remembered;
+  int any = lead > 0 ? remembered : 0;
+  if (lead == n) return any;
+  std::uint32_t converted[kRunDots];
+  s.Cache.Convert(keys + lead, n - lead, converted, *s.State, s.Cache.Parts);
+  for (int i = lead; i < n; ++i) any |= amounts[i] = s.GrayBlack[converted[i - lead] >> 24];
+  s.Cache.Key = keys[n - 1];
+  s.Cache.Packed = s.GrayAmounts[converted[n - 1 - lead] >> 24];
   return any;
 }
 
@@ -371,6 +396,54 @@ bool PrepareRunPacked(MultiStripe& s, detail::SourceLine src, const SourceAmount
   return true;
 }
 
+// The black chain's inputs of a run (a monochrome device), as PrepareRunPacked's black lane: black's
+// amounts and thresholds by dot, each set whole to the next sixteen dots. Answers whether any amount is
+// not 0.
+template <Quantiser kQ, int kStep>
+bool PrepareRunBlack(MultiStripe& s, detail::SourceLine src, const SourceAmounts* pixels,
+                     const std::uint8_t* doubledMap, int jitterColumn, int jitterLow, int jitterHigh, int x, int n,
+                     std::int16_t* amounts, std::int16_t* thresholds) {
+  using L = Layout<kQ>;
+  int any = 0;
+  if (pixels != nullptr) {
+    const std::uint64_t* amount = pixels->Amount;
+    const int first = pixels->First;
+    const int lo = (kStep > 0 ? x : x - n + 1) / L::kScale - first,
+              hi = (kStep > 0 ? x + n - 1 : x) / L::kScale - first;
+    std::uint64_t inked = 0;
+    for (int p = lo; p <= hi; ++p) inked |= amount[p];
+    if (inked == 0) return false;
+    for (int i = 0, at = x; i < n; ++i, at += kStep)
+      amounts[i] = static_cast<std::int16_t>(amount[at / L::kScale - first] >> kBlackShift);
+  } else {
+    std::uint32_t keys[kRunDots];
+    if (RunKeys<L::kScale, kStep>(s, src, x, n, keys)) {
+      any = BlackAmountsOf(s, keys, n, amounts);
+    } else {
+      any = static_cast<std::int16_t>(s.Cache.Packed >> kBlackShift);  // a run of the remembered pixel
+      if (any == 0) return false;
+      for (int i = 0; i < n; ++i) amounts[i] = static_cast<std::int16_t>(any);
+    }
+    if (any == 0) return false;
+  }
+  for (int i = n; i < ((n + 15) & ~15); ++i) amounts[i] = 0;
+  // The map's line, sixteen positions at a time (x .. x + 15 at doubled[x & 127 ..], x .. x - 15 at
+  // doubled[(x & 127) + 128 ..] downward).
+  for (int i = 0; i < n; i += 16) {
+    const std::uint8_t* at = doubledMap + ((x + kStep * i) & 127) + (kStep > 0 ? 0 : 128);
+    for (int k = 0; k < 16; ++k) thresholds[i + k] = at[kStep * k];
+  }
+  // The jitter columns, as PrepareRunPacked draws for black.
+  const auto span = static_cast<std::uint16_t>(jitterHigh - jitterLow);
+  for (int i = (kStep * (jitterColumn - x)) & 3; i < n; i += 4) {
+    if (static_cast<std::uint16_t>(amounts[i] - jitterLow) <= span) {
+      thresholds[i] = static_cast<std::int16_t>((ThresholdJitterWide[s.JitterIndex] >> 4) + 200);
+      s.JitterIndex = (s.JitterIndex + 1) & 1023u;
+    }
+  }
+  return true;
+}
+
 // Output line `line` in the direction kStep over dots first..first + count - 1. `pixels`, when given,
 // holds the amounts of the line's source pixels (the highest resolution with the vector chain); they
 // are converted first when `convert` is set (the source line's first output line).
@@ -421,9 +494,12 @@ void DiffuseMultiLine(MultiStripe& s, int line, const std::uint8_t* mapRow, deta
     const int n = count - done < kRunDots ? count - done : kRunDots;
     const int runStart = begin + kStep * done;
     if (chain != nullptr) {
-      // The four inks in the lanes of a vector; a white run takes the blank chain.
-      const bool inked = PrepareRunPacked<kQ, kStep>(s, src, pixels, doubledMap, jitterColumn, jitterLow, jitterHigh,
-                                                     runStart, n, run.Packed.Amount, run.Packed.Threshold);
+      // The four inks in the lanes of a vector, or black alone; a white run takes the blank chain.
+      const bool inked =
+          s.BlackOnly ? PrepareRunBlack<kQ, kStep>(s, src, pixels, doubledMap, jitterColumn, jitterLow, jitterHigh,
+                                                   runStart, n, run.Black.Amount, run.Black.Threshold)
+                      : PrepareRunPacked<kQ, kStep>(s, src, pixels, doubledMap, jitterColumn, jitterLow, jitterHigh,
+                                                    runStart, n, run.Packed.Amount, run.Packed.Threshold);
       DiffuseRunInLanes(s.Chain[inked ? 0 : 1][kStep > 0 ? 0 : 1], inks, run, runStart, n, planes0, planes1,
                         L::kPlaneBytes, chainState);
       continue;
@@ -515,8 +591,10 @@ std::uint32_t DiffuseMulti(DeviceState& state, int firstLine, int height, const 
     s.Chain[blank][1] = chainFor(set, kQ, -1, blank != 0);
   }
   if (s.Gray) {
-    for (std::uint32_t gray = 0; gray < 256; ++gray)
+    for (std::uint32_t gray = 0; gray < 256; ++gray) {
       s.GrayAmounts[gray] = detail::PackedInks(gray * 0x01010101u, s.Cache.Split, s.Cache.YellowCap);
+      s.GrayBlack[gray] = static_cast<std::int16_t>(s.GrayAmounts[gray] >> kBlackShift);
+    }
   }
   s.Source = band.Bits;
   s.WideEnd = std::ptrdiff_t{band.Header.biHeight > 0 ? band.Header.biHeight : 0} * band.Stride - 4;

@@ -49,6 +49,10 @@ struct ChainRun {
   int Count;
   std::uint8_t* Planes[2];  // the line's planes in the first and second PlaneBuffer (null when one bit)
   int PlaneBytes;           // bytes per plane
+  // The black chain's inputs instead of Amount and Threshold: black's amount and threshold of dot i,
+  // readable (any value) up to the next multiple of 8 dots.
+  const std::int16_t* BlackAmount;
+  const std::int16_t* BlackThreshold;
 };
 
 // What a line carries from run to run: the errors just stored for the one and two dots before, the
@@ -70,8 +74,8 @@ using ChainRunFn = void (*)(const ChainRun& run, ChainState& state);
 ChainRunFn ChainRunFor(InstructionSet set, Quantiser quantiser, int step, bool blank);
 
 // The same chain for black alone, for a device whose stream carries black alone and whose other inks
-// never have an amount (BlackAloneHasInk): it reads black's lane of the amounts and thresholds, reads and
-// writes black's row and planes only, and keeps black's entries of the state. Null where ChainRunFor is.
+// never have an amount (BlackAloneHasInk): it reads BlackAmount and BlackThreshold, reads and writes
+// black's row and planes only, and keeps black's entries of the state. Null where ChainRunFor is.
 ChainRunFn BlackChainRunFor(InstructionSet set, Quantiser quantiser, int step, bool blank);
 
 // True when an ink-split table gives cyan, magenta and yellow an amount of 0 for every gray pixel (all

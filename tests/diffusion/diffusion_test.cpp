@@ -244,7 +244,9 @@ TEST(DiffusionRenderers, BlankChainAgreesWithTheFullChainOnEveryErrorItMeets) {
                  step > 0 ? 2 : kDots + 1,  // positions 0 .. kDots + 3
                  kDots,
                  {planes[k].data(), planes[k].data() + kLineBytes},
-                 kPlaneBytes},
+                 kPlaneBytes,
+                 nullptr,
+                 nullptr},
                 state[k]);
           }
           for (int ink = 0; ink < 4; ++ink) ASSERT_EQ(out[0][ink], out[1][ink]) << "ink " << ink << " trial " << trial;
