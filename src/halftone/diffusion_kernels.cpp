@@ -416,6 +416,52 @@ struct BlackDots {
   alignas(32) std::int16_t Window[kRunDots + 8];
 };
 
+// The chain along a run whose outcomes are worked out in d; kZero when some dot has a range of g whose
+// error is 0 (an amount of 0).
+template <Quantiser kQ, int kStep, bool kZero>
+[[gnu::always_inline]] inline void BlackChain(const ChainRun& run, ChainState& state, const BlackDots& d) {
+  constexpr bool kTwoBits = kQ != Quantiser::Top;
+  const int count = run.Count;
+  const std::int16_t* window = d.Window + (kStep > 0 ? 0 : count - 1);  // [i * kStep]: dot i
+  std::int16_t* current = run.Current[kBlackPlane] + 2 * (run.X + 2);   // [2 i kStep]: dot i
+  std::uint8_t* const plane0 = run.Planes[0] + kBlackPlane * run.PlaneBytes;
+  std::uint8_t* const plane1 = kTwoBits ? run.Planes[1] + kBlackPlane * run.PlaneBytes : nullptr;
+  int c1 = state.C1[kBlackPlane], c2 = state.C2[kBlackPlane];
+  unsigned bits = state.Bits[kBlackPlane] | unsigned{state.Bits[4 + kBlackPlane]} << 8;
+  unsigned inked = 0;
+  int x = run.X;
+  for (int i = 0; i < count;) {
+    // The dots to the end of x's byte or of the run; a byte is stored when the line leaves it.
+    const int toByteEnd = kStep > 0 ? 8 - (x & 7) : (x & 7) + 1;
+    const int n = count - i < toByteEnd ? count - i : toByteEnd;
+    for (const int end = i + n; i < end; ++i) {
+      const int g = static_cast<std::int16_t>(SettledInt(window[i * kStep] + 2 * c2) + 4 * c1);
+      const int low = IfGreater(g, d.L1[i], d.V1[i], d.V0[i]);
+      const int high = IfGreater(g, d.L3[i], d.V3[i], d.V2[i]);
+      int r = IfGreater(g, d.L2[i], high, low) + g / 16;
+      if constexpr (kZero) r = IfBelow(static_cast<std::uint32_t>(g - d.Zb[i]), d.Zs[i], 0, r);
+      current[2 * kStep * i] = static_cast<std::int16_t>(r);
+      const unsigned dots = static_cast<unsigned>(r + 0x8000) >> 16;  // first | second << 8
+      bits = kStep > 0 ? 2 * bits + dots : (bits >> 1) | dots << 7;
+      c2 = c1;
+      c1 = r;
+    }
+    x += kStep * n;
+    if (n == toByteEnd) {
+      const int byte = (x - kStep) >> 3;
+      plane0[byte] = static_cast<std::uint8_t>(bits);
+      if constexpr (kTwoBits) plane1[byte] = static_cast<std::uint8_t>(bits >> 8);
+      inked |= bits;
+      bits = 0;
+    }
+  }
+  state.C1[kBlackPlane] = static_cast<std::int16_t>(c1);
+  state.C2[kBlackPlane] = static_cast<std::int16_t>(c2);
+  state.Bits[kBlackPlane] = static_cast<std::uint16_t>(bits & 0xFF);
+  state.Bits[4 + kBlackPlane] = static_cast<std::uint16_t>(bits >> 8 & 0xFF);
+  if (inked != 0) state.Inked = 1;
+}
+
 template <Quantiser kQ, int kStep, bool kBlank>
 [[gnu::always_inline]] inline void BlackRunBody(const ChainRun& run, ChainState& state, BlackDots& d) {
   constexpr bool kTwoBits = kQ != Quantiser::Top;
@@ -435,6 +481,8 @@ template <Quantiser kQ, int kStep, bool kBlank>
   // over, so that eight positions read as one; right to left reversed).
   static const BlackFloors floorsByPosition = MakeBlackFloors();
   const I32x8 never = I32x8{} + kNever, zero = I32x8{};
+  const I32x8 kLanes = {0, 1, 2, 3, 4, 5, 6, 7};
+  I32x8 zeroRanges{};
   for (int i = 0; i < count; i += 8) {
     const int x = run.X + kStep * i;
     I16x8 floors8;
@@ -470,51 +518,20 @@ template <Quantiser kQ, int kStep, bool kBlank>
     std::memcpy(&d.L3[i], &l3, sizeof l3);
     std::memcpy(&d.Zb[i], &zeroFrom, sizeof zeroFrom);
     std::memcpy(&d.Zs[i], &zs, sizeof zs);
+    zeroRanges |= (kLanes < count - i) & zs;  // (dots past the run do not count)
     std::memcpy(&d.V0[i], &v0, sizeof v0);
     std::memcpy(&d.V1[i], &v1, sizeof v1);
     std::memcpy(&d.V2[i], &v2, sizeof v2);
     std::memcpy(&d.V3[i], &v3, sizeof v3);
   }
 
-  // The chain.
-  const std::int16_t* window = d.Window + (kStep > 0 ? 0 : count - 1);  // [i * kStep]: dot i
-  std::int16_t* current = run.Current[kBlackPlane] + 2 * (run.X + 2);   // [2 i kStep]: dot i
-  std::uint8_t* const plane0 = run.Planes[0] + kBlackPlane * run.PlaneBytes;
-  std::uint8_t* const plane1 = kTwoBits ? run.Planes[1] + kBlackPlane * run.PlaneBytes : nullptr;
-  int c1 = state.C1[kBlackPlane], c2 = state.C2[kBlackPlane];
-  unsigned bits = state.Bits[kBlackPlane] | unsigned{state.Bits[4 + kBlackPlane]} << 8;
-  unsigned inked = 0;
-  int x = run.X;
-  for (int i = 0; i < count;) {
-    // The dots to the end of x's byte or of the run; a byte is stored when the line leaves it.
-    const int toByteEnd = kStep > 0 ? 8 - (x & 7) : (x & 7) + 1;
-    const int n = count - i < toByteEnd ? count - i : toByteEnd;
-    for (const int end = i + n; i < end; ++i) {
-      const int g = static_cast<std::int16_t>(SettledInt(window[i * kStep] + 2 * c2) + 4 * c1);
-      const int low = IfGreater(g, d.L1[i], d.V1[i], d.V0[i]);
-      const int high = IfGreater(g, d.L3[i], d.V3[i], d.V2[i]);
-      const int r =
-          IfBelow(static_cast<std::uint32_t>(g - d.Zb[i]), d.Zs[i], 0, IfGreater(g, d.L2[i], high, low) + g / 16);
-      current[2 * kStep * i] = static_cast<std::int16_t>(r);
-      const unsigned dots = static_cast<unsigned>(r + 0x8000) >> 16;  // first | second << 8
-      bits = kStep > 0 ? 2 * bits + dots : (bits >> 1) | dots << 7;
-      c2 = c1;
-      c1 = r;
-    }
-    x += kStep * n;
-    if (n == toByteEnd) {
-      const int byte = (x - kStep) >> 3;
-      plane0[byte] = static_cast<std::uint8_t>(bits);
-      if constexpr (kTwoBits) plane1[byte] = static_cast<std::uint8_t>(bits >> 8);
-      inked |= bits;
-      bits = 0;
-    }
-  }
-  state.C1[kBlackPlane] = static_cast<std::int16_t>(c1);
-  state.C2[kBlackPlane] = static_cast<std::int16_t>(c2);
-  state.Bits[kBlackPlane] = static_cast<std::uint16_t>(bits & 0xFF);
-  state.Bits[4 + kBlackPlane] = static_cast<std::uint16_t>(bits >> 8 & 0xFF);
-  if (inked != 0) state.Inked = 1;
+  std::uint32_t zeros = 0;
+  for (int k = 0; k < 8; ++k) zeros |= static_cast<std::uint32_t>(zeroRanges[k]);
+  // The chain; a run without an amount of 0 (most inked runs) has no range to clear.
+  if (zeros != 0)
+    BlackChain<kQ, kStep, true>(run, state, d);
+  else
+    BlackChain<kQ, kStep, false>(run, state, d);
 }
 
 template <Quantiser kQ, int kStep, bool kBlank>
