@@ -436,9 +436,12 @@ template <Quantiser kQ, int kStep, bool kZero>
     const int n = count - i < toByteEnd ? count - i : toByteEnd;
     for (const int end = i + n; i < end; ++i) {
       const int g = static_cast<std::int16_t>(SettledInt(window[i * kStep] + 2 * c2) + 4 * c1);
+      // The offset of the dot's outcome: the limits are nested, so a tree of moves picks it.
       const int low = IfGreater(g, d.L1[i], d.V1[i], d.V0[i]);
-      const int high = IfGreater(g, d.L3[i], d.V3[i], d.V2[i]);
-      int r = IfGreater(g, d.L2[i], high, low) + g / 16;
+      int offset = low;
+      if constexpr (kQ == Quantiser::Mid) offset = IfGreater(g, d.L2[i], IfGreater(g, d.L3[i], d.V3[i], d.V2[i]), low);
+      if constexpr (kQ == Quantiser::High) offset = IfGreater(g, d.L2[i], d.V2[i], low);
+      int r = offset + g / 16;
       if constexpr (kZero) r = IfBelow(static_cast<std::uint32_t>(g - d.Zb[i]), d.Zs[i], 0, r);
       current[2 * kStep * i] = static_cast<std::int16_t>(r);
       const unsigned dots = static_cast<unsigned>(r + 0x8000) >> 16;  // first | second << 8
@@ -514,15 +517,13 @@ template <Quantiser kQ, int kStep, bool kBlank>
     const I32x8 v3 = a + (kFirstBit + kSecondBit - 255);
     const I32x8 zs = l1 + 1 - zeroFrom;
     std::memcpy(&d.L1[i], &l1, sizeof l1);
-    std::memcpy(&d.L2[i], &l2, sizeof l2);
-    std::memcpy(&d.L3[i], &l3, sizeof l3);
+    if constexpr (kTwoBits) std::memcpy(&d.L2[i], &l2, sizeof l2), std::memcpy(&d.V2[i], &v2, sizeof v2);
+    if constexpr (kMid) std::memcpy(&d.L3[i], &l3, sizeof l3), std::memcpy(&d.V3[i], &v3, sizeof v3);
     std::memcpy(&d.Zb[i], &zeroFrom, sizeof zeroFrom);
     std::memcpy(&d.Zs[i], &zs, sizeof zs);
     zeroRanges |= (kLanes < count - i) & zs;  // (dots past the run do not count)
     std::memcpy(&d.V0[i], &v0, sizeof v0);
     std::memcpy(&d.V1[i], &v1, sizeof v1);
-    std::memcpy(&d.V2[i], &v2, sizeof v2);
-    std::memcpy(&d.V3[i], &v3, sizeof v3);
   }
 
   std::uint32_t zeros = 0;

@@ -246,7 +246,10 @@ void DiffuseRunInLanes(detail::ChainRunFn chain, const InkLine (&inks)[4], const
 struct SourceAmounts {
   static constexpr int kPixels = Layout<Quantiser::Top>::kPlaneDots / 2;
   int First;
-  std::uint64_t Amount[kPixels];  // 16-bit lanes (detail::PackedInks)
+  union {
+    std::uint64_t Amount[kPixels];  // 16-bit lanes (detail::PackedInks)
+    std::int16_t Black[kPixels];    // the black chain's: black's alone
+  };
 };
 
 // The amounts (16-bit lanes) of n <= kRunDots pixels given by their keys into amounts[i * stride]; the
@@ -309,7 +312,10 @@ void ConvertSourceLine(MultiStripe& s, detail::SourceLine src, int first, int co
   for (int done = 0; done < count; done += kRunDots) {
     const int n = count - done < kRunDots ? count - done : kRunDots;
     KeysAt(s, src.Origin + src.Step * (first + done), src.Step, n, 0, keys);
-    PackedAmountsOf(s, keys, n, line.Amount + done, 1);
+    if (s.BlackOnly)
+      BlackAmountsOf(s, keys, n, line.Black + done);
+    else
+      PackedAmountsOf(s, keys, n, line.Amount + done, 1);
   }
 }
 
@@ -405,16 +411,19 @@ bool PrepareRunBlack(MultiStripe& s, detail::SourceLine src, const SourceAmounts
                      std::int16_t* amounts, std::int16_t* thresholds) {
   using L = Layout<kQ>;
   int any = 0;
-  if (pixels != nullptr) {
-    const std::uint64_t* amount = pixels->Amount;
+  if (L::kScale == 2 && pixels != nullptr) {
+    const std::int16_t* amount = pixels->Black;
     const int first = pixels->First;
     const int lo = (kStep > 0 ? x : x - n + 1) / L::kScale - first,
               hi = (kStep > 0 ? x + n - 1 : x) / L::kScale - first;
-    std::uint64_t inked = 0;
-    for (int p = lo; p <= hi; ++p) inked |= amount[p];
-    if (inked == 0) return false;
-    for (int i = 0, at = x; i < n; ++i, at += kStep)
-      amounts[i] = static_cast<std::int16_t>(amount[at / L::kScale - first] >> kBlackShift);
+    for (int p = lo; p <= hi; ++p) any |= amount[p];
+    if (any == 0) return false;
+    // The dots of a pixel in pairs (only the highest resolution keeps a source line); the run's first
+    // dot alone when its pixel's other dot came before.
+    int i = 0, at = x;
+    if ((at & 1) == (kStep > 0 ? 1 : 0)) amounts[i++] = amount[(at >> 1) - first], at += kStep;
+    for (; i + 1 < n; i += 2, at += 2 * kStep) amounts[i] = amounts[i + 1] = amount[(at >> 1) - first];
+    if (i < n) amounts[i] = amount[(at >> 1) - first];
   } else {
     std::uint32_t keys[kRunDots];
     if (RunKeys<L::kScale, kStep>(s, src, x, n, keys)) {
