@@ -1,9 +1,9 @@
 // Error diffusion. Every renderer on every instruction set writes what the portable kernels write (the
-// whole-stream suite pins the portable path's pages), over a grid of line widths up to the widest page
-// at every print quality, with error lines, planes and bands allocated to their exact sizes so that the
-// sanitizers see any byte outside them. Then the edges no printed page reaches: partial last bytes and
-// the blank chain's shortcut against the full chain. The whole-stream suite pins the seeding of the error
-// lines and, on its black-and-white pages, amounts 0 and 255.
+// whole-stream suite pins the portable path's pages; on a monochrome device, what reaches its stream), over a grid of
+// line widths up to the widest page at every print quality, with error lines, planes and bands allocated to their exact
+// sizes so that the sanitizers see any byte outside them. Then the edges no printed page reaches: partial last bytes
+// and the blank chain's shortcut against the full chain. The whole-stream suite pins the seeding of the error lines
+// and, on its black-and-white pages, amounts 0 and 255.
 #include <gtest/gtest.h>
 
 #include <algorithm>
