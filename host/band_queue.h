@@ -53,7 +53,7 @@ class BandQueue {
   BandQueue& operator=(const BandQueue&) = delete;
 
   // Starts the input side on its own thread (once). When `input` returns, the queue is closed: a Lend
-  // past the last band answers false. Wait waits for it to return.
+  // past the last band answers null. Wait waits for it to return.
   void Run(std::function<void()> input);
   void Wait();
 
@@ -63,10 +63,10 @@ class BandQueue {
   bool Put(const BandRect& band, int bytesPerPixel, const Fill& fill);
   void Fail(const std::string& reason);
 
-  // The plug-in's side. Lend waits for the next band and answers its pixels, rows BandRowStride apart,
-  // in a buffer of exactly the band's bytes that stays as it is until GiveBack or the next Lend; null when the input
-  // side failed (Error() says why), ended, or queued another rectangle than the one asked for. Stop tells the input
-  // side that no more bands are wanted.
+  // The plug-in's side. Lend waits for the next band and answers its pixels, rows BandRowStride
+  // apart, in a buffer of exactly the band's bytes that stays as it is until GiveBack or the next
+  // Lend; null when the input side failed (Error() says why), ended, or queued another rectangle than
+  // the one asked for. Stop tells the input side that no more bands are wanted.
   const std::uint8_t* Lend(const BandRect& band);
   void GiveBack();
   void Stop();
