@@ -120,6 +120,7 @@ struct MultiStripe {
   // With the vector chain: the thresholds' spreading kernel, and in monochrome (Gray) the amounts of
   // each gray byte, so that every pixel is converted (eight keys a step) and looked up with no cache walk.
   detail::SpreadThresholdsFn SpreadThresholds;
+  detail::SpreadBlackThresholdsFn SpreadBlack;
   bool Gray;
   bool BlackOnly;  // the chain carries black alone (a monochrome device)
   std::uint64_t GrayAmounts[256];
@@ -436,12 +437,7 @@ bool PrepareRunBlack(MultiStripe& s, detail::SourceLine src, const SourceAmounts
     if (any == 0) return false;
   }
   for (int i = n; i < ((n + 15) & ~15); ++i) amounts[i] = 0;
-  // The map's line, sixteen positions at a time (x .. x + 15 at doubled[x & 127 ..], x .. x - 15 at
-  // doubled[(x & 127) + 128 ..] downward).
-  for (int i = 0; i < n; i += 16) {
-    const std::uint8_t* at = doubledMap + ((x + kStep * i) & 127) + (kStep > 0 ? 0 : 128);
-    for (int k = 0; k < 16; ++k) thresholds[i + k] = at[kStep * k];
-  }
+  s.SpreadBlack(doubledMap, x, kStep, n, thresholds);
   // The jitter columns, as PrepareRunPacked draws for black.
   const auto span = static_cast<std::uint16_t>(jitterHigh - jitterLow);
   for (int i = (kStep * (jitterColumn - x)) & 3; i < n; i += 4) {
@@ -589,6 +585,7 @@ std::uint32_t DiffuseMulti(DeviceState& state, int firstLine, int height, const 
   const InstructionSet set = ActiveInstructionSet();
   s.Cache = detail::StartConversion(state);
   s.SpreadThresholds = detail::SpreadThresholdsFor(set);
+  s.SpreadBlack = detail::SpreadBlackThresholdsFor(set);
   s.Gray = state.ColorMode == 1 && detail::ChainRunFor(set, kQ, +1, false) != nullptr;
   // A monochrome device's stream carries its black plane alone, and its ink split leaves the other inks
   // at 0 (no dot, no jitter draw): their error lines and planes can never reach the printer, so the

@@ -89,6 +89,12 @@ using SpreadThresholdsFn = void (*)(const std::uint8_t* doubled, int x, int step
 
 SpreadThresholdsFn SpreadThresholdsFor(InstructionSet set);
 
+// The same for the black chain: out[i] = doubled[(x + i step) & 127] as a 16-bit value, written whole to
+// the next multiple of sixteen dots. Null where ChainRunFor is null.
+using SpreadBlackThresholdsFn = void (*)(const std::uint8_t* doubled, int x, int step, int n, std::int16_t* out);
+
+SpreadBlackThresholdsFn SpreadBlackThresholdsFor(InstructionSet set);
+
 // The amounts of n converted pixels (packed lightness, cyan in the lowest byte) through an ink-split
 // table whose entries lie within +-1024, in 16-bit lanes: out[k] is PackedInks(converted[k], split,
 // yellowCap) (src/halftone/diffusion.h). Answers the OR of every word. Null where ChainRunFor is null.
