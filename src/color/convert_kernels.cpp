@@ -4,10 +4,11 @@
 // by side), their four inks widen to 16-bit lanes, are multiplied by the corner weights and summed,
 // and the four sums are divided by 255 at once. The weights sum to 255, so no 16-bit lane can
 // overflow and the result is the scalar formula's bit for bit. The base corner takes what the other
-// seven weights leave of 255: the table's byte 0 is raised by the rounding loss. White input, the six
-// full-intensity corners and the pixels whose three fractions are alike (every neutral pixel and every
-// grid point among them) go to ConvertPixel. A pixel's cell comes from three prepared parts, one per
-// channel, that fold the device's tone curve into the cell's offset and weight index.
+// seven weights leave of 255: the kernels read the weights from a copy of the table made at compile
+// time with byte 0 already raised by the rounding loss. White input, the six full-intensity corners
+// and the pixels whose three fractions are alike (every neutral pixel and every grid point among them)
+// go to ConvertPixel. A pixel's cell comes from three prepared parts, one per channel, that fold the
+// device's tone curve into the cell's offset and weight index.
 #include <cstring>
 
 #include "src/color/color_internal.h"
@@ -47,7 +48,8 @@ void ConvertPreparedPortable(const std::uint32_t* keys, int count, std::uint32_t
 // What a curve output v contributes to its cell, per channel, so that the three channels' parts add up
 // without carries: the grid offset of its cell (bits 0..15, at most 18,420), its place in the weight
 // table's index (bits 16..27: red (v & 15) << 8, green << 4, blue << 0), and 1 << 29 when v is 0 or 255
-// (bits 29..30 count the channels at a full-intensity end).
+// (bits 29..30 count the channels at a full-intensity end; PrepareConvertParts counts an input byte of
+// 255 there too, so that white input counts three whatever its curves make of it).
 constexpr std::uint32_t kPartExtreme = 1u << 29;
 struct ChannelParts {
   std::uint32_t Of[3][256];
@@ -66,6 +68,30 @@ constexpr ChannelParts MakeChannelParts() {
 constexpr ChannelParts kChannelParts = MakeChannelParts();
 static_assert(GridOffset(15, 15, 15) < 1 << 16);
 
+// InterpolationWeights with each entry's byte 0 raised to 255 minus the other seven (the weight the
+// conversion gives the base corner), worked out at compile time by the weights' own formula:
+// floor(255 ar ag ab / 4096), a = f or 16 - f per axis. 32 KiB of read-only data; the batch kernel's
+// test holds every entry to the table through ConvertPixel.
+struct RaisedWeights {
+  alignas(64) std::uint8_t Of[4096][8];
+};
+constexpr RaisedWeights MakeRaisedWeights() {
+  RaisedWeights raised{};
+  for (int index = 0; index < 4096; ++index) {
+    const int f[3] = {index >> 8, (index >> 4) & 15, index & 15};
+    int others = 0;
+    for (int corner = 7; corner >= 0; --corner) {
+      int product = 255;
+      for (int axis = 0; axis < 3; ++axis) product *= (corner >> axis & 1) ? f[axis] : 16 - f[axis];
+      const int weight = corner == 0 ? 255 - others : product / 4096;
+      others += weight;
+      raised.Of[index][corner] = static_cast<std::uint8_t>(weight);
+    }
+  }
+  return raised;
+}
+constexpr RaisedWeights kRaisedWeights = MakeRaisedWeights();
+
 #if INKWEAVE_X86_KERNELS
 
 // What the SIMD kernels need of a colour pixel: its cell's base grid point and its weights, or null
@@ -75,23 +101,21 @@ struct Cell {
   const std::uint8_t* Weights;
 };
 
-// A pixel's cell from its three prepared parts. The special cases are white input, the six
-// full-intensity corners and neutral input; a pixel whose three fractions are equal (every neutral
-// one) goes to ConvertPixel as well, which converts any pixel exactly.
+// A pixel's cell from its three prepared parts. The special cases are white input and the six
+// full-intensity corners (both count three channels at an end) and neutral input; a pixel whose three
+// fractions are equal (every neutral one) goes to ConvertPixel as well, which converts any pixel
+// exactly (so does it the rare pixel that counts three only through an input byte of 255).
 [[gnu::always_inline]] inline Cell CellOf(std::uint32_t key, const ConvertParts& parts, const std::uint8_t* lut) {
   const std::uint32_t cell = parts.Of[0][key & 255] + parts.Of[1][(key >> 8) & 255] + parts.Of[2][key >> 16];
-  const bool white = key == 0xFFFFFF;
   const bool corner = cell >= 3 * kPartExtreme;
   const bool even = ((cell ^ (cell >> 4)) & 0xFF0000) == 0;  // red, green and blue fractions alike
-  if (white | corner | even) return {nullptr, nullptr};
-  return {lut + (cell & 0xFFFF), InterpolationWeights[(cell >> 16) & 0xFFF]};
+  if (corner | even) return {nullptr, nullptr};
+  return {lut + (cell & 0xFFFF), kRaisedWeights.Of[(cell >> 16) & 0xFFF]};
 }
 
-// The weights of corners 0..7 in bytes 0..7, the base corner's raised to 255 minus the others.
+// The weights of corners 0..7 in bytes 0..7 (the base corner's raised).
 INKWEAVE_TARGET_SSE41 inline __m128i CornerWeights(const std::uint8_t* weights) {
-  const __m128i w = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(weights));
-  const __m128i loss = _mm_sub_epi64(_mm_set_epi64x(0, 255), _mm_sad_epu8(w, _mm_setzero_si128()));
-  return _mm_add_epi8(w, loss);
+  return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(weights));
 }
 
 // Two corner pairs: the 8 bytes at p (corners c, c + 4) and at p + step (the next two) in 16 bytes.
@@ -189,7 +213,9 @@ INKWEAVE_TARGET_AVX2 inline std::uint32_t ConvertOneAvx2(std::uint32_t key, cons
   if (cell.Base == nullptr) return ConvertKey(key, state);
   const __m256i a = _mm256_cvtepu8_epi16(CornerPairs(cell.Base, kRedStep));
   const __m256i b = _mm256_cvtepu8_epi16(CornerPairs(cell.Base + kGreenStep, kRedStep));
-  const __m256i w = _mm256_broadcastsi128_si256(CornerWeights(cell.Weights));
+  std::int64_t weights;
+  std::memcpy(&weights, cell.Weights, sizeof weights);
+  const __m256i w = _mm256_set1_epi64x(weights);
   const __m256i products = _mm256_add_epi16(_mm256_mullo_epi16(a, _mm256_shuffle_epi8(w, spreadA)),
                                             _mm256_mullo_epi16(b, _mm256_shuffle_epi8(w, spreadB)));
   const __m128i sums = _mm_add_epi16(_mm256_castsi256_si128(products), _mm256_extracti128_si256(products, 1));
@@ -222,6 +248,7 @@ void PrepareConvertParts(const DeviceState& state, ConvertParts& parts) {
   for (int c = 0; c < 3; ++c) {
     const std::uint8_t* curve = state.ToneCurves + (kCurveRed + c) * 256;
     for (int v = 0; v < 256; ++v) parts.Of[c][v] = kChannelParts.Of[c][curve[v]];
+    parts.Of[c][255] |= kPartExtreme;  // white input counts three
   }
 }
 
