@@ -129,6 +129,7 @@ struct ConversionCache {
   std::uint64_t Packed;     // the same in 16-bit lanes (PackedInks), kept by AmountsOfStretchPacked only
   SplitInksFn SplitPacked;  // PackedInks of many pixels (null: none for the active instruction set)
   DistinctKeysFn Distinct;  // the keys that differ from the one before them
+  WalkStretchFn Walk;       // and the words of a stretch's keys from theirs
   const std::int16_t (*Split)[4];
   int YellowCap;
 };
@@ -139,6 +140,7 @@ inline ConversionCache StartConversion(const DeviceState& state) {
   cache.Convert = ConvertPreparedFor(ActiveInstructionSet());
   cache.SplitPacked = SplitInksFor(ActiveInstructionSet());
   cache.Distinct = DistinctKeysFor(ActiveInstructionSet());
+  cache.Walk = WalkStretchFor(ActiveInstructionSet());
   PrepareConvertParts(state, cache.Parts);
   ClearColorMemory(cache.Colors);
   cache.Split = InkSplitTable[InkSplitTableIndex(state)];
@@ -223,14 +225,9 @@ inline std::uint64_t AmountsOfStretchPacked(ConversionCache& cache, const std::u
   } else {
     for (int k = 0; k < distinct; ++k) any |= words[k] = PackedInks(converted[k], cache.Split, cache.YellowCap);
   }
-  std::uint32_t key = cache.Key;
-  std::uint64_t packed = cache.Packed;
-  for (int i = 0, next = 0; i < count; ++i) {
-    if (keys[i] != key) key = keys[i], packed = words[next++];
-    amounts[std::ptrdiff_t{i} * stride] = packed;
-  }
-  cache.Key = key;
-  cache.Packed = packed;
+  cache.Walk(keys, count, cache.Key, cache.Packed, words, amounts, stride);
+  cache.Key = keys[count - 1];
+  cache.Packed = amounts[std::ptrdiff_t{count - 1} * stride];
   return any;
 }
 

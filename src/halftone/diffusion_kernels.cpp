@@ -35,6 +35,15 @@ int DistinctKeysPortable(const std::uint32_t* keys, int count, std::uint32_t las
   return distinct;
 }
 
+// The walk along a stretch one key at a time.
+void WalkStretchPortable(const std::uint32_t* keys, int count, std::uint32_t last, std::uint64_t word,
+                         const std::uint64_t* words, std::uint64_t* amounts, int stride) {
+  for (int i = 0, next = 0; i < count; ++i) {
+    if (keys[i] != last) last = keys[i], word = words[next++];
+    amounts[std::ptrdiff_t{i} * stride] = word;
+  }
+}
+
 #if INKWEAVE_X86_KERNELS
 
 constexpr int kYellowLane = kYellowPlane;  // ink k in lane k of a word
@@ -706,6 +715,111 @@ INKWEAVE_TARGET_AVX2 int DistinctKeysAvx2(const std::uint32_t* keys, int count, 
   return distinct + DistinctKeysPortable(keys + i, count - i, last, fresh + distinct);
 }
 
+// Eight keys a step, compared with the keys one before them: a group whose every key differs takes the
+// next eight words as they lie, a group of one key its word eight times, the rest a key at a time.
+INKWEAVE_TARGET_AVX2 void WalkStretchAvx2(const std::uint32_t* keys, int count, std::uint32_t last, std::uint64_t word,
+                                          const std::uint64_t* words, std::uint64_t* amounts, int stride) {
+  if (stride != 1 || count < 8) return WalkStretchPortable(keys, count, last, word, words, amounts, stride);
+  const __m256i first = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(keys));
+  __m256i before = _mm256_permutevar8x32_epi32(first, _mm256_setr_epi32(0, 0, 1, 2, 3, 4, 5, 6));
+  before = _mm256_blend_epi32(before, _mm256_set1_epi32(static_cast<int>(last)), 1);
+  int i = 0, next = 0;
+  for (;;) {
+    const __m256i now = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(keys + i));
+    const auto differ =
+        static_cast<unsigned>(~_mm256_movemask_ps(_mm256_castsi256_ps(_mm256_cmpeq_epi32(now, before))) & 0xFF);
+    auto* out = reinterpret_cast<__m256i*>(amounts + i);
+    if (differ == 0xFF) {
+      _mm256_storeu_si256(out, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(words + next)));
+      _mm256_storeu_si256(out + 1, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(words + next + 4)));
+      word = words[next + 7];
+      next += 8;
+    } else if (differ == 0) {
+      const __m256i same = _mm256_set1_epi64x(static_cast<long long>(word));
+      _mm256_storeu_si256(out, same);
+      _mm256_storeu_si256(out + 1, same);
+    } else {
+      for (int j = 0; j < 8; ++j) {
+        if (differ >> j & 1) word = words[next++];
+        amounts[i + j] = word;
+      }
+    }
+    i += 8;
+    if (i + 8 > count) break;
+    before = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(keys + i - 1));
+  }
+  WalkStretchPortable(keys + i, count - i, keys[i - 1], word, words + next, amounts + i, 1);
+}
+
+// The jitter draws as thresholds, (ThresholdJitterWide[j] >> 4) + 200 in 16 bits (the vector chain's
+// range keeps them there), the first three again behind the last so that four draws from any index are
+// one load; 2 KiB built when the library loads.
+struct JitterDrawTable {
+  std::int16_t Draw[1024 + 3];
+};
+JitterDrawTable MakeJitterDraws() {
+  JitterDrawTable table{};
+  for (int j = 0; j < 1024 + 3; ++j)
+    table.Draw[j] = static_cast<std::int16_t>((ThresholdJitterWide[j & 1023] >> 4) + 200);
+  return table;
+}
+const JitterDrawTable kJitterDraws = MakeJitterDraws();
+
+// For each mask of the inks that draw (bit k: ink k), the byte shuffle that hands the r-th draw to the
+// r-th of them in the order black, cyan, magenta, yellow (0x80 where an ink does not draw), and how many
+// draw.
+struct DrawLanes {
+  std::uint8_t Shuffle[16][8];
+  std::uint8_t Count[16];
+};
+constexpr DrawLanes MakeDrawLanes() {
+  constexpr int kOrder[4] = {kBlackPlane, kCyanPlane, kMagentaPlane, kYellowPlane};
+  DrawLanes lanes{};
+  for (int mask = 0; mask < 16; ++mask) {
+    int rank = 0;
+    for (const int ink : kOrder) {
+      const bool draws = (mask >> ink & 1) != 0;
+      lanes.Shuffle[mask][2 * ink] = static_cast<std::uint8_t>(draws ? 2 * rank : 0x80);
+      lanes.Shuffle[mask][2 * ink + 1] = static_cast<std::uint8_t>(draws ? 2 * rank + 1 : 0x80);
+      rank += draws ? 1 : 0;
+    }
+    lanes.Count[mask] = static_cast<std::uint8_t>(rank);
+  }
+  return lanes;
+}
+constexpr DrawLanes kDrawLanes = MakeDrawLanes();
+
+// A jitter dot a step, without a branch on its inks: their range as a compare mask, the next four draws
+// in one load shuffled to the inks that draw, blended into the dot's thresholds by the mask.
+[[gnu::always_inline]] INKWEAVE_TARGET_SSE41 inline unsigned JitterDrawsBody(const std::uint64_t* amounts, int start,
+                                                                             int n, int low, int high, unsigned index,
+                                                                             std::uint64_t* thresholds) {
+  const __m128i below = _mm_set1_epi16(static_cast<short>(low - 1));
+  const __m128i above = _mm_set1_epi16(static_cast<short>(high + 1));
+  for (int i = start; i < n; i += 4) {
+    const __m128i amount = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(amounts + i));
+    const __m128i in = _mm_and_si128(_mm_cmpgt_epi16(amount, below), _mm_cmplt_epi16(amount, above));
+    const int mask = _mm_movemask_epi8(_mm_packs_epi16(in, in)) & 15;
+    const __m128i draws = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(kJitterDraws.Draw + index));
+    const __m128i placed =
+        _mm_shuffle_epi8(draws, _mm_loadl_epi64(reinterpret_cast<const __m128i*>(kDrawLanes.Shuffle[mask])));
+    auto* threshold = reinterpret_cast<__m128i*>(thresholds + i);
+    _mm_storel_epi64(threshold, _mm_blendv_epi8(_mm_loadl_epi64(threshold), placed, in));
+    index = (index + kDrawLanes.Count[mask]) & 1023u;
+  }
+  return index;
+}
+
+INKWEAVE_TARGET_SSE41 unsigned JitterDrawsSse41(const std::uint64_t* amounts, int start, int n, int low, int high,
+                                                unsigned index, std::uint64_t* thresholds) {
+  return JitterDrawsBody(amounts, start, n, low, high, index, thresholds);
+}
+
+INKWEAVE_TARGET_AVX2 unsigned JitterDrawsAvx2(const std::uint64_t* amounts, int start, int n, int low, int high,
+                                              unsigned index, std::uint64_t* thresholds) {
+  return JitterDrawsBody(amounts, start, n, low, high, index, thresholds);
+}
+
 template <Quantiser kQ, bool kBlank>
 ChainRunFn Pick(InstructionSet set, int step) {
   if (set == InstructionSet::kAvx2) return step > 0 ? &ChainRunAvx2<kQ, 1, kBlank> : &ChainRunAvx2<kQ, -1, kBlank>;
@@ -772,6 +886,24 @@ DistinctKeysFn DistinctKeysFor(InstructionSet set) {
 #endif
   static_cast<void>(set);
   return &DistinctKeysPortable;
+}
+
+WalkStretchFn WalkStretchFor(InstructionSet set) {
+#if INKWEAVE_X86_KERNELS
+  if (set == InstructionSet::kAvx2) return &WalkStretchAvx2;
+#endif
+  static_cast<void>(set);
+  return &WalkStretchPortable;
+}
+
+JitterDrawsFn JitterDrawsFor(InstructionSet set) {
+#if INKWEAVE_X86_KERNELS
+  if (ChainRunFor(set, Quantiser::Mid, 1, false) == nullptr) return nullptr;
+  return set == InstructionSet::kAvx2 ? &JitterDrawsAvx2 : &JitterDrawsSse41;
+#else
+  static_cast<void>(set);
+  return nullptr;
+#endif
 }
 
 SplitInksFn SplitInksFor(InstructionSet set) {

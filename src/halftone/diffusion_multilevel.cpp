@@ -121,6 +121,7 @@ struct MultiStripe {
   // each gray byte, so that every pixel is converted (eight keys a step) and looked up with no cache walk.
   detail::SpreadThresholdsFn SpreadThresholds;
   detail::SpreadBlackThresholdsFn SpreadBlack;
+  detail::JitterDrawsFn JitterDraws;  // in colour
   bool Gray;
   bool BlackOnly;  // the chain carries black alone (a monochrome device)
   std::uint64_t GrayAmounts[256];
@@ -387,7 +388,12 @@ bool PrepareRunPacked(MultiStripe& s, detail::SourceLine src, const SourceAmount
   const int inks = (any & kColourLanes) == 0 ? 1 : 4;
   s.SpreadThresholds(doubledMap, x, kStep, n, thresholds);
   // The jitter columns (x & 3 == jitterColumn), every fourth dot of the run in its order: a draw for
-  // each mid-tone ink, in the fixed ink order.
+  // each mid-tone ink, in the fixed ink order (in colour by the kernel, a dot a step without a branch).
+  if (inks == 4) {
+    s.JitterIndex =
+        s.JitterDraws(amounts, (kStep * (jitterColumn - x)) & 3, n, jitterLow, jitterHigh, s.JitterIndex, thresholds);
+    return true;
+  }
   const auto span = static_cast<std::uint16_t>(jitterHigh - jitterLow);
   for (int i = (kStep * (jitterColumn - x)) & 3; i < n; i += 4) {
     for (int order = 0; order < inks; ++order) {
@@ -586,6 +592,7 @@ std::uint32_t DiffuseMulti(DeviceState& state, int firstLine, int height, const 
   s.Cache = detail::StartConversion(state);
   s.SpreadThresholds = detail::SpreadThresholdsFor(set);
   s.SpreadBlack = detail::SpreadBlackThresholdsFor(set);
+  s.JitterDraws = detail::JitterDrawsFor(set);
   s.Gray = state.ColorMode == 1 && detail::ChainRunFor(set, kQ, +1, false) != nullptr;
   // A monochrome device's stream carries its black plane alone, and its ink split leaves the other inks
   // at 0 (no dot, no jitter draw): their error lines and planes can never reach the printer, so the

@@ -109,4 +109,21 @@ using DistinctKeysFn = int (*)(const std::uint32_t* keys, int count, std::uint32
 
 DistinctKeysFn DistinctKeysFor(InstructionSet set);
 
+// The walk along a stretch: amounts[i * stride] is the word of keys[i], where words[] holds in their order
+// the words of the keys that differ from the one before them and `word` is the word of `last`, which
+// stands for keys[-1] (DistinctKeysFn's keys with their amounts). Every instruction set has one.
+using WalkStretchFn = void (*)(const std::uint32_t* keys, int count, std::uint32_t last, std::uint64_t word,
+                               const std::uint64_t* words, std::uint64_t* amounts, int stride);
+
+WalkStretchFn WalkStretchFor(InstructionSet set);
+
+// The jitter draws of a run's dots start, start + 4, ... < n: each ink whose amount (16-bit lanes, ink k in
+// lane k) lies in low..high takes the draw (ThresholdJitterWide[index] >> 4) + 200 as its threshold, in
+// the fixed ink order black, cyan, magenta, yellow, the index moving on by one a draw (mod 1024).
+// Answers the index after the run's last draw. Null where ChainRunFor is null.
+using JitterDrawsFn = unsigned (*)(const std::uint64_t* amounts, int start, int n, int low, int high, unsigned index,
+                                   std::uint64_t* thresholds);
+
+JitterDrawsFn JitterDrawsFor(InstructionSet set);
+
 }  // namespace inkweave::detail
