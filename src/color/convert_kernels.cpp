@@ -104,7 +104,7 @@ struct Cell {
 // A pixel's cell from its three prepared parts. The special cases are white input and the six
 // full-intensity corners (both count three channels at an end) and neutral input; a pixel whose three
 // fractions are equal (every neutral one) goes to ConvertPixel as well, which converts any pixel
-// exactly (so does it the rare pixel that counts three only through an input byte of 255).
+// exactly, as it does the rare pixel that counts three only through an input byte of 255.
 [[gnu::always_inline]] inline Cell CellOf(std::uint32_t key, const ConvertParts& parts, const std::uint8_t* lut) {
   const std::uint32_t cell = parts.Of[0][key & 255] + parts.Of[1][(key >> 8) & 255] + parts.Of[2][key >> 16];
   const bool corner = cell >= 3 * kPartExtreme;

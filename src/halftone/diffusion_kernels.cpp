@@ -765,20 +765,20 @@ JitterDrawTable MakeJitterDraws() {
 }
 const JitterDrawTable kJitterDraws = MakeJitterDraws();
 
-// For each mask of the inks that draw (bit k: ink k), the byte shuffle that hands the r-th draw to the
-// r-th of them in the order black, cyan, magenta, yellow (0x80 where an ink does not draw), and how many
-// draw.
+// For each byte mask of the inks that draw (bits 2k and 2k + 1: ink k; only masks with both or neither
+// occur), the byte shuffle that hands the r-th draw to the r-th of them in the order black, cyan,
+// magenta, yellow (0x80 where an ink does not draw), and how many draw. 2,304 bytes.
 struct DrawLanes {
-  std::uint8_t Shuffle[16][8];
-  std::uint8_t Count[16];
+  std::uint8_t Shuffle[256][8];
+  std::uint8_t Count[256];
 };
 constexpr DrawLanes MakeDrawLanes() {
   constexpr int kOrder[4] = {kBlackPlane, kCyanPlane, kMagentaPlane, kYellowPlane};
   DrawLanes lanes{};
-  for (int mask = 0; mask < 16; ++mask) {
+  for (int mask = 0; mask < 256; ++mask) {
     int rank = 0;
     for (const int ink : kOrder) {
-      const bool draws = (mask >> ink & 1) != 0;
+      const bool draws = (mask >> (2 * ink) & 1) != 0;
       lanes.Shuffle[mask][2 * ink] = static_cast<std::uint8_t>(draws ? 2 * rank : 0x80);
       lanes.Shuffle[mask][2 * ink + 1] = static_cast<std::uint8_t>(draws ? 2 * rank + 1 : 0x80);
       rank += draws ? 1 : 0;
@@ -796,18 +796,20 @@ constexpr DrawLanes kDrawLanes = MakeDrawLanes();
                                                                              std::uint64_t* thresholds) {
   const __m128i below = _mm_set1_epi16(static_cast<short>(low - 1));
   const __m128i above = _mm_set1_epi16(static_cast<short>(high + 1));
+  std::size_t at = index;
   for (int i = start; i < n; i += 4) {
     const __m128i amount = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(amounts + i));
+    // The upper lanes hold 0, below every range.
     const __m128i in = _mm_and_si128(_mm_cmpgt_epi16(amount, below), _mm_cmplt_epi16(amount, above));
-    const int mask = _mm_movemask_epi8(_mm_packs_epi16(in, in)) & 15;
-    const __m128i draws = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(kJitterDraws.Draw + index));
+    const auto mask = static_cast<unsigned>(_mm_movemask_epi8(in));
+    const __m128i draws = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(kJitterDraws.Draw + at));
     const __m128i placed =
         _mm_shuffle_epi8(draws, _mm_loadl_epi64(reinterpret_cast<const __m128i*>(kDrawLanes.Shuffle[mask])));
     auto* threshold = reinterpret_cast<__m128i*>(thresholds + i);
     _mm_storel_epi64(threshold, _mm_blendv_epi8(_mm_loadl_epi64(threshold), placed, in));
-    index = (index + kDrawLanes.Count[mask]) & 1023u;
+    at = (at + kDrawLanes.Count[mask]) & 1023u;
   }
-  return index;
+  return static_cast<unsigned>(at);
 }
 
 INKWEAVE_TARGET_SSE41 unsigned JitterDrawsSse41(const std::uint64_t* amounts, int start, int n, int low, int high,
