@@ -794,12 +794,12 @@ constexpr DrawLanes kDrawLanes = MakeDrawLanes();
 [[gnu::always_inline]] INKWEAVE_TARGET_SSE41 inline unsigned JitterDrawsBody(const std::uint64_t* amounts, int start,
                                                                              int n, int low, int high, unsigned index,
                                                                              std::uint64_t* thresholds) {
-  const __m128i below = _mm_set1_epi16(static_cast<short>(low - 1));
+  // The upper four lanes (no ink) never lie in the range: nothing exceeds 0x7FFF.
+  const __m128i below = _mm_unpacklo_epi64(_mm_set1_epi16(static_cast<short>(low - 1)), _mm_set1_epi16(0x7FFF));
   const __m128i above = _mm_set1_epi16(static_cast<short>(high + 1));
   std::size_t at = index;
   for (int i = start; i < n; i += 4) {
     const __m128i amount = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(amounts + i));
-    // The upper lanes hold 0, below every range.
     const __m128i in = _mm_and_si128(_mm_cmpgt_epi16(amount, below), _mm_cmplt_epi16(amount, above));
     const auto mask = static_cast<unsigned>(_mm_movemask_epi8(in));
     const __m128i draws = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(kJitterDraws.Draw + at));
