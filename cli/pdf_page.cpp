@@ -92,7 +92,13 @@ bool PdfPage::RenderStrip(const Strip& strip, std::string* error) {
   strip_ = {};
   // Opaque white under the page, as premultiplied ARGB: poppler does not paint the background itself,
   // and over an opaque ground every pixel stays opaque, so the colour channels are the final RGB.
-  pixels_.assign(static_cast<std::size_t>(w) * static_cast<std::size_t>(h), 0xFFFFFFFFu);
+  const std::size_t count = static_cast<std::size_t>(w) * static_cast<std::size_t>(h);
+  if (count != pixelCount_) {
+    pixels_.reset();
+    pixels_ = host::AllocateLargeBuffer(count * sizeof(std::uint32_t));
+    pixelCount_ = count;
+  }
+  std::fill_n(Pixels(), count, 0xFFFFFFFFu);
   // libvips' loader rendered a page in tiles of 4000 x 4000 pixels, each on a surface whose origin is
   // the tile's corner. Where the strip crosses tiles it is rendered a piece per tile, with the tile's
   // transform and the piece's place in the tile as the surface's device offset, so that every path
@@ -104,7 +110,7 @@ bool PdfPage::RenderStrip(const Strip& strip, std::string* error) {
     for (std::int32_t tileLeft = x / kTile * kTile; tileLeft < x + w; tileLeft += kTile) {
       const std::int32_t left = std::max(x, tileLeft), top = std::max(y, tileTop);
       const std::int32_t right = std::min(x + w, tileLeft + kTile), bottom = std::min(y + h, tileTop + kTile);
-      std::uint32_t* corner = pixels_.data() + static_cast<std::size_t>(top - y) * static_cast<std::size_t>(w) +
+      std::uint32_t* corner = Pixels() + static_cast<std::size_t>(top - y) * static_cast<std::size_t>(w) +
                               static_cast<std::size_t>(left - x);
       cairo_surface_t* surface = cairo_image_surface_create_for_data(
           reinterpret_cast<unsigned char*>(corner), CAIRO_FORMAT_ARGB32, right - left, bottom - top, w * 4);
@@ -149,7 +155,7 @@ bool PdfPage::Render(std::int32_t x, std::int32_t y, std::int32_t w, std::int32_
   }
 
   for (std::int32_t row = 0; row < h; ++row) {
-    const std::uint32_t* in = pixels_.data() + static_cast<std::size_t>(y - strip_.Y + row) * strip_.W + (x - strip_.X);
+    const std::uint32_t* in = Pixels() + static_cast<std::size_t>(y - strip_.Y + row) * strip_.W + (x - strip_.X);
     std::uint8_t* out = dst + stride * static_cast<std::size_t>(row);
     for (std::int32_t col = 0; col < w; ++col, out += 3) {
       const std::uint32_t argb = in[col];

@@ -9,7 +9,8 @@
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <vector>
+
+#include "host/large_buffer.h"
 
 namespace inkweave::cli {
 
@@ -56,7 +57,9 @@ class PdfPage {
   struct Strip {
     std::int32_t X = 0, Y = 0, W = 0, H = 0;
   } strip_;
-  std::vector<std::uint32_t> pixels_;
+  host::LargeBuffer pixels_;
+  std::size_t pixelCount_ = 0;
+  std::uint32_t* Pixels() const { return reinterpret_cast<std::uint32_t*>(pixels_.get()); }
   bool RenderStrip(const Strip& strip, std::string* error);
 };
 

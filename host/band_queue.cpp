@@ -64,7 +64,7 @@ bool BandQueue::Put(const BandRect& band, int bytesPerPixel, const Fill& fill) {
   const std::size_t bytes = stride * static_cast<std::size_t>(band.Height);
   if (slot.Bytes != bytes) {
     slot.Pixels.reset();
-    slot.Pixels = std::make_unique_for_overwrite<std::uint8_t[]>(bytes);
+    slot.Pixels = AllocateLargeBuffer(bytes);
     slot.Bytes = bytes;
   }
   slot.Band = band;

@@ -27,6 +27,8 @@
 #include <thread>
 #include <vector>
 
+#include "host/large_buffer.h"
+
 namespace inkweave::host {
 
 // A band's rectangle on the host's surface, pixels.
@@ -75,7 +77,7 @@ class BandQueue {
  private:
   struct Slot {
     BandRect Band;
-    std::unique_ptr<std::uint8_t[]> Pixels;
+    LargeBuffer Pixels;
     std::size_t Bytes = 0;  // what Pixels holds
   };
   void Close();
