@@ -4,8 +4,8 @@
 // by side), their four inks widen to 16-bit lanes, are multiplied by the corner weights and summed,
 // and the four sums are divided by 255 at once. The weights sum to 255, so no 16-bit lane can
 // overflow and the result is the scalar formula's bit for bit. The base corner takes what the other
-// seven weights leave of 255: the kernels read the weights from a copy of the table made at compile
-// time with byte 0 already raised by the rounding loss. White input, the six full-intensity corners
+// seven weights leave of 255: the kernels read the weights from a copy of the table made when the
+// library loads with byte 0 already raised by the rounding loss. White input, the six full-intensity corners
 // and the pixels whose three fractions are alike (every neutral pixel and every grid point among them)
 // go to ConvertPixel. A pixel's cell comes from three prepared parts, one per channel, that fold the
 // device's tone curve into the cell's offset and weight index.
@@ -69,28 +69,20 @@ constexpr ChannelParts kChannelParts = MakeChannelParts();
 static_assert(GridOffset(15, 15, 15) < 1 << 16);
 
 // InterpolationWeights with each entry's byte 0 raised to 255 minus the other seven (the weight the
-// conversion gives the base corner), worked out at compile time by the weights' own formula:
-// floor(255 ar ag ab / 4096), a = f or 16 - f per axis. 32 KiB of read-only data; the batch kernel's
-// test holds every entry to the table through ConvertPixel.
+// conversion gives the base corner), made once when the library loads. 32 KiB of data no call writes.
 struct RaisedWeights {
   alignas(64) std::uint8_t Of[4096][8];
 };
-constexpr RaisedWeights MakeRaisedWeights() {
+RaisedWeights MakeRaisedWeights() {
   RaisedWeights raised{};
   for (int index = 0; index < 4096; ++index) {
-    const int f[3] = {index >> 8, (index >> 4) & 15, index & 15};
     int others = 0;
-    for (int corner = 7; corner >= 0; --corner) {
-      int product = 255;
-      for (int axis = 0; axis < 3; ++axis) product *= (corner >> axis & 1) ? f[axis] : 16 - f[axis];
-      const int weight = corner == 0 ? 255 - others : product / 4096;
-      others += weight;
-      raised.Of[index][corner] = static_cast<std::uint8_t>(weight);
-    }
+    for (int corner = 1; corner < 8; ++corner) others += raised.Of[index][corner] = InterpolationWeights[index][corner];
+    raised.Of[index][0] = static_cast<std::uint8_t>(255 - others);
   }
   return raised;
 }
-constexpr RaisedWeights kRaisedWeights = MakeRaisedWeights();
+const RaisedWeights kRaisedWeights = MakeRaisedWeights();
 
 #if INKWEAVE_X86_KERNELS
 

@@ -406,11 +406,12 @@ using I16x8 = std::int16_t __attribute__((vector_size(16)));
 struct BlackFloors {
   std::int16_t Floor[128];
 };
-inline BlackFloors MakeBlackFloors() {
+BlackFloors MakeBlackFloors() {
   BlackFloors floors;
   for (int x = 0; x < 128; ++x) floors.Floor[x] = DiffusionSeedErrors[(4 * x + kBlackPlane) & 255];
   return floors;
 }
+const BlackFloors kBlackFloors = MakeBlackFloors();  // made once when the library loads
 
 // A run's dots in the order of the run: the limits of the nested outcomes (g > L1, L2, L3), the range
 // Zb <= g < Zb + Zs whose error is 0, and the offsets with their bits by outcome (worked out eight at
@@ -491,14 +492,13 @@ template <Quantiser kQ, int kStep, bool kBlank>
 
   // The outcomes of every dot, eight at a time (the floors from black's columns by position, twice
   // over, so that eight positions read as one; right to left reversed).
-  static const BlackFloors floorsByPosition = MakeBlackFloors();
   const I32x8 never = I32x8{} + kNever, zero = I32x8{};
   const I32x8 kLanes = {0, 1, 2, 3, 4, 5, 6, 7};
   I32x8 zeroRanges{};
   for (int i = 0; i < count; i += 8) {
     const int x = run.X + kStep * i;
     I16x8 floors8;
-    std::memcpy(&floors8, &floorsByPosition.Floor[kStep > 0 ? x & 63 : (x - 7) & 63], sizeof floors8);
+    std::memcpy(&floors8, &kBlackFloors.Floor[kStep > 0 ? x & 63 : (x - 7) & 63], sizeof floors8);
     if constexpr (kStep < 0) floors8 = __builtin_shufflevector(floors8, floors8, 7, 6, 5, 4, 3, 2, 1, 0);
     const I32x8 f = __builtin_convertvector(floors8, I32x8);
     I16x8 a8{}, t8{};
