@@ -357,14 +357,185 @@ INKWEAVE_TARGET_SSE41 void ChainRunSse41(const ChainRun& run, ChainState& state)
   ScatterRows(run.Current, WrittenStart<kStep>(run), run.Count, rows.Written);
 }
 
+// A white run in segments. With every amount 0 a dot's error depends on the two errors before it and
+// the previous row alone, and two chains that once leave a dot with the same two errors agree from
+// there on. So the run's segments of 64 dots are chained side by side in the four 64-bit quarters of
+// a vector, each after the first starting from errors of 0. Then each segment after the first is run
+// again, one dot at a time, from the errors its predecessor truly left, each dot's error overwriting
+// its guess, until two dots in a row match their guesses: the guesses are right from there on. A
+// difference in the errors before a dot reaches its error about a quarter as large (g / 16 of 4 C1 +
+// 2 C2), so that takes a few dots. Each segment
+// starts a multiple of 64 positions after the first, where the floors repeat: the four quarters read
+// one floor vector.
+constexpr int kSegmentDots = 64;
+
+// A white dot's limit on g by position modulo 64 and ink: q > f exactly where g > 16 f (+ 15 when f >= 0).
+struct BlankLimits {
+  alignas(8) std::int16_t Limit[kSegmentDots][4];
+};
+BlankLimits MakeBlankLimits() {
+  BlankLimits limits;
+  for (int x = 0; x < kSegmentDots; ++x)
+    for (int ink = 0; ink < 4; ++ink) {
+      const int f = DiffusionSeedErrors[(4 * x + ink) & 255];
+      limits.Limit[x][ink] = static_cast<std::int16_t>(16 * f + (f >= 0 ? 15 : 0));
+    }
+  return limits;
+}
+const BlankLimits kBlankLimits = MakeBlankLimits();  // made once when the library loads
+
+// A white dot's error from its gathered error g and its limit, as ChainDot's blank case works it out;
+// in 256 bits for four segments, in 128 for one.
+template <Quantiser kQ>
+[[gnu::always_inline]] INKWEAVE_TARGET_AVX2 inline __m256i BlankError(__m256i g, __m256i limit) {
+  constexpr std::int16_t kStepSize = kQ == Quantiser::Top ? 16 : 32;
+  const __m256i q = _mm256_sign_epi16(_mm256_srli_epi16(_mm256_abs_epi16(g), 4), g);
+  const __m256i above = _mm256_cmpgt_epi16(g, limit);
+  const __m256i clamp = _mm256_andnot_si256(above, _mm256_cmpgt_epi16(g, _mm256_set1_epi16(-16 * kStepSize)));
+  const __m256i offset = _mm256_blendv_epi8(_mm256_set1_epi16(kStepSize), _mm256_set1_epi16(-kStepSize), above);
+  return _mm256_andnot_si256(clamp, _mm256_add_epi16(q, offset));
+}
+template <Quantiser kQ>
+[[gnu::always_inline]] INKWEAVE_TARGET_AVX2 inline __m128i BlankError(__m128i g, __m128i limit) {
+  constexpr std::int16_t kStepSize = kQ == Quantiser::Top ? 16 : 32;
+  const __m128i q = _mm_sign_epi16(_mm_srli_epi16(_mm_abs_epi16(g), 4), g);
+  const __m128i above = _mm_cmpgt_epi16(g, limit);
+  const __m128i clamp = _mm_andnot_si128(above, _mm_cmpgt_epi16(g, _mm_set1_epi16(-16 * kStepSize)));
+  const __m128i offset = _mm_blendv_epi8(_mm_set1_epi16(kStepSize), _mm_set1_epi16(-kStepSize), above);
+  return _mm_andnot_si128(clamp, _mm_add_epi16(q, offset));
+}
+
+[[gnu::always_inline]] INKWEAVE_TARGET_AVX2 inline __m128i Load4(const std::int16_t* cells) {
+  return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(cells));
+}
+
+// Dots from..to - 1 of a white run one at a time from the errors c1, c2 before `from`, writing each
+// dot's error over current[i * kStep]. With `settle`, stops after the first two dots in a row whose
+// errors were already there (the first dot's predecessor counts as matching when `matched`); answers
+// the dot it stopped after.
+template <Quantiser kQ, int kStep>
+[[gnu::always_inline]] INKWEAVE_TARGET_AVX2 inline int BlankChainFrom(const std::int16_t (*window)[4],
+                                                                      std::int16_t (*current)[4], int x, int from,
+                                                                      int to, __m128i c1, __m128i c2, bool settle,
+                                                                      bool matched) {
+  for (int i = from; i < to; ++i) {
+    const __m128i known = Settled(_mm_add_epi16(Load4(window[i * kStep]), _mm_add_epi16(c2, c2)));
+    const __m128i g = _mm_add_epi16(known, _mm_slli_epi16(c1, 2));
+    const __m128i r = BlankError<kQ>(g, Load4(kBlankLimits.Limit[(x + kStep * i) & (kSegmentDots - 1)]));
+    std::int16_t* at = current[i * kStep];
+    if (settle) {
+      const bool same = (_mm_movemask_epi8(_mm_cmpeq_epi16(r, Load4(at))) & 0xFF) == 0xFF;
+      if (same && matched) return i;
+      matched = same;
+    }
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(at), r);
+    c2 = c1;
+    c1 = r;
+  }
+  return to - 1;
+}
+
+// The errors of a white run into rows.Written.
+template <Quantiser kQ, int kStep>
+[[gnu::always_inline]] INKWEAVE_TARGET_AVX2 inline void BlankErrors(const ChainRun& run, const ChainState& state,
+                                                                    RunRows& rows) {
+  const int count = run.Count;
+  const std::int16_t(*window)[4] = kStep > 0 ? rows.Window + 2 : rows.Window + count + 1;  // [i * kStep]: dot i
+  std::int16_t(*current)[4] = kStep > 0 ? rows.Written : rows.Written + count - 1;         // [i * kStep]: dot i
+  const __m128i c1 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(state.C1));
+  const __m128i c2 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(state.C2));
+  const int segments = count / kSegmentDots < 4 ? count / kSegmentDots : 4;
+  if (segments < 2) {
+    BlankChainFrom<kQ, kStep>(window, current, run.X, 0, count, c1, c2, false, false);
+    return;
+  }
+  // The segments side by side (a quarter with no segment repeats the first, its errors stored aside).
+  alignas(16) std::int16_t aside[kSegmentDots][4];
+  const std::int16_t(*in[4])[4];
+  std::int16_t(*out[4])[4];
+  for (int j = 0; j < 4; ++j) {
+    in[j] = window + (j < segments ? kStep * kSegmentDots * j : 0);
+    out[j] = j == 0 ? current : j < segments ? current + kStep * kSegmentDots * j : kStep > 0 ? aside : aside + 63;
+  }
+  __m256i e1 = _mm256_zextsi128_si256(c1), e2 = _mm256_zextsi128_si256(c2);
+  for (int i = 0; i < kSegmentDots; ++i) {
+    const __m128i low = _mm_castpd_si128(
+        _mm_loadh_pd(_mm_castsi128_pd(Load4(in[0][i * kStep])), reinterpret_cast<const double*>(in[1][i * kStep])));
+    const __m128i high = _mm_castpd_si128(
+        _mm_loadh_pd(_mm_castsi128_pd(Load4(in[2][i * kStep])), reinterpret_cast<const double*>(in[3][i * kStep])));
+    const __m256i f = _mm256_inserti128_si256(_mm256_castsi128_si256(low), high, 1);
+    const __m256i limit = _mm256_broadcastq_epi64(Load4(kBlankLimits.Limit[(run.X + kStep * i) & (kSegmentDots - 1)]));
+    const __m256i known = _mm256_add_epi16(f, _mm256_add_epi16(e2, e2));
+    const __m256i r = BlankError<kQ>(_mm256_add_epi16(known, _mm256_slli_epi16(e1, 2)), limit);
+    const __m128i r01 = _mm256_castsi256_si128(r), r23 = _mm256_extracti128_si256(r, 1);
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(out[0][i * kStep]), r01);
+    _mm_storeh_pd(reinterpret_cast<double*>(out[1][i * kStep]), _mm_castsi128_pd(r01));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(out[2][i * kStep]), r23);
+    _mm_storeh_pd(reinterpret_cast<double*>(out[3][i * kStep]), _mm_castsi128_pd(r23));
+    e2 = e1;
+    e1 = r;
+  }
+  // Each later segment from its predecessor's true last errors, until its guesses hold; then the dots
+  // past the last segment.
+  const __m128i zero = _mm_setzero_si128();
+  for (int j = 1; j <= segments; ++j) {
+    const int from = kSegmentDots * j;
+    const __m128i t1 = Load4(current[(from - 1) * kStep]), t2 = Load4(current[(from - 2) * kStep]);
+    const bool matched = (_mm_movemask_epi8(_mm_cmpeq_epi16(t1, zero)) & 0xFF) == 0xFF;
+    if (j < segments)
+      BlankChainFrom<kQ, kStep>(window, current, run.X, from, from + kSegmentDots, t1, t2, true, matched);
+    else
+      BlankChainFrom<kQ, kStep>(window, current, run.X, from, count, t1, t2, false, false);
+  }
+}
+
+// The planes of a white run: no dot, so the bits move on and each byte the run leaves is stored.
+template <Quantiser kQ, int kStep>
+[[gnu::always_inline]] INKWEAVE_TARGET_AVX2 inline void BlankPlanes(const ChainRun& run, ChainState& state) {
+  __m128i bits = _mm_loadu_si128(reinterpret_cast<const __m128i*>(state.Bits));
+  std::uint64_t inked = 0;
+  int x = run.X;
+  for (int i = 0; i < run.Count;) {
+    const int toByteEnd = kStep > 0 ? 8 - (x & 7) : (x & 7) + 1;
+    const int n = run.Count - i < toByteEnd ? run.Count - i : toByteEnd;
+    const __m128i shift = _mm_cvtsi32_si128(n);
+    bits = kStep > 0 ? _mm_sll_epi16(bits, shift) : _mm_srl_epi16(bits, shift);
+    i += n;
+    x += kStep * n;
+    if (n == toByteEnd) {
+      const int byte = (x - kStep) >> 3;
+      const auto bytes = static_cast<std::uint64_t>(_mm_cvtsi128_si64(_mm_packus_epi16(bits, bits)));
+      for (int ink = 0; ink < 4; ++ink) {
+        run.Planes[0][ink * run.PlaneBytes + byte] = static_cast<std::uint8_t>(bytes >> (8 * ink));
+        if constexpr (kQ != Quantiser::Top)
+          run.Planes[1][ink * run.PlaneBytes + byte] = static_cast<std::uint8_t>(bytes >> (8 * ink + 32));
+      }
+      inked |= bytes;
+      bits = _mm_setzero_si128();
+    }
+  }
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(state.Bits), bits);
+  if (inked != 0) state.Inked = 1;
+}
+
 // The same chain in the AVX encoding (three-operand instructions, no register copies); the rows
-// gathered and scattered eight positions a step.
+// gathered and scattered eight positions a step. A white run goes in segments.
 template <Quantiser kQ, int kStep, bool kBlank>
 INKWEAVE_TARGET_AVX2 void ChainRunAvx2(const ChainRun& run, ChainState& state) {
   RunRows rows;
   GatherRowsAvx2(run.Previous, AroundStart<kStep>(run), run.Count + 4, rows.Around);
   WindowsAvx2(rows, run.Count);
-  ChainRunBody<kQ, kStep, kBlank>(run, state, rows);
+  if constexpr (kBlank) {
+    BlankErrors<kQ, kStep>(run, state, rows);
+    const int count = run.Count;
+    const std::int16_t(*current)[4] = kStep > 0 ? rows.Written : rows.Written + count - 1;
+    if (count >= 2) std::memcpy(state.C2, current[(count - 2) * kStep], sizeof state.C2);
+    if (count == 1) std::memcpy(state.C2, state.C1, sizeof state.C2);
+    if (count >= 1) std::memcpy(state.C1, current[(count - 1) * kStep], sizeof state.C1);
+    BlankPlanes<kQ, kStep>(run, state);
+  } else {
+    ChainRunBody<kQ, kStep, kBlank>(run, state, rows);
+  }
   ScatterRowsAvx2(run.Current, WrittenStart<kStep>(run), run.Count, rows.Written);
 }
 

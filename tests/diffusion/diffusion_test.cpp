@@ -41,7 +41,9 @@ std::unique_ptr<Rig> MakeDiffusionDevice(std::uint32_t pageWidth, std::uint16_t 
 }
 
 // Band pixels in the band's scan order: random colours in short runs with white runs among them (the
-// conversion cache exercised), or white with a random colour on every 97th pixel (white runs between colours).
+// conversion cache exercised), or white with a cluster of five random colours every 1,009th pixel and, in
+// every other 1,009 pixels, a random colour on every 97th (white runs between colours; runs wholly white,
+// whose chain goes in segments, behind ink).
 void FillPixels(Band& band, bool sparse, std::mt19937& rng) {
   std::uint8_t run[3] = {255, 255, 255};
   int count = 0;
@@ -49,7 +51,8 @@ void FillPixels(Band& band, bool sparse, std::mt19937& rng) {
     for (std::uint8_t* p = band.Row(y); p < band.Row(y) + 3 * band.Info.Header.biWidth; p += 3) {
       const std::uint32_t roll = rng() % 16;
       if (sparse) {
-        const bool colour = ++count % 97 == 0;
+        ++count;
+        const bool colour = count % 1009 < 5 || (count % 97 == 0 && count % 2018 < 1009);
         for (int c = 0; c < 3; ++c) p[c] = colour ? static_cast<std::uint8_t>(rng() >> 24) : 255;
         continue;
       }
@@ -209,7 +212,8 @@ TEST(DiffusionRenderers, PartialLastBytesAndGuardCells) {
 
 // The blank chain (every amount 0) decides from the gathered error before its division, the full chain
 // from the quotient: on every instruction set with chains, both directions and every quantiser, they
-// agree on runs whose gathered errors cover every edge of the floors' decisions many times over.
+// agree on runs whose gathered errors cover every edge of the floors' decisions many times over, whole
+// runs and runs of any length (a white run goes in segments of 64 dots, the rest one at a time).
 TEST(DiffusionRenderers, BlankChainAgreesWithTheFullChainOnEveryErrorItMeets) {
   constexpr int kDots = detail::kRunDots;
   constexpr int kCells = 2 * (kDots + 6) + 2;
@@ -223,6 +227,7 @@ TEST(DiffusionRenderers, BlankChainAgreesWithTheFullChainOnEveryErrorItMeets) {
         if (chains[0] == nullptr) continue;  // no chain on this instruction set
         for (int trial = 0; trial < 300; ++trial) {
           const int slot = static_cast<int>(rng() % 2);
+          const int count = trial % 2 == 0 ? kDots : 1 + static_cast<int>(rng() % kDots);
           std::vector<std::int16_t> lines[4], out[2][4];
           std::vector<std::uint8_t> planes[2];
           detail::ChainState state[2] = {};
@@ -241,8 +246,8 @@ TEST(DiffusionRenderers, BlankChainAgreesWithTheFullChainOnEveryErrorItMeets) {
                  {lines[0].data() + (slot ^ 1), lines[1].data() + (slot ^ 1), lines[2].data() + (slot ^ 1),
                   lines[3].data() + (slot ^ 1)},
                  {out[k][0].data() + slot, out[k][1].data() + slot, out[k][2].data() + slot, out[k][3].data() + slot},
-                 step > 0 ? 2 : kDots + 1,  // positions 0 .. kDots + 3
-                 kDots,
+                 step > 0 ? 2 : count + 1,  // positions 0 .. count + 3
+                 count,
                  {planes[k].data(), planes[k].data() + kLineBytes},
                  kPlaneBytes,
                  nullptr,
