@@ -160,20 +160,23 @@ bool VectorChainInRange() {
   return v;
 }
 
-// One dot of a run: dot i, whose column's floors are at `floors` and whose previous row's window is
-// window[i * kStep]. The chain and the bits move on.
-template <Quantiser kQ, int kStep, bool kBlank>
-[[gnu::always_inline]] INKWEAVE_TARGET_SSE41 inline void ChainDot(
-    const std::int16_t (*window)[4], std::int16_t (*current)[4], const std::uint64_t* amount,
-    const std::uint64_t* threshold, const std::int16_t* floors, int i, __m128i& c1, __m128i& c2, __m128i& bits) {
+[[gnu::always_inline]] INKWEAVE_TARGET_SSE41 inline __m128i LoadCells(const void* at) {
+  return _mm_loadl_epi64(static_cast<const __m128i*>(at));
+}
+
+// A dot's error and the masks of its first and second bits, from the previous row's window f, the
+// errors c1 and c2 of the two dots before, the floors, the amounts a and the thresholds (read unless
+// kBlank). Lane by lane: the four inks of one dot in lanes 0..3, of another beside it in lanes 4..7.
+struct DotOutcome {
+  __m128i Error, First, Second;
+};
+template <Quantiser kQ, bool kBlank>
+[[gnu::always_inline]] INKWEAVE_TARGET_SSE41 inline DotOutcome DotMath(__m128i f, __m128i c1, __m128i c2, __m128i floor,
+                                                                       __m128i a, __m128i threshold) {
   const __m128i zero = _mm_setzero_si128();
   const __m128i big = _mm_set1_epi16(0x7FFF);
   const __m128i c255 = _mm_set1_epi16(255);
-  const __m128i bitIn = _mm_set1_epi16(kStep > 0 ? 1 : 0x80);
-  const __m128i f = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(window[i * kStep]));
   const __m128i known = Settled(_mm_add_epi16(f, _mm_add_epi16(c2, c2)));
-
-  const __m128i floor = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(floors));
   const __m128i g = _mm_add_epi16(known, _mm_slli_epi16(c1, 2));
   const __m128i q = _mm_sign_epi16(_mm_srli_epi16(_mm_abs_epi16(g), 4), g);
 
@@ -190,9 +193,7 @@ template <Quantiser kQ, int kStep, bool kBlank>
     const __m128i offset = _mm_blendv_epi8(_mm_set1_epi16(kStepSize), _mm_set1_epi16(-kStepSize), above);
     r = _mm_andnot_si128(clamp, _mm_add_epi16(q, offset));
   } else {
-    // The amounts and thresholds (in lanes 0..3), the column's floors.
-    const __m128i a = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(&amount[i]));
-    const __m128i ta = _mm_sub_epi16(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(&threshold[i])), a);
+    const __m128i ta = _mm_sub_epi16(threshold, a);
     const __m128i none = _mm_cmpeq_epi16(a, zero);
 
     if constexpr (kQ == Quantiser::Top) {
@@ -235,12 +236,29 @@ template <Quantiser kQ, int kStep, bool kBlank>
     }
   }
 
-  // Store the error, move the chain on, collect the bits.
-  _mm_storel_epi64(reinterpret_cast<__m128i*>(current[i * kStep]), r);
+  return {r, first, second};
+}
+
+// A dot's bits shifted in, the first buffer's in lanes 0..3 and the second's in lanes 4..7.
+template <int kStep>
+[[gnu::always_inline]] INKWEAVE_TARGET_SSE41 inline __m128i ShiftIn(__m128i bits, __m128i dots) {
+  const __m128i bitIn = _mm_set1_epi16(kStep > 0 ? 1 : 0x80);
+  return _mm_or_si128(kStep > 0 ? _mm_slli_epi16(bits, 1) : _mm_srli_epi16(bits, 1), _mm_and_si128(dots, bitIn));
+}
+
+// One dot of a run: dot i, whose column's floors are at `floors` and whose previous row's window is
+// window[i * kStep]. The chain and the bits move on.
+template <Quantiser kQ, int kStep, bool kBlank>
+[[gnu::always_inline]] INKWEAVE_TARGET_SSE41 inline void ChainDot(
+    const std::int16_t (*window)[4], std::int16_t (*current)[4], const std::uint64_t* amount,
+    const std::uint64_t* threshold, const std::int16_t* floors, int i, __m128i& c1, __m128i& c2, __m128i& bits) {
+  const __m128i a = kBlank ? _mm_setzero_si128() : LoadCells(&amount[i]);
+  const __m128i t = kBlank ? _mm_setzero_si128() : LoadCells(&threshold[i]);
+  const DotOutcome d = DotMath<kQ, kBlank>(LoadCells(window[i * kStep]), c1, c2, LoadCells(floors), a, t);
+  _mm_storel_epi64(reinterpret_cast<__m128i*>(current[i * kStep]), d.Error);
   c2 = c1;
-  c1 = r;
-  const __m128i dots = _mm_and_si128(_mm_unpacklo_epi64(first, second), bitIn);
-  bits = _mm_or_si128(kStep > 0 ? _mm_slli_epi16(bits, 1) : _mm_srli_epi16(bits, 1), dots);
+  c1 = d.Error;
+  bits = ShiftIn<kStep>(bits, _mm_unpacklo_epi64(d.First, d.Second));
 }
 
 // The previous row around a run (x - 2 step .. x + (count + 1) step) side by side, in the order of the
@@ -292,6 +310,21 @@ int WrittenStart(const ChainRun& run) {
   return kStep > 0 ? run.X : run.X - run.Count + 1;
 }
 
+// Stores the byte of the four inks' bits (lanes 0..3 into the first planes, 4..7 into the second);
+// answers the bytes side by side.
+template <Quantiser kQ>
+[[gnu::always_inline]] INKWEAVE_TARGET_SSE41 inline std::uint64_t StoreByte(std::uint8_t* planes0,
+                                                                            std::uint8_t* planes1, int planeBytes,
+                                                                            int byte, __m128i bits) {
+  const auto bytes = static_cast<std::uint64_t>(_mm_cvtsi128_si64(_mm_packus_epi16(bits, bits)));
+  for (int ink = 0; ink < 4; ++ink) {
+    planes0[ink * planeBytes + byte] = static_cast<std::uint8_t>(bytes >> (8 * ink));
+    if constexpr (kQ != Quantiser::Top)
+      planes1[ink * planeBytes + byte] = static_cast<std::uint8_t>(bytes >> (8 * ink + 32));
+  }
+  return bytes;
+}
+
 template <Quantiser kQ, int kStep, bool kBlank>
 [[gnu::always_inline]] INKWEAVE_TARGET_SSE41 inline void ChainRunBody(const ChainRun& run, ChainState& state,
                                                                       RunRows& rows) {
@@ -330,14 +363,7 @@ template <Quantiser kQ, int kStep, bool kBlank>
     i += n;
     x += kStep * n;
     if (n == toByteEnd) {
-      const int byte = (x - kStep) >> 3;
-      const auto bytes = static_cast<std::uint64_t>(_mm_cvtsi128_si64(_mm_packus_epi16(bits, bits)));
-      for (int ink = 0; ink < 4; ++ink) {
-        planes0[ink * planeBytes + byte] = static_cast<std::uint8_t>(bytes >> (8 * ink));
-        if constexpr (kQ != Quantiser::Top)
-          planes1[ink * planeBytes + byte] = static_cast<std::uint8_t>(bytes >> (8 * ink + 32));
-      }
-      inked |= bytes;
+      inked |= StoreByte<kQ>(planes0, planes1, planeBytes, (x - kStep) >> 3, bits);
       bits = zero;
     }
   }
@@ -348,169 +374,149 @@ template <Quantiser kQ, int kStep, bool kBlank>
   if (inked != 0) state.Inked = 1;
 }
 
-template <Quantiser kQ, int kStep, bool kBlank>
-INKWEAVE_TARGET_SSE41 void ChainRunSse41(const ChainRun& run, ChainState& state) {
-  RunRows rows;
-  GatherRows(run.Previous, AroundStart<kStep>(run), run.Count + 4, rows.Around);
-  Windows(rows, run.Count);
-  ChainRunBody<kQ, kStep, kBlank>(run, state, rows);
-  ScatterRows(run.Current, WrittenStart<kStep>(run), run.Count, rows.Written);
-}
-
-// A white run in segments. With every amount 0 a dot's error depends on the two errors before it and
-// the previous row alone, and two chains that once leave a dot with the same two errors agree from
-// there on. So the run's segments of 64 dots are chained side by side in the four 64-bit quarters of
-// a vector, each after the first starting from errors of 0. Then each segment after the first is run
-// again, one dot at a time, from the errors its predecessor truly left, each dot's error overwriting
-// its guess, until two dots in a row match their guesses: the guesses are right from there on. A
-// difference in the errors before a dot reaches its error about a quarter as large (g / 16 of 4 C1 +
-// 2 C2), so that takes a few dots. Each segment
-// starts a multiple of 64 positions after the first, where the floors repeat: the four quarters read
-// one floor vector.
+// A long run in segments. A dot's error and bits depend on the two errors before it, and the run's
+// inputs (the previous row, amounts and thresholds) alone: two chains that once leave a dot with the
+// same two errors agree from there on. So the run's segments of 64 dots are chained side by side, two
+// to a vector, each after the first starting from errors of 0. Then each segment after the first is
+// run again, one dot at a time, from the errors its predecessor truly left, each dot's error and bits
+// overwriting its guess, until two dots in a row match their guessed errors: the guesses are right from
+// there on. A difference in the errors before a dot reaches its gathered error divided by 16 (4 C1 +
+// 2 C2), so that mostly takes a few dots. Each segment starts a multiple of 64 positions after the
+// first, where the floors repeat: the segments of a vector read one floor.
 constexpr int kSegmentDots = 64;
 
-// A white dot's limit on g by position modulo 64 and ink: q > f exactly where g > 16 f (+ 15 when f >= 0).
-struct BlankLimits {
-  alignas(8) std::int16_t Limit[kSegmentDots][4];
+// The cells at `low` in lanes 0..3, those at `high` in lanes 4..7.
+[[gnu::always_inline]] INKWEAVE_TARGET_SSE41 inline __m128i LoadPair(const void* low, const void* high) {
+  return _mm_castpd_si128(_mm_loadh_pd(_mm_castsi128_pd(LoadCells(low)), static_cast<const double*>(high)));
+}
+
+// A long run's dots by their order in the run: the masks of each dot's bits, the four inks' first
+// bits in bytes 0..3 and second bits in 4..7.
+struct RunOutcomes {
+  alignas(16) std::uint64_t Bits[kRunDots];
 };
-BlankLimits MakeBlankLimits() {
-  BlankLimits limits;
-  for (int x = 0; x < kSegmentDots; ++x)
-    for (int ink = 0; ink < 4; ++ink) {
-      const int f = DiffusionSeedErrors[(4 * x + ink) & 255];
-      limits.Limit[x][ink] = static_cast<std::int16_t>(16 * f + (f >= 0 ? 15 : 0));
-    }
-  return limits;
-}
-const BlankLimits kBlankLimits = MakeBlankLimits();  // made once when the library loads
 
-// A white dot's error from its gathered error g and its limit, as ChainDot's blank case works it out;
-// in 256 bits for four segments, in 128 for one.
-template <Quantiser kQ>
-[[gnu::always_inline]] INKWEAVE_TARGET_AVX2 inline __m256i BlankError(__m256i g, __m256i limit) {
-  constexpr std::int16_t kStepSize = kQ == Quantiser::Top ? 16 : 32;
-  const __m256i q = _mm256_sign_epi16(_mm256_srli_epi16(_mm256_abs_epi16(g), 4), g);
-  const __m256i above = _mm256_cmpgt_epi16(g, limit);
-  const __m256i clamp = _mm256_andnot_si256(above, _mm256_cmpgt_epi16(g, _mm256_set1_epi16(-16 * kStepSize)));
-  const __m256i offset = _mm256_blendv_epi8(_mm256_set1_epi16(kStepSize), _mm256_set1_epi16(-kStepSize), above);
-  return _mm256_andnot_si256(clamp, _mm256_add_epi16(q, offset));
-}
-template <Quantiser kQ>
-[[gnu::always_inline]] INKWEAVE_TARGET_AVX2 inline __m128i BlankError(__m128i g, __m128i limit) {
-  constexpr std::int16_t kStepSize = kQ == Quantiser::Top ? 16 : 32;
-  const __m128i q = _mm_sign_epi16(_mm_srli_epi16(_mm_abs_epi16(g), 4), g);
-  const __m128i above = _mm_cmpgt_epi16(g, limit);
-  const __m128i clamp = _mm_andnot_si128(above, _mm_cmpgt_epi16(g, _mm_set1_epi16(-16 * kStepSize)));
-  const __m128i offset = _mm_blendv_epi8(_mm_set1_epi16(kStepSize), _mm_set1_epi16(-kStepSize), above);
-  return _mm_andnot_si128(clamp, _mm_add_epi16(q, offset));
+// The bits of a dot and of its twin (lanes 4..7) as masks in bytes, [first 0..3, second 0..3] each,
+// the dot's in the low half.
+[[gnu::always_inline]] INKWEAVE_TARGET_SSE41 inline __m128i OutcomeBytes(const DotOutcome& d) {
+  return _mm_shuffle_epi32(_mm_packs_epi16(d.First, d.Second), _MM_SHUFFLE(3, 1, 2, 0));
 }
 
-[[gnu::always_inline]] INKWEAVE_TARGET_AVX2 inline __m128i Load4(const std::int16_t* cells) {
-  return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(cells));
-}
-
-// Dots from..to - 1 of a white run one at a time from the errors c1, c2 before `from`, writing each
-// dot's error over current[i * kStep]. With `settle`, stops after the first two dots in a row whose
-// errors were already there (the first dot's predecessor counts as matching when `matched`); answers
-// the dot it stopped after.
-template <Quantiser kQ, int kStep>
-[[gnu::always_inline]] INKWEAVE_TARGET_AVX2 inline int BlankChainFrom(const std::int16_t (*window)[4],
-                                                                      std::int16_t (*current)[4], int x, int from,
-                                                                      int to, __m128i c1, __m128i c2, bool settle,
-                                                                      bool matched) {
+// Dots from..to - 1 of a run one at a time from the two errors written before `from`, each writing its
+// error over current[i * kStep] and its bits over out.Bits[i]. With `settle`, stops once two dots in a
+// row found their error already there, the errors before `from` matching when `matched`.
+template <Quantiser kQ, int kStep, bool kBlank>
+[[gnu::always_inline]] INKWEAVE_TARGET_SSE41 inline void ChainFrom(const ChainRun& run, const std::int16_t (*window)[4],
+                                                                   std::int16_t (*current)[4], RunOutcomes& out,
+                                                                   int from, int to, bool settle, bool matched) {
+  __m128i c1 = LoadCells(current[(from - 1) * kStep]), c2 = LoadCells(current[(from - 2) * kStep]);
   for (int i = from; i < to; ++i) {
-    const __m128i known = Settled(_mm_add_epi16(Load4(window[i * kStep]), _mm_add_epi16(c2, c2)));
-    const __m128i g = _mm_add_epi16(known, _mm_slli_epi16(c1, 2));
-    const __m128i r = BlankError<kQ>(g, Load4(kBlankLimits.Limit[(x + kStep * i) & (kSegmentDots - 1)]));
+    const int x = run.X + kStep * i;
+    const __m128i a = kBlank ? _mm_setzero_si128() : LoadCells(&run.Amount[i]);
+    const __m128i t = kBlank ? _mm_setzero_si128() : LoadCells(&run.Threshold[i]);
+    const DotOutcome d =
+        DotMath<kQ, kBlank>(LoadCells(window[i * kStep]), c1, c2, LoadCells(&DiffusionSeedErrors[(4 * x) & 255]), a, t);
     std::int16_t* at = current[i * kStep];
-    if (settle) {
-      const bool same = (_mm_movemask_epi8(_mm_cmpeq_epi16(r, Load4(at))) & 0xFF) == 0xFF;
-      if (same && matched) return i;
-      matched = same;
-    }
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(at), r);
+    const bool same = (_mm_movemask_epi8(_mm_cmpeq_epi16(d.Error, LoadCells(at))) & 0xFF) == 0xFF;
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(at), d.Error);
+    if constexpr (!kBlank) _mm_storel_epi64(reinterpret_cast<__m128i*>(&out.Bits[i]), OutcomeBytes(d));
+    if (settle && same && matched) return;
+    matched = same;
     c2 = c1;
-    c1 = r;
+    c1 = d.Error;
   }
-  return to - 1;
 }
 
-// The errors of a white run into rows.Written.
-template <Quantiser kQ, int kStep>
-[[gnu::always_inline]] INKWEAVE_TARGET_AVX2 inline void BlankErrors(const ChainRun& run, const ChainState& state,
-                                                                    RunRows& rows) {
+// The first 64 dots of every segment, kPairs vectors of two segments side by side.
+template <Quantiser kQ, int kStep, bool kBlank, int kPairs>
+[[gnu::always_inline]] INKWEAVE_TARGET_SSE41 inline void ChainSegments(const ChainRun& run, const ChainState& state,
+                                                                       const std::int16_t (*window)[4],
+                                                                       std::int16_t (*current)[4], RunOutcomes& out,
+                                                                       int segments) {
+  // A place for a segment missing from the last vector (three segments): it repeats the first.
+  alignas(16) std::int16_t asideErrors[kSegmentDots][4];
+  alignas(16) std::uint64_t asideBits[kSegmentDots];
+  const std::int16_t(*in[2 * kPairs])[4];
+  std::int16_t(*errors[2 * kPairs])[4];
+  int first[2 * kPairs];
+  std::uint64_t* bits[2 * kPairs];
+  for (int j = 0; j < 2 * kPairs; ++j) {
+    const bool used = j < segments;
+    first[j] = used ? kSegmentDots * j : 0;
+    in[j] = window + kStep * first[j];
+    errors[j] = used ? current + kStep * first[j] : kStep > 0 ? asideErrors : asideErrors + kSegmentDots - 1;
+    bits[j] = used ? out.Bits + first[j] : asideBits;
+  }
+  __m128i c1[kPairs], c2[kPairs];
+  for (int p = 0; p < kPairs; ++p) c1[p] = c2[p] = _mm_setzero_si128();
+  c1[0] = LoadCells(state.C1);  // the first segment from the line's true errors, the second from 0
+  c2[0] = LoadCells(state.C2);
+  for (int i = 0; i < kSegmentDots; ++i) {
+    const __m128i floor = _mm_castpd_si128(
+        _mm_loaddup_pd(reinterpret_cast<const double*>(&DiffusionSeedErrors[(4 * (run.X + kStep * i)) & 255])));
+#pragma GCC unroll 2
+    for (int p = 0; p < kPairs; ++p) {
+      const int lo = 2 * p, hi = 2 * p + 1;
+      const __m128i a = kBlank ? _mm_setzero_si128() : LoadPair(&run.Amount[first[lo] + i], &run.Amount[first[hi] + i]);
+      const __m128i t =
+          kBlank ? _mm_setzero_si128() : LoadPair(&run.Threshold[first[lo] + i], &run.Threshold[first[hi] + i]);
+      const DotOutcome d =
+          DotMath<kQ, kBlank>(LoadPair(in[lo][i * kStep], in[hi][i * kStep]), c1[p], c2[p], floor, a, t);
+      _mm_storel_epi64(reinterpret_cast<__m128i*>(errors[lo][i * kStep]), d.Error);
+      _mm_storeh_pd(reinterpret_cast<double*>(errors[hi][i * kStep]), _mm_castsi128_pd(d.Error));
+      if constexpr (!kBlank) {
+        const __m128i b = OutcomeBytes(d);
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(&bits[lo][i]), b);
+        _mm_storeh_pd(reinterpret_cast<double*>(&bits[hi][i]), _mm_castsi128_pd(b));
+      }
+      c2[p] = c1[p];
+      c1[p] = d.Error;
+    }
+  }
+}
+
+template <Quantiser kQ, int kStep, bool kBlank>
+[[gnu::always_inline]] INKWEAVE_TARGET_SSE41 inline void SegmentedRunBody(const ChainRun& run, ChainState& state,
+                                                                          RunRows& rows) {
   const int count = run.Count;
   const std::int16_t(*window)[4] = kStep > 0 ? rows.Window + 2 : rows.Window + count + 1;  // [i * kStep]: dot i
   std::int16_t(*current)[4] = kStep > 0 ? rows.Written : rows.Written + count - 1;         // [i * kStep]: dot i
-  const __m128i c1 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(state.C1));
-  const __m128i c2 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(state.C2));
   const int segments = count / kSegmentDots < 4 ? count / kSegmentDots : 4;
-  if (segments < 2) {
-    BlankChainFrom<kQ, kStep>(window, current, run.X, 0, count, c1, c2, false, false);
-    return;
-  }
-  // The segments side by side (a quarter with no segment repeats the first, its errors stored aside).
-  alignas(16) std::int16_t aside[kSegmentDots][4];
-  const std::int16_t(*in[4])[4];
-  std::int16_t(*out[4])[4];
-  for (int j = 0; j < 4; ++j) {
-    in[j] = window + (j < segments ? kStep * kSegmentDots * j : 0);
-    out[j] = j == 0 ? current : j < segments ? current + kStep * kSegmentDots * j : kStep > 0 ? aside : aside + 63;
-  }
-  __m256i e1 = _mm256_zextsi128_si256(c1), e2 = _mm256_zextsi128_si256(c2);
-  for (int i = 0; i < kSegmentDots; ++i) {
-    const __m128i low = _mm_castpd_si128(
-        _mm_loadh_pd(_mm_castsi128_pd(Load4(in[0][i * kStep])), reinterpret_cast<const double*>(in[1][i * kStep])));
-    const __m128i high = _mm_castpd_si128(
-        _mm_loadh_pd(_mm_castsi128_pd(Load4(in[2][i * kStep])), reinterpret_cast<const double*>(in[3][i * kStep])));
-    const __m256i f = _mm256_inserti128_si256(_mm256_castsi128_si256(low), high, 1);
-    const __m256i limit = _mm256_broadcastq_epi64(Load4(kBlankLimits.Limit[(run.X + kStep * i) & (kSegmentDots - 1)]));
-    const __m256i known = _mm256_add_epi16(f, _mm256_add_epi16(e2, e2));
-    const __m256i r = BlankError<kQ>(_mm256_add_epi16(known, _mm256_slli_epi16(e1, 2)), limit);
-    const __m128i r01 = _mm256_castsi256_si128(r), r23 = _mm256_extracti128_si256(r, 1);
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(out[0][i * kStep]), r01);
-    _mm_storeh_pd(reinterpret_cast<double*>(out[1][i * kStep]), _mm_castsi128_pd(r01));
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(out[2][i * kStep]), r23);
-    _mm_storeh_pd(reinterpret_cast<double*>(out[3][i * kStep]), _mm_castsi128_pd(r23));
-    e2 = e1;
-    e1 = r;
-  }
-  // Each later segment from its predecessor's true last errors, until its guesses hold; then the dots
-  // past the last segment.
-  const __m128i zero = _mm_setzero_si128();
+  RunOutcomes out;
+  if (segments > 2)
+    ChainSegments<kQ, kStep, kBlank, 2>(run, state, window, current, out, segments);
+  else
+    ChainSegments<kQ, kStep, kBlank, 1>(run, state, window, current, out, segments);
+  // Each later segment from its predecessor's true errors (guessed 0) until its guesses hold, then the
+  // dots past the last segment.
   for (int j = 1; j <= segments; ++j) {
     const int from = kSegmentDots * j;
-    const __m128i t1 = Load4(current[(from - 1) * kStep]), t2 = Load4(current[(from - 2) * kStep]);
-    const bool matched = (_mm_movemask_epi8(_mm_cmpeq_epi16(t1, zero)) & 0xFF) == 0xFF;
-    if (j < segments)
-      BlankChainFrom<kQ, kStep>(window, current, run.X, from, from + kSegmentDots, t1, t2, true, matched);
-    else
-      BlankChainFrom<kQ, kStep>(window, current, run.X, from, count, t1, t2, false, false);
+    const bool guessed =
+        (_mm_movemask_epi8(_mm_cmpeq_epi16(LoadCells(current[(from - 1) * kStep]), _mm_setzero_si128())) & 0xFF) ==
+        0xFF;
+    ChainFrom<kQ, kStep, kBlank>(run, window, current, out, from, j < segments ? from + kSegmentDots : count,
+                                 j < segments, guessed);
   }
-}
+  std::memcpy(state.C1, current[(count - 1) * kStep], sizeof state.C1);
+  std::memcpy(state.C2, current[(count - 2) * kStep], sizeof state.C2);
 
-// The planes of a white run: no dot, so the bits move on and each byte the run leaves is stored.
-template <Quantiser kQ, int kStep>
-[[gnu::always_inline]] INKWEAVE_TARGET_AVX2 inline void BlankPlanes(const ChainRun& run, ChainState& state) {
+  // The bits by byte: a byte is stored when the line leaves it (a white run's dots have none).
   __m128i bits = _mm_loadu_si128(reinterpret_cast<const __m128i*>(state.Bits));
   std::uint64_t inked = 0;
   int x = run.X;
-  for (int i = 0; i < run.Count;) {
+  for (int i = 0; i < count;) {
     const int toByteEnd = kStep > 0 ? 8 - (x & 7) : (x & 7) + 1;
-    const int n = run.Count - i < toByteEnd ? run.Count - i : toByteEnd;
-    const __m128i shift = _mm_cvtsi32_si128(n);
-    bits = kStep > 0 ? _mm_sll_epi16(bits, shift) : _mm_srl_epi16(bits, shift);
+    const int n = count - i < toByteEnd ? count - i : toByteEnd;
+    if constexpr (kBlank) {
+      const __m128i shift = _mm_cvtsi32_si128(n);
+      bits = kStep > 0 ? _mm_sll_epi16(bits, shift) : _mm_srl_epi16(bits, shift);
+    } else {
+      for (int k = i; k < i + n; ++k) bits = ShiftIn<kStep>(bits, _mm_cvtepi8_epi16(LoadCells(&out.Bits[k])));
+    }
     i += n;
     x += kStep * n;
     if (n == toByteEnd) {
-      const int byte = (x - kStep) >> 3;
-      const auto bytes = static_cast<std::uint64_t>(_mm_cvtsi128_si64(_mm_packus_epi16(bits, bits)));
-      for (int ink = 0; ink < 4; ++ink) {
-        run.Planes[0][ink * run.PlaneBytes + byte] = static_cast<std::uint8_t>(bytes >> (8 * ink));
-        if constexpr (kQ != Quantiser::Top)
-          run.Planes[1][ink * run.PlaneBytes + byte] = static_cast<std::uint8_t>(bytes >> (8 * ink + 32));
-      }
-      inked |= bytes;
+      inked |= StoreByte<kQ>(run.Planes[0], run.Planes[1], run.PlaneBytes, (x - kStep) >> 3, bits);
       bits = _mm_setzero_si128();
     }
   }
@@ -518,24 +524,33 @@ template <Quantiser kQ, int kStep>
   if (inked != 0) state.Inked = 1;
 }
 
+// A run of two segments or more goes in segments, a shorter one dot after dot.
+template <Quantiser kQ, int kStep, bool kBlank>
+[[gnu::always_inline]] INKWEAVE_TARGET_SSE41 inline void RunBody(const ChainRun& run, ChainState& state,
+                                                                 RunRows& rows) {
+  if (run.Count >= 2 * kSegmentDots)
+    SegmentedRunBody<kQ, kStep, kBlank>(run, state, rows);
+  else
+    ChainRunBody<kQ, kStep, kBlank>(run, state, rows);
+}
+
+template <Quantiser kQ, int kStep, bool kBlank>
+INKWEAVE_TARGET_SSE41 void ChainRunSse41(const ChainRun& run, ChainState& state) {
+  RunRows rows;
+  GatherRows(run.Previous, AroundStart<kStep>(run), run.Count + 4, rows.Around);
+  Windows(rows, run.Count);
+  RunBody<kQ, kStep, kBlank>(run, state, rows);
+  ScatterRows(run.Current, WrittenStart<kStep>(run), run.Count, rows.Written);
+}
+
 // The same chain in the AVX encoding (three-operand instructions, no register copies); the rows
-// gathered and scattered eight positions a step. A white run goes in segments.
+// gathered and scattered eight positions a step.
 template <Quantiser kQ, int kStep, bool kBlank>
 INKWEAVE_TARGET_AVX2 void ChainRunAvx2(const ChainRun& run, ChainState& state) {
   RunRows rows;
   GatherRowsAvx2(run.Previous, AroundStart<kStep>(run), run.Count + 4, rows.Around);
   WindowsAvx2(rows, run.Count);
-  if constexpr (kBlank) {
-    BlankErrors<kQ, kStep>(run, state, rows);
-    const int count = run.Count;
-    const std::int16_t(*current)[4] = kStep > 0 ? rows.Written : rows.Written + count - 1;
-    if (count >= 2) std::memcpy(state.C2, current[(count - 2) * kStep], sizeof state.C2);
-    if (count == 1) std::memcpy(state.C2, state.C1, sizeof state.C2);
-    if (count >= 1) std::memcpy(state.C1, current[(count - 1) * kStep], sizeof state.C1);
-    BlankPlanes<kQ, kStep>(run, state);
-  } else {
-    ChainRunBody<kQ, kStep, kBlank>(run, state, rows);
-  }
+  RunBody<kQ, kStep, kBlank>(run, state, rows);
   ScatterRowsAvx2(run.Current, WrittenStart<kStep>(run), run.Count, rows.Written);
 }
 
