@@ -160,6 +160,7 @@ bool VectorChainInRange() {
   return v;
 }
 
+// The four 16-bit cells at `at` in lanes 0..3, the other lanes 0.
 [[gnu::always_inline]] INKWEAVE_TARGET_SSE41 inline __m128i LoadCells(const void* at) {
   return _mm_loadl_epi64(static_cast<const __m128i*>(at));
 }
