@@ -93,11 +93,7 @@ bool PdfPage::RenderStrip(const Strip& strip, std::string* error) {
   // Opaque white under the page, as premultiplied ARGB: poppler does not paint the background itself,
   // and over an opaque ground every pixel stays opaque, so the colour channels are the final RGB.
   const std::size_t count = static_cast<std::size_t>(w) * static_cast<std::size_t>(h);
-  if (count != pixelCount_) {
-    pixels_.reset();
-    pixels_ = host::AllocateLargeBuffer(count * sizeof(std::uint32_t));
-    pixelCount_ = count;
-  }
+  pixels_.Hold(count * sizeof(std::uint32_t));
   std::fill_n(Pixels(), count, 0xFFFFFFFFu);
   // libvips' loader rendered a page in tiles of 4000 x 4000 pixels, each on a surface whose origin is
   // the tile's corner. Where the strip crosses tiles it is rendered a piece per tile, with the tile's

@@ -58,8 +58,7 @@ class PdfPage {
     std::int32_t X = 0, Y = 0, W = 0, H = 0;
   } strip_;
   host::LargeBuffer pixels_;
-  std::size_t pixelCount_ = 0;
-  std::uint32_t* Pixels() const { return reinterpret_cast<std::uint32_t*>(pixels_.get()); }
+  std::uint32_t* Pixels() const { return reinterpret_cast<std::uint32_t*>(pixels_.Data()); }
   bool RenderStrip(const Strip& strip, std::string* error);
 };
 

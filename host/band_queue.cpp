@@ -62,17 +62,13 @@ bool BandQueue::Put(const BandRect& band, int bytesPerPixel, const Fill& fill) {
   const std::size_t stride = static_cast<std::size_t>(BandRowStride(band.Width));
   const std::size_t rowBytes = static_cast<std::size_t>(band.Width) * static_cast<std::size_t>(bytesPerPixel);
   const std::size_t bytes = stride * static_cast<std::size_t>(band.Height);
-  if (slot.Bytes != bytes) {
-    slot.Pixels.reset();
-    slot.Pixels = AllocateLargeBuffer(bytes);
-    slot.Bytes = bytes;
-  }
+  std::uint8_t* const pixels = slot.Pixels.Hold(bytes);
   slot.Band = band;
   if (rowBytes < stride)
     for (std::size_t row = 0; row < static_cast<std::size_t>(band.Height); ++row)
-      std::memset(slot.Pixels.get() + stride * row + rowBytes, 0xFF, stride - rowBytes);
+      std::memset(pixels + stride * row + rowBytes, 0xFF, stride - rowBytes);
   std::string why;
-  const bool filled = fill(slot.Pixels.get(), stride, &why);
+  const bool filled = fill(pixels, stride, &why);
 
   std::lock_guard lock(mutex_);
   if (filled) {
@@ -121,7 +117,7 @@ const std::uint8_t* BandQueue::Lend(const BandRect& band) {
   // The slot belongs to this thread until it is given back.
   if (slots_[index].Band == band) {
     lent_ = index;
-    return slots_[index].Pixels.get();
+    return slots_[index].Pixels.Data();
   }
   std::lock_guard lock(mutex_);
   free_.push_back(index);

@@ -78,7 +78,6 @@ class BandQueue {
   struct Slot {
     BandRect Band;
     LargeBuffer Pixels;
-    std::size_t Bytes = 0;  // what Pixels holds
   };
   void Close();
 

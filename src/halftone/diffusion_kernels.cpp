@@ -331,8 +331,8 @@ template <Quantiser kQ, int kStep, bool kBlank>
                                                                       RunRows& rows) {
   const __m128i zero = _mm_setzero_si128();
 
-  __m128i c1 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(state.C1));
-  __m128i c2 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(state.C2));
+  __m128i c1 = LoadCells(state.C1);
+  __m128i c2 = LoadCells(state.C2);
   __m128i bits = _mm_loadu_si128(reinterpret_cast<const __m128i*>(state.Bits));
   std::uint64_t inked = 0;
 
